@@ -1,0 +1,78 @@
+#include "multimedia/base/worker.h"
+
+#include <QtConcurrent/QtConcurrentRun>
+#include <QtCore/QThreadPool>
+
+#include <utility>
+
+namespace multimedia {
+
+Worker::Worker(Body body)
+    : body(std::move(body))
+{}
+
+Worker::~Worker()
+{
+    stop();
+    future.waitForFinished();
+}
+
+QThreadPool* Worker::getThreadPool()
+{
+    return QThreadPool::globalInstance();
+}
+
+void Worker::start()
+{
+    std::lock_guard lock(mutex);
+    start_requested = true;
+    if (in_flight)
+        return;
+    in_flight = true;
+    submit();
+}
+
+void Worker::stop()
+{
+    std::unique_lock lock(mutex);
+    if (!in_flight)
+        return;
+    BlockingSection blocking;
+    condition.wait(lock, [this] { return !in_flight; });
+}
+
+bool Worker::isRunning() const
+{
+    std::lock_guard lock(mutex);
+    return in_flight;
+}
+
+void Worker::submit()
+{
+    start_requested = false;
+    future = QtConcurrent::run(getThreadPool(), [this] { run(); });
+}
+
+void Worker::run()
+{
+    const bool again = body();
+    std::lock_guard lock(mutex);
+    if (again || start_requested) {
+        submit();
+        return;
+    }
+    in_flight = false;
+    condition.notify_all();
+}
+
+BlockingSection::BlockingSection()
+{
+    Worker::getThreadPool()->releaseThread();
+}
+
+BlockingSection::~BlockingSection()
+{
+    Worker::getThreadPool()->reserveThread();
+}
+
+} // namespace multimedia

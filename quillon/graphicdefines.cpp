@@ -1,0 +1,3 @@
+#include "quillon/graphicdefines.h"
+
+#include "moc_graphicdefines.cpp"
