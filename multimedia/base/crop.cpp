@@ -1,0 +1,45 @@
+#include "multimedia/base/crop.h"
+
+#include "multimedia/base/warning.h"
+
+extern "C" {
+#include <libavutil/frame.h>
+}
+
+#include <QtCore/QLoggingCategory>
+
+namespace multimedia {
+
+Crop::Crop(Params params)
+    : params(std::move(params))
+    , input([this] { return run(); })
+{
+    const QRect& rect = this->params.rect;
+    qCDebug(MultimediaCategoryLogging, "%d, %d, %d, %d", rect.left(), rect.right(), rect.top(),
+            rect.bottom());
+}
+
+void Crop::crop(FrameHandle frame)
+{
+    input.push(std::move(frame));
+}
+
+bool Crop::run()
+{
+    const QRect& rect = params.rect;
+    for (FrameHandle& frame : input.take()) {
+        // A negative margin becomes one that is far too large, which the call below refuses.
+        frame->crop_left = size_t(rect.left());
+        frame->crop_right = size_t(frame->width - rect.left() - rect.width());
+        frame->crop_top = size_t(rect.top());
+        frame->crop_bottom = size_t(frame->height - rect.top() - rect.height());
+        const int code = av_frame_apply_cropping(frame.get(), AV_FRAME_CROP_UNALIGNED);
+        if (code < 0)
+            warning("run", "error in crop", code);
+        else
+            params.on_frame(std::move(frame));
+    }
+    return input.refilled();
+}
+
+} // namespace multimedia
