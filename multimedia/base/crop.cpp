@@ -3,6 +3,7 @@
 #include "multimedia/base/warning.h"
 
 extern "C" {
+#include <libavutil/error.h>
 #include <libavutil/frame.h>
 }
 
@@ -26,20 +27,27 @@ void Crop::crop(FrameHandle frame)
 
 bool Crop::run()
 {
-    const QRect& rect = params.rect;
     for (FrameHandle& frame : input.take()) {
-        // A negative margin becomes one that is far too large, which the call below refuses.
-        frame->crop_left = size_t(rect.left());
-        frame->crop_right = size_t(frame->width - rect.left() - rect.width());
-        frame->crop_top = size_t(rect.top());
-        frame->crop_bottom = size_t(frame->height - rect.top() - rect.height());
-        const int code = av_frame_apply_cropping(frame.get(), AV_FRAME_CROP_UNALIGNED);
+        const int code = apply(*frame);
         if (code < 0)
             warning("run", "error in crop", code);
         else
             params.on_frame(std::move(frame));
     }
     return input.refilled();
+}
+
+int Crop::apply(AVFrame& frame) const
+{
+    const QRect& rect = params.rect;
+    // FFmpeg's margins have no sign: a negative one would pass for a rectangle that fits.
+    if (!QRect(0, 0, frame.width, frame.height).contains(rect))
+        return AVERROR(ERANGE);
+    frame.crop_left = size_t(rect.left());
+    frame.crop_right = size_t(frame.width - rect.left() - rect.width());
+    frame.crop_top = size_t(rect.top());
+    frame.crop_bottom = size_t(frame.height - rect.top() - rect.height());
+    return av_frame_apply_cropping(&frame, AV_FRAME_CROP_UNALIGNED);
 }
 
 } // namespace multimedia

@@ -27,6 +27,7 @@ public:
 
 private:
     bool run();
+    int apply(AVFrame& frame) const;
 
     Params params;
     StageInput<FrameHandle> input;

@@ -194,6 +194,8 @@ bool Encode::encodeFrame(AVFrame* frame)
         std::lock_guard lock(input.mutex);
         packet = std::move(pending);
     }
+    if (params.is_video && packet->duration == 0)
+        packet->duration = 1; // or players take the last picture to last no time, and skip it
     av_packet_rescale_ts(packet.get(), codec->time_base, stream->time_base);
     packet->stream_index = stream->index;
     params.on_packet(std::move(packet));

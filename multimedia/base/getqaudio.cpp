@@ -72,6 +72,8 @@ void GetQaudio::customEvent(QEvent* event)
 void GetQaudio::init()
 {
     std::lock_guard lock(mutex);
+    if (!running) // stopped before it began
+        return;
     device = QAudioDeviceInfo::defaultInputDevice();
     if (device.isNull()) {
         warning("init", "error to find audio device");

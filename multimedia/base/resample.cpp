@@ -71,6 +71,8 @@ void Resample::take(bool all)
             warning("take", "error in convert out", code);
             return;
         }
+        if (frame->nb_samples == 0) // what is left is the resampler's own history
+            return;
         params.on_frame(std::move(frame));
     }
 }
