@@ -1,0 +1,60 @@
+#pragma once
+
+#include "multimedia/base/crop.h"
+#include "multimedia/base/decode.h"
+#include "multimedia/base/formatin.h"
+#include "multimedia/base/scale.h"
+#include "multimedia/base/worker.h"
+#include "multimedia/screenrecord/screengrabber.h"
+
+#include <memory>
+#include <mutex>
+
+namespace multimedia {
+
+/// The graph behind `ScreenGrabber`: FormatIn > Decode > Crop > Scale > `onScale`.
+///
+/// `start` and `stop` are bodies of `worker`, on the pool; everything else belongs to the owner's thread. The
+/// pool side talks to the owner through posted events.
+class ScreenGrabber::Private
+{
+public:
+    static constexpr int kStepEventType = 1000;  ///< a step is done
+    static constexpr int kFrameEventType = 1001; ///< a frame is ready
+
+    explicit Private(ScreenGrabber* q)
+        : q(q)
+    {}
+    /// From source to sink, whatever stands.
+    ~Private() { destroyStages(); }
+
+    bool start();
+    bool stop();
+    void onScale(FrameHandle frame);
+    void destroyStages();
+
+    ScreenGrabber* const q;
+    State state = kWaiting; ///< the owner's thread only
+    QScreen* screen = nullptr;
+    QRect rect;             ///< logical pixels
+    uint8_t frame_rate = 0; ///< frames per second
+    std::mutex mutex;       ///< guards `latest`
+    std::unique_ptr<Worker> worker;
+    FrameHandle latest;
+    std::unique_ptr<FormatIn> format_in;
+    std::unique_ptr<Decode> decode;
+    std::unique_ptr<Crop> crop;
+    std::unique_ptr<Scale> scale;
+};
+
+/// Runs the step that `start` or `stop` has prepared.
+///
+/// The two commands make the Worker of their step and leave it at that; whoever drives a grabber from inside
+/// the library (the tests do) runs it by this, on the owner's thread, after the command.
+class ScreenGrabberStep
+{
+public:
+    static void run(ScreenGrabber& grabber) { grabber.d->worker->start(); }
+};
+
+} // namespace multimedia

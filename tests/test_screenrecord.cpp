@@ -1,0 +1,518 @@
+#include "multimedia/base/warning.h"
+#include "multimedia/screenrecord/screenrecord.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/mediacheck.h"
+#include "tests/support/testscreen.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+#include <QtCore/QProcess>
+#include <QtCore/QThreadPool>
+#include <QtTest/QtTest>
+
+#include <atomic>
+#include <csignal>
+#include <malloc.h>
+#include <random>
+#include <sys/resource.h>
+#include <thread>
+
+using multimedia::ScreenRecord;
+
+namespace {
+
+constexpr int kStepTimeout_ms = 30'000;
+constexpr double kTone_hz = 1000;
+
+double seconds(const QJsonObject& object)
+{
+    return object[QStringLiteral("duration")].toString().toDouble();
+}
+
+int number(const QJsonObject& object, const char* key)
+{
+    const QJsonValue value = object[QLatin1String(key)];
+    return value.isString() ? value.toString().toInt() : value.toInt();
+}
+
+bool looksLike(const QColor& seen, const QColor& painted)
+{
+    return std::abs(seen.red() - painted.red()) < 20 && std::abs(seen.green() - painted.green()) < 20 &&
+           std::abs(seen.blue() - painted.blue()) < 20;
+}
+
+} // namespace
+
+/// Runs in several desktops; each ctest entry names the functions that its desktop is for.
+class TestScreenRecord : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanup();
+    void cleanupTestCase();
+
+    // One screen and a microphone.
+    void record_keepsPictureAndSound();
+    void pause_cutsTimeOut_andEndsTheSound();
+    void stop_keepsFile_whenPaused();
+    void record_hasNoSound_whenMute();
+    void record_takesOddRectangle();
+    void record_writesGif_withoutSound();
+    void record_limitsGif_toItsShorterSide_data();
+    void record_limitsGif_toItsShorterSide();
+    void record_endsAtOnce_whenNothingCanCome_data();
+    void record_endsAtOnce_whenNothingCanCome();
+    void record_survivesFullDisk();
+    void setters_areRefused_whileProcessing();
+    void destructor_finishesTheFile();
+    void commands_fromManyThreads_endConsistently();
+    void cycles_leaveNothingBehind();
+
+    // Desktops of another kind.
+    void record_findsSecondScreen();
+    void record_isSilent_withoutMicrophone();
+    void record_takesDevicePixels();
+
+private:
+    void change(ScreenRecord& recorder, void (ScreenRecord::*command)(), ScreenRecord::State end);
+    QString record(ScreenRecord& recorder, int duration_ms);
+    void keep(const QString& file) { files += file; }
+
+    std::unique_ptr<TestScreen> picture;
+    QProcess tone;
+    QStringList files;
+};
+
+void TestScreenRecord::initTestCase()
+{
+    picture = std::make_unique<TestScreen>();
+    QVERIFY(picture->isShown());
+    if (qEnvironmentVariableIsEmpty("PULSE_SERVER"))
+        return;
+    tone.start(QStringLiteral("ffmpeg"),
+               QStringLiteral("-v error -nostdin -f lavfi -i sine=frequency=%1:sample_rate=48000 -ac 2 -f pulse "
+                              "-device micbus -buffer_duration 100 test")
+                   .arg(kTone_hz)
+                   .split(QLatin1Char(' ')));
+    QVERIFY(tone.waitForStarted());
+}
+
+void TestScreenRecord::cleanup()
+{
+    for (const QString& file : qAsConst(files))
+        QFile::remove(file);
+    files.clear();
+}
+
+void TestScreenRecord::cleanupTestCase()
+{
+    tone.kill();
+    tone.waitForFinished();
+    picture.reset();
+}
+
+void TestScreenRecord::change(ScreenRecord& recorder, void (ScreenRecord::*command)(), ScreenRecord::State end)
+{
+    QSignalSpy changed(&recorder, &ScreenRecord::stateChanged);
+    (recorder.*command)();
+    QTRY_COMPARE_WITH_TIMEOUT(changed.size(), 1, kStepTimeout_ms);
+    QCOMPARE(changed[0][0].value<ScreenRecord::State>(), end);
+    QCOMPARE(recorder.getState(), end);
+}
+
+QString TestScreenRecord::record(ScreenRecord& recorder, int duration_ms)
+{
+    QSignalSpy finished(&recorder, &ScreenRecord::fileChanged);
+    change(recorder, &ScreenRecord::start, ScreenRecord::Running);
+    QTest::qWait(duration_ms);
+    change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
+    if (finished.size() != 1)
+        return {};
+    keep(recorder.getFile());
+    return finished[0][0].toString();
+}
+
+void TestScreenRecord::record_keepsPictureAndSound()
+{
+    ScreenRecord recorder;
+    recorder.setScreen(QGuiApplication::primaryScreen());
+    recorder.setRect({0, 0, 1920, 1080});
+    const QString file = record(recorder, 10'000);
+    QCOMPARE(file, recorder.getFile());
+    QCOMPARE(QFileInfo(file).absolutePath(), QDir::tempPath());
+    QCOMPARE(QFileInfo(file).completeBaseName().size(), 32);
+
+    QCOMPARE(mediacheck::decodeErrors(file), QString());
+    const QJsonObject probed = mediacheck::probe(file);
+    QVERIFY(std::abs(seconds(probed[QStringLiteral("format")].toObject()) - 10) < 0.5);
+    const QJsonObject video = mediacheck::stream(probed, "video");
+    QCOMPARE(video[QStringLiteral("codec_name")].toString(), QStringLiteral("h264"));
+    QCOMPARE(video[QStringLiteral("pix_fmt")].toString(), QStringLiteral("yuv420p"));
+    QCOMPARE(video[QStringLiteral("avg_frame_rate")].toString(), QStringLiteral("25/1"));
+    QCOMPARE(QSize(number(video, "width"), number(video, "height")), QSize(1920, 1080));
+    const QJsonObject audio = mediacheck::stream(probed, "audio");
+    QCOMPARE(audio[QStringLiteral("codec_name")].toString(), QStringLiteral("aac"));
+    QCOMPARE(number(audio, "sample_rate"), 44100);
+    QCOMPARE(number(audio, "channels"), 2);
+    QVERIFY(std::abs(seconds(audio) - 10) < 0.5);
+
+    const int frames = number(video, "nb_read_frames");
+    const int distinct = mediacheck::distinctFrames(file);
+    qInfo() << distinct << frames;
+    QVERIFY2(distinct > frames / 2, qPrintable(QStringLiteral("%1 of %2").arg(distinct).arg(frames)));
+    const QImage shot = mediacheck::frameAt(file, 100);
+    for (const QPoint at : {QPoint(30, 30), QPoint(1000, 500), QPoint(1900, 900)})
+        QVERIFY(looksLike(shot.pixelColor(at), TestScreen::colourAt(0, at.x(), at.y())));
+
+    const auto sound = mediacheck::decodeAudio(file, 44100);
+    const std::vector<int16_t> middle(sound.begin() + 44100, sound.end() - 44100);
+    QVERIFY(mediacheck::rms(middle) > 500);
+    // The tone's phase does not jump: no sample was lost on the way.
+    QVERIFY2(mediacheck::toneShare(middle, 44100, kTone_hz) > 0.95,
+             qPrintable(QString::number(mediacheck::toneShare(middle, 44100, kTone_hz))));
+}
+
+void TestScreenRecord::pause_cutsTimeOut_andEndsTheSound()
+{
+    ScreenRecord recorder;
+    recorder.setScreen(QGuiApplication::primaryScreen());
+    recorder.setRect({0, 0, 640, 360});
+    change(recorder, &ScreenRecord::start, ScreenRecord::Running);
+    QTest::qWait(2000);
+    change(recorder, &ScreenRecord::pause, ScreenRecord::Pausing);
+    QTest::qWait(1500);
+    change(recorder, &ScreenRecord::start, ScreenRecord::Running);
+    QTest::qWait(2000);
+    change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
+    const QString file = recorder.getFile();
+    keep(file);
+
+    QCOMPARE(mediacheck::decodeErrors(file), QString());
+    const QJsonObject probed = mediacheck::probe(file);
+    const double video = seconds(mediacheck::stream(probed, "video"));
+    const double audio = seconds(mediacheck::stream(probed, "audio"));
+    QVERIFY2(std::abs(video - 4) < 0.5, qPrintable(QString::number(video)));
+    QVERIFY2(audio > 1 && audio < 2.5, qPrintable(QString::number(audio)));
+}
+
+void TestScreenRecord::stop_keepsFile_whenPaused()
+{
+    ScreenRecord recorder;
+    recorder.setScreen(QGuiApplication::primaryScreen());
+    recorder.setRect({0, 0, 320, 180});
+    change(recorder, &ScreenRecord::pause, ScreenRecord::Pausing); // builds, nothing flows
+    change(recorder, &ScreenRecord::start, ScreenRecord::Running);
+    QTest::qWait(1000);
+    change(recorder, &ScreenRecord::pause, ScreenRecord::Pausing);
+    change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
+    keep(recorder.getFile());
+    QCOMPARE(mediacheck::decodeErrors(recorder.getFile()), QString());
+    const double video = seconds(mediacheck::stream(mediacheck::probe(recorder.getFile()), "video"));
+    QVERIFY2(std::abs(video - 1) < 0.3, qPrintable(QString::number(video)));
+}
+
+void TestScreenRecord::record_hasNoSound_whenMute()
+{
+    ScreenRecord recorder;
+    recorder.setScreen(QGuiApplication::primaryScreen());
+    recorder.setRect({0, 0, 320, 180});
+    recorder.setIsMute(true);
+    const QJsonObject probed = mediacheck::probe(record(recorder, 500));
+    QVERIFY(!mediacheck::stream(probed, "video").isEmpty());
+    QVERIFY(mediacheck::stream(probed, "audio").isEmpty());
+}
+
+void TestScreenRecord::record_takesOddRectangle()
+{
+    ScreenRecord recorder;
+    recorder.setScreen(QGuiApplication::primaryScreen());
+    recorder.setRect({300, 200, 101, 77});
+    recorder.setIsMute(true);
+    const QString file = record(recorder, 500);
+    QCOMPARE(mediacheck::decodeErrors(file), QString());
+    const QImage shot = mediacheck::frameAt(file, 5);
+    QCOMPARE(shot.size(), QSize(102, 78));
+    QVERIFY(looksLike(shot.pixelColor(5, 5), TestScreen::colourAt(0, 305, 205)));
+    QVERIFY(looksLike(shot.pixelColor(97, 72), TestScreen::colourAt(0, 397, 272)));
+}
+
+void TestScreenRecord::record_writesGif_withoutSound()
+{
+    ScreenRecord recorder;
+    recorder.setScreen(QGuiApplication::primaryScreen());
+    recorder.setRect({64, 800, 320, 240}); // the moving rows are in it
+    recorder.setIsGif(true);
+    const QString file = record(recorder, 2000);
+    QVERIFY(file.endsWith(QStringLiteral(".gif")));
+    QCOMPARE(mediacheck::decodeErrors(file), QString());
+    const QJsonObject probed = mediacheck::probe(file);
+    const QJsonObject video = mediacheck::stream(probed, "video");
+    QCOMPARE(video[QStringLiteral("codec_name")].toString(), QStringLiteral("gif"));
+    QCOMPARE(video[QStringLiteral("r_frame_rate")].toString(), QStringLiteral("10/1"));
+    QVERIFY(mediacheck::stream(probed, "audio").isEmpty());
+    QVERIFY(std::abs(seconds(probed[QStringLiteral("format")].toObject()) - 2) < 0.5);
+    QVERIFY(mediacheck::distinctFrames(file) >= 2);
+    QVERIFY(!recorder.getIsMute());
+}
+
+void TestScreenRecord::record_limitsGif_toItsShorterSide_data()
+{
+    QTest::addColumn<QSize>("size");
+    QTest::addColumn<QString>("scaled");
+    QTest::newRow("1080 stays") << QSize(1920, 1080) << QString();
+    QTest::newRow("1081 shrinks") << QSize(1081, 1081) << QStringLiteral("QSize(1080, 1080)");
+    QTest::newRow("3000x2000") << QSize(3000, 2000) << QStringLiteral("QSize(1620, 1080)");
+}
+
+void TestScreenRecord::record_limitsGif_toItsShorterSide()
+{
+    QFETCH(const QSize, size);
+    QFETCH(const QString, scaled);
+    ScreenRecord recorder;
+    recorder.setScreen(QGuiApplication::primaryScreen());
+    recorder.setRect({{0, 0}, size});
+    recorder.setIsGif(true);
+    LogCapture log;
+    change(recorder, &ScreenRecord::pause, ScreenRecord::Pausing);
+    QCOMPARE(log.count(QStringLiteral("scaled size:")), scaled.isEmpty() ? 0 : 1);
+    QCOMPARE(log.count(scaled), scaled.isEmpty() ? log.count(QString()) : 1);
+    change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
+    keep(recorder.getFile());
+}
+
+void TestScreenRecord::record_endsAtOnce_whenNothingCanCome_data()
+{
+    QTest::addColumn<QRect>("rect");
+    QTest::addColumn<QByteArray>("variable");
+    QTest::addColumn<bool>("has_screen");
+    QTest::addColumn<QString>("line");
+    const QRect inside(0, 0, 320, 180);
+    QTest::newRow("rectangle outside the screen")
+        << QRect(1800, 1000, 320, 180) << QByteArray() << true << QStringLiteral("[run]:\terror in crop\t");
+    QTest::newRow("empty rectangle") << QRect() << QByteArray() << true
+                                     << QStringLiteral("[openVideo]:\terror in open encode\t");
+    QTest::newRow("no X server") << inside << QByteArray("DISPLAY") << true
+                                 << QStringLiteral("[createVideo]:\terror in open video format\t");
+    QTest::newRow("no screen") << inside << QByteArray() << false
+                               << QStringLiteral("[createVideo]:\terror in open video format\t");
+    QTest::newRow("no temporary directory")
+        << inside << QByteArray("TMPDIR") << true << QStringLiteral("[writeHeader]:\terror in open io\t");
+}
+
+void TestScreenRecord::record_endsAtOnce_whenNothingCanCome()
+{
+    QFETCH(const QRect, rect);
+    QFETCH(const QByteArray, variable);
+    QFETCH(const bool, has_screen);
+    QFETCH(const QString, line);
+    ScreenRecord recorder;
+    recorder.setScreen(has_screen ? QGuiApplication::primaryScreen() : nullptr);
+    recorder.setRect(rect);
+    const QByteArray value = qgetenv(variable.constData());
+    if (!variable.isEmpty())
+        qputenv(variable.constData(), ":9999");
+    LogCapture log;
+    change(recorder, &ScreenRecord::start, ScreenRecord::Running);
+    QTRY_VERIFY2(log.count(line) >= 1, qPrintable(log.text()));
+    QTest::qWait(300); // whatever spins has time to show it
+    const int lines = log.count(QString());
+    QVERIFY2(lines < 60, qPrintable(log.text()));
+    change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
+    if (!variable.isEmpty())
+        qputenv(variable.constData(), value);
+    keep(recorder.getFile());
+
+    // The next recording is not the worse for it.
+    recorder.setScreen(QGuiApplication::primaryScreen());
+    recorder.setRect({0, 0, 320, 180});
+    QCOMPARE(mediacheck::decodeErrors(record(recorder, 300)), QString());
+}
+
+void TestScreenRecord::record_survivesFullDisk()
+{
+    ScreenRecord recorder;
+    recorder.setScreen(QGuiApplication::primaryScreen());
+    recorder.setRect({0, 0, 1920, 1080});
+    // A limit on the size of files stands for the end of the disk.
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before = {};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit small = {60'000, before.rlim_max};
+    LogCapture log;
+    setrlimit(RLIMIT_FSIZE, &small);
+    change(recorder, &ScreenRecord::start, ScreenRecord::Running);
+    QTRY_VERIFY_WITH_TIMEOUT(log.count("[run]:\terror in write frame\tFile too large") > 0, 20'000);
+    change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
+    setrlimit(RLIMIT_FSIZE, &before);
+    QCOMPARE(log.count("[writeTrailer]:\terror in write trailer\t"), 1);
+    QVERIFY(QFile::exists(recorder.getFile()));
+    keep(recorder.getFile());
+}
+
+void TestScreenRecord::setters_areRefused_whileProcessing()
+{
+    QScreen* screen = QGuiApplication::primaryScreen();
+    ScreenRecord recorder;
+    QSignalSpy gif(&recorder, &ScreenRecord::isGifChanged);
+    QSignalSpy mute(&recorder, &ScreenRecord::isMuteChanged);
+    QSignalSpy screens(&recorder, &ScreenRecord::screenChanged);
+    QSignalSpy rects(&recorder, &ScreenRecord::rectChanged);
+    QSignalSpy states(&recorder, &ScreenRecord::stateChanged);
+    recorder.stop(); // it waits already
+    for (int i = 0; i < 2; ++i) { // a value that is there already is no change
+        recorder.setIsGif(true);
+        recorder.setIsMute(true);
+        recorder.setScreen(screen);
+        recorder.setRect({0, 0, 64, 64});
+    }
+    QCOMPARE((QVector<int>{gif.size(), mute.size(), screens.size(), rects.size()}), (QVector<int>{1, 1, 1, 1}));
+
+    LogCapture log;
+    recorder.start();
+    recorder.start();
+    QCOMPARE(recorder.getState(), ScreenRecord::Processing);
+    recorder.setIsGif(false);
+    recorder.setIsMute(false);
+    recorder.setScreen(nullptr);
+    recorder.setRect({});
+    for (const char* name : {"setIsGif", "setIsMute", "setScreen", "setRect"})
+        QCOMPARE(log.count(QStringLiteral("[%1]:\tis not valid").arg(QLatin1String(name))), 1);
+    QVERIFY(recorder.getIsGif() && recorder.getIsMute() && recorder.getScreen() == screen);
+    QCOMPARE(recorder.getRect(), QRect(0, 0, 64, 64));
+    QTRY_COMPARE_WITH_TIMEOUT(states.size(), 1, kStepTimeout_ms);
+    QCOMPARE(recorder.getState(), ScreenRecord::Running);
+    QCOMPARE(recorder.getFile(), QString());
+    change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
+    keep(recorder.getFile());
+    QCOMPARE(gif.size() + mute.size() + screens.size() + rects.size(), 4);
+}
+
+void TestScreenRecord::destructor_finishesTheFile()
+{
+    const auto movies = [] { return QDir::temp().entryInfoList({QStringLiteral("*.mp4")}, QDir::Files); };
+    QCOMPARE(movies().size(), 0);
+    {
+        ScreenRecord recorder;
+        recorder.setScreen(QGuiApplication::primaryScreen());
+        recorder.setRect({0, 0, 320, 180});
+        change(recorder, &ScreenRecord::start, ScreenRecord::Running);
+        QTest::qWait(500);
+    }
+    QCOMPARE(movies().size(), 1);
+    keep(movies()[0].filePath());
+    QCOMPARE(mediacheck::decodeErrors(movies()[0].filePath()), QString());
+}
+
+void TestScreenRecord::commands_fromManyThreads_endConsistently()
+{
+    const unsigned seed = std::random_device()();
+    qInfo("seed %u", seed);
+    ScreenRecord recorder;
+    recorder.setScreen(QGuiApplication::primaryScreen());
+    recorder.setRect({0, 0, 64, 64});
+    connect(&recorder, &ScreenRecord::fileChanged, this, [this](const QString& file) { keep(file); });
+    std::atomic<int> running = 4;
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < 4; ++i)
+        threads.emplace_back([&, i] {
+            std::mt19937 random(seed + i);
+            for (int n = 0; n < 60; ++n) {
+                switch (random() % 4) {
+                case 0: recorder.start(); break;
+                case 1: recorder.pause(); break;
+                case 2: recorder.stop(); break;
+                default: std::this_thread::sleep_for(std::chrono::milliseconds(random() % 20));
+                }
+            }
+            --running;
+        });
+    QTRY_COMPARE_WITH_TIMEOUT(running.load(), 0, kStepTimeout_ms);
+    for (std::thread& thread : threads)
+        thread.join();
+    QTRY_VERIFY_WITH_TIMEOUT(recorder.getState() != ScreenRecord::Processing, kStepTimeout_ms);
+    if (recorder.getState() != ScreenRecord::Waiting)
+        change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
+    QCOMPARE(mediacheck::decodeErrors(record(recorder, 300)), QString());
+}
+
+void TestScreenRecord::cycles_leaveNothingBehind()
+{
+    const auto entries = [](const char* directory) {
+        return QDir(QLatin1String(directory)).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
+    };
+    ScreenRecord recorder;
+    recorder.setScreen(QGuiApplication::primaryScreen());
+    recorder.setRect({0, 0, 64, 64});
+    const auto cycle = [&](int index) {
+        recorder.setIsGif(index % 4 == 3);
+        change(recorder, &ScreenRecord::start, ScreenRecord::Running);
+        change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
+        QVERIFY(QFile::remove(recorder.getFile()));
+    };
+    constexpr int kWarmUp = 20;
+    constexpr int kCycles = 200;
+    QThreadPool::globalInstance()->setExpiryTimeout(100);
+    for (int i = 0; i < kWarmUp; ++i)
+        cycle(i);
+    const int threads = entries("/proc/self/task");
+    const int files_open = entries("/proc/self/fd");
+    const size_t bytes = mallinfo2().uordblks;
+    for (int i = 0; i < kCycles; ++i)
+        cycle(i);
+    QTRY_VERIFY2(entries("/proc/self/task") <= threads, qPrintable(QString::number(entries("/proc/self/task"))));
+    QCOMPARE(entries("/proc/self/fd"), files_open);
+    const double grown = double(mallinfo2().uordblks) - double(bytes);
+    QVERIFY2(grown < 1e6, qPrintable(QString::number(grown)));
+}
+
+void TestScreenRecord::record_findsSecondScreen()
+{
+    const auto screens = QGuiApplication::screens();
+    if (screens.size() < 2)
+        QSKIP("needs two screens");
+    for (int i = 0; i < 2; ++i) {
+        ScreenRecord recorder;
+        recorder.setIsMute(true);
+        recorder.setScreen(screens[i]);
+        recorder.setRect({200, 100, 640, 360});
+        const QImage shot = mediacheck::frameAt(record(recorder, 500), 5);
+        QCOMPARE(shot.size(), QSize(640, 360));
+        for (const QPoint at : {QPoint(10, 10), QPoint(400, 200), QPoint(630, 350)})
+            QVERIFY(looksLike(shot.pixelColor(at), TestScreen::colourAt(i, 200 + at.x(), 100 + at.y())));
+    }
+}
+
+void TestScreenRecord::record_isSilent_withoutMicrophone()
+{
+    if (!qEnvironmentVariableIsEmpty("PULSE_SERVER"))
+        QSKIP("needs a desktop without sound");
+    ScreenRecord recorder;
+    recorder.setScreen(QGuiApplication::primaryScreen());
+    recorder.setRect({0, 0, 320, 180});
+    QSignalSpy mute(&recorder, &ScreenRecord::isMuteChanged);
+    const QString file = record(recorder, 500);
+    QVERIFY(recorder.getIsMute());
+    QCOMPARE(mute.size(), 0);
+    QCOMPARE(mediacheck::decodeErrors(file), QString());
+    QVERIFY(mediacheck::stream(mediacheck::probe(file), "audio").isEmpty());
+}
+
+void TestScreenRecord::record_takesDevicePixels()
+{
+    QScreen* screen = QGuiApplication::primaryScreen();
+    if (screen->devicePixelRatio() != 2)
+        QSKIP("needs two device pixels to a logical one");
+    ScreenRecord recorder;
+    recorder.setIsMute(true);
+    recorder.setScreen(screen);
+    recorder.setRect({100, 50, 320, 180});
+    const QImage shot = mediacheck::frameAt(record(recorder, 500), 5);
+    QCOMPARE(shot.size(), QSize(640, 360));
+    for (const QPoint at : {QPoint(5, 5), QPoint(300, 170)})
+        QVERIFY(looksLike(shot.pixelColor(2 * at), TestScreen::colourAt(0, 100 + at.x(), 50 + at.y())));
+}
+
+QTEST_MAIN(TestScreenRecord)
+#include "test_screenrecord.moc"
