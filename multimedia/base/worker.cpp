@@ -25,9 +25,10 @@ QThreadPool* Worker::getThreadPool()
 void Worker::start()
 {
     std::lock_guard lock(mutex);
-    start_requested = true;
-    if (in_flight)
+    if (in_flight) {
+        start_requested = true;
         return;
+    }
     in_flight = true;
     submit();
 }
@@ -49,12 +50,15 @@ bool Worker::isRunning() const
 
 void Worker::submit()
 {
-    start_requested = false;
     future = QtConcurrent::run(getThreadPool(), [this] { run(); });
 }
 
 void Worker::run()
 {
+    {
+        std::lock_guard lock(mutex);
+        start_requested = false;
+    }
     const bool again = body();
     std::lock_guard lock(mutex);
     if (again || start_requested) {

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "multimedia/base/fileinfo.h"
+#include "multimedia/base/mediahandle.h"
+#include "multimedia/base/stage.h"
+
+#include <atomic>
+#include <condition_variable>
+
+namespace multimedia {
+
+/// Sink stage: interleaves the packets of any number of encoders into one file.
+///
+/// The encoders add their streams to `getFormat()`; then `writeHeader` is called, once, before any packet
+/// comes; the destructor writes what has arrived and the trailer, and closes the file. Packets that come
+/// without a header are kept and reported, a few times a second, until the destructor drops them.
+///
+/// `write` from any thread; the muxer is touched by passes only, and by the destructor after the last one.
+class FormatOut
+{
+public:
+    struct Params
+    {
+        FormatHandle format; ///< the stage takes ownership
+    };
+
+    /// Makes the output context for `info.path()`, whose extension chooses the muxer. A file of that name is
+    /// deleted first. A null handle, and a log line, on failure.
+    static FormatHandle createFile(FileInfo info);
+    /// Closes the file, if one was opened, and frees the context.
+    static void destory(AVFormatContext* format);
+
+    explicit FormatOut(Params params);
+    ~FormatOut();
+
+    AVFormatContext* getFormat() const { return params.format.get(); }
+    /// Opens the file and writes its header. Not while packets arrive.
+    void writeHeader();
+    void write(PacketHandle packet);
+    void writeTrailer();
+
+private:
+    bool run();
+    bool waitForHeader();
+
+    Params params;
+    std::atomic<bool> header_written = false;
+    bool closing = false;           ///< the destructor has begun; guarded by the mutex of `input`
+    std::condition_variable closed; ///< pairs with the mutex of `input`
+    StageInput<PacketHandle> input;
+};
+
+} // namespace multimedia

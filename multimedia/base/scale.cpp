@@ -1,0 +1,69 @@
+#include "multimedia/base/scale.h"
+
+#include "multimedia/base/warning.h"
+
+namespace multimedia {
+
+Scale::Scale(Params params)
+    : params(std::move(params))
+    , input([this] { return run(); })
+{}
+
+bool Scale::open(AVFrame* frame)
+{
+    if (scaler)
+        return true;
+    source_size = {frame->width, frame->height};
+    source_format = frame->format;
+    if (params.size.width() < 0 || params.size.height() < 0)
+        params.size = source_size;
+    scaler.reset(sws_getContext(frame->width, frame->height, AVPixelFormat(frame->format),
+                                params.size.width(), params.size.height(), AVPixelFormat(params.pixel_format),
+                                SWS_BICUBIC, nullptr, nullptr, nullptr));
+    return scaler != nullptr;
+}
+
+void Scale::close()
+{
+    scaler.reset();
+}
+
+void Scale::scale(FrameHandle frame)
+{
+    input.push(std::move(frame));
+}
+
+bool Scale::run()
+{
+    const auto batch = input.take();
+    if (batch.empty() || !open(batch.front().get()))
+        return input.refilled();
+    for (const FrameHandle& frame : batch) {
+        if (FrameHandle converted = convert(*frame))
+            params.on_frame(std::move(converted));
+        else
+            warning("run", "error in scale");
+    }
+    return input.refilled();
+}
+
+FrameHandle Scale::convert(const AVFrame& frame) const
+{
+    if (frame.format != source_format || frame.width < source_size.width() ||
+        frame.height < source_size.height())
+        return {};
+    FrameHandle converted = createFrame();
+    if (!converted)
+        return {};
+    converted->width = params.size.width();
+    converted->height = params.size.height();
+    converted->format = params.pixel_format;
+    if (av_frame_get_buffer(converted.get(), 0) < 0)
+        return {};
+    // Taller frames give the rows that the scaler was made for.
+    const int rows = sws_scale(scaler.get(), frame.data, frame.linesize, 0, source_size.height(),
+                               converted->data, converted->linesize);
+    return rows > 0 ? std::move(converted) : FrameHandle();
+}
+
+} // namespace multimedia

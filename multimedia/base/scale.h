@@ -1,0 +1,46 @@
+#pragma once
+
+#include "multimedia/base/ffmpegptr.h"
+#include "multimedia/base/mediahandle.h"
+#include "multimedia/base/stage.h"
+
+#include <QtCore/QSize>
+
+#include <functional>
+
+namespace multimedia {
+
+/// Stage: converts size and pixel format, bicubic.
+///
+/// The scaler is made from the first frame and kept: frames that come later are taken for frames of that size
+/// and format; one that is smaller or of another format cannot be, and is lost with a log line. Timestamps
+/// are not carried over. No delay, nothing to flush.
+class Scale
+{
+public:
+    struct Params
+    {
+        std::function<void(FrameHandle)> on_frame;
+        QSize size;            ///< pixels; a negative side stands for the size of the first frame
+        int pixel_format = -1; ///< an `AVPixelFormat`
+    };
+
+    explicit Scale(Params params);
+
+    /// Makes the scaler for frames like this one, unless there is one. True if there is one afterwards.
+    bool open(AVFrame* frame);
+    void close();
+    void scale(FrameHandle frame);
+
+private:
+    bool run();
+    FrameHandle convert(const AVFrame& frame) const;
+
+    Params params;
+    QSize source_size;
+    int source_format = -1;
+    SwsContextPtr scaler; ///< passes only
+    StageInput<FrameHandle> input;
+};
+
+} // namespace multimedia

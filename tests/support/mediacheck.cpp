@@ -1,0 +1,123 @@
+#include "tests/support/mediacheck.h"
+
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QProcess>
+#include <QtCore/QSet>
+#include <QtTest/QtTest>
+
+#include <cmath>
+#include <cstring>
+
+namespace mediacheck {
+
+namespace {
+const auto kQuiet = QStringList{QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-nostdin")};
+constexpr int kToolTimeout_ms = 120'000;
+} // namespace
+
+QByteArray output(const QString& program, const QStringList& arguments)
+{
+    QProcess process;
+    process.start(program, arguments);
+    if (!process.waitForFinished(kToolTimeout_ms) || process.exitCode() != 0) {
+        QTest::qFail(qPrintable(program + QLatin1Char(' ') + arguments.join(QLatin1Char(' ')) +
+                                QStringLiteral(": ") + QString::fromUtf8(process.readAllStandardError())),
+                     __FILE__, __LINE__);
+        return {};
+    }
+    return process.readAllStandardOutput();
+}
+
+QJsonObject probe(const QString& path)
+{
+    return QJsonDocument::fromJson(
+               output(QStringLiteral("ffprobe"),
+                      {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-of"),
+                       QStringLiteral("json"), QStringLiteral("-show_format"),
+                       QStringLiteral("-show_streams"), QStringLiteral("-count_frames"), path}))
+        .object();
+}
+
+QJsonObject stream(const QJsonObject& probed, const char* kind)
+{
+    for (const QJsonValue& entry : probed[QStringLiteral("streams")].toArray()) {
+        if (entry[QStringLiteral("codec_type")].toString() == QLatin1String(kind))
+            return entry.toObject();
+    }
+    return {};
+}
+
+QString decodeErrors(const QString& path)
+{
+    QProcess process;
+    process.start(QStringLiteral("ffmpeg"),
+                  kQuiet + QStringList{QStringLiteral("-i"), path, QStringLiteral("-f"),
+                                       QStringLiteral("null"), QStringLiteral("-")});
+    if (!process.waitForFinished(kToolTimeout_ms))
+        return QStringLiteral("ffmpeg did not end");
+    const QString errors = QString::fromUtf8(process.readAllStandardError());
+    return process.exitCode() == 0 ? errors
+                                   : errors + QStringLiteral(" exit code %1").arg(process.exitCode());
+}
+
+int distinctFrames(const QString& path)
+{
+    const QByteArray lines =
+        output(QStringLiteral("ffmpeg"),
+               kQuiet + QStringList{QStringLiteral("-i"), path, QStringLiteral("-an"), QStringLiteral("-f"),
+                                    QStringLiteral("framemd5"), QStringLiteral("-")});
+    QSet<QByteArray> hashes;
+    for (const QByteArray& line : lines.split('\n')) {
+        if (!line.isEmpty() && !line.startsWith('#'))
+            hashes.insert(line.split(',').last().trimmed());
+    }
+    return hashes.size();
+}
+
+QImage frameAt(const QString& path, int index)
+{
+    const QByteArray png = output(
+        QStringLiteral("ffmpeg"),
+        kQuiet + QStringList{QStringLiteral("-i"), path, QStringLiteral("-vf"),
+                             QStringLiteral("select=eq(n\\,%1)").arg(index), QStringLiteral("-frames:v"),
+                             QStringLiteral("1"), QStringLiteral("-f"), QStringLiteral("image2pipe"),
+                             QStringLiteral("-c:v"), QStringLiteral("png"), QStringLiteral("-")});
+    return QImage::fromData(png, "PNG");
+}
+
+std::vector<int16_t> decodeAudio(const QString& path, int sample_rate)
+{
+    const QByteArray bytes =
+        output(QStringLiteral("ffmpeg"),
+               kQuiet + QStringList{QStringLiteral("-i"), path, QStringLiteral("-vn"), QStringLiteral("-ac"),
+                                    QStringLiteral("1"), QStringLiteral("-ar"), QString::number(sample_rate),
+                                    QStringLiteral("-f"), QStringLiteral("s16le"), QStringLiteral("-")});
+    std::vector<int16_t> samples(size_t(bytes.size()) / sizeof(int16_t));
+    std::memcpy(samples.data(), bytes.constData(), samples.size() * sizeof(int16_t));
+    return samples;
+}
+
+double toneShare(const std::vector<int16_t>& samples, int sample_rate, double frequency_hz)
+{
+    double energy = 0;
+    double real = 0;
+    double imaginary = 0;
+    for (size_t i = 0; i < samples.size(); ++i) {
+        const double phase = 2 * M_PI * frequency_hz * double(i) / sample_rate;
+        real += samples[i] * std::cos(phase);
+        imaginary += samples[i] * std::sin(phase);
+        energy += double(samples[i]) * samples[i];
+    }
+    return energy > 0 ? 2 * (real * real + imaginary * imaginary) / (energy * double(samples.size())) : 0;
+}
+
+double rms(const std::vector<int16_t>& samples)
+{
+    double energy = 0;
+    for (const int16_t sample : samples)
+        energy += double(sample) * sample;
+    return samples.empty() ? 0 : std::sqrt(energy / double(samples.size()));
+}
+
+} // namespace mediacheck

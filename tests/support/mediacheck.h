@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QJsonObject>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+#include <QtGui/QImage>
+
+#include <cstdint>
+#include <vector>
+
+/// @file
+/// Looks at media files from outside: everything is asked of the `ffmpeg` and `ffprobe` programs.
+
+namespace mediacheck {
+
+/// Standard output of a program; fails the test, and gives nothing, when it cannot be run or exits with an
+/// error.
+QByteArray output(const QString& program, const QStringList& arguments);
+
+/// `ffprobe`'s "format" and "streams", frames counted by decoding.
+QJsonObject probe(const QString& path);
+/// First stream of a kind ("video", "audio") in the result of `probe`; empty when there is none.
+QJsonObject stream(const QJsonObject& probed, const char* kind);
+/// What a full decode complains about; empty for a sound file.
+QString decodeErrors(const QString& path);
+
+/// Number of different pictures in a video.
+int distinctFrames(const QString& path);
+/// Picture number `index`, null when there is none.
+QImage frameAt(const QString& path, int index);
+
+/// Sound as 16-bit samples of one channel.
+std::vector<int16_t> decodeAudio(const QString& path, int sample_rate);
+/// Share of the sound's energy that lies at `frequency_hz`, 0 to 1.
+double toneShare(const std::vector<int16_t>& samples, int sample_rate, double frequency_hz);
+/// Root mean square of the samples, 0 to 32768.
+double rms(const std::vector<int16_t>& samples);
+
+} // namespace mediacheck

@@ -1,0 +1,561 @@
+#include "multimedia/base/crop.h"
+#include "multimedia/base/decode.h"
+#include "multimedia/base/encode.h"
+#include "multimedia/base/ffmpegversion.h"
+#include "multimedia/base/formatin.h"
+#include "multimedia/base/formatout.h"
+#include "multimedia/base/resample.h"
+#include "multimedia/base/scale.h"
+#include "multimedia/base/warning.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/mediacheck.h"
+
+#include <QtCore/QTemporaryDir>
+#include <QtTest/QtTest>
+
+#include <atomic>
+
+using namespace multimedia;
+
+namespace {
+
+FileInfo input(const char* name, const char* format)
+{
+    return {TEST_MEDIA_DIR "/stages", name, format};
+}
+
+FrameHandle pictureFrame(int width, int height, AVPixelFormat format)
+{
+    FrameHandle frame = createFrame();
+    frame->width = width;
+    frame->height = height;
+    frame->format = format;
+    av_frame_get_buffer(frame.get(), 0);
+    return frame;
+}
+
+FrameHandle soundFrame(int samples, int sample_rate, int16_t first)
+{
+    FrameHandle frame = createFrame();
+    frame->nb_samples = samples;
+    frame->format = AV_SAMPLE_FMT_S16;
+    frame->sample_rate = sample_rate;
+    setChannelMask(*frame, AV_CH_LAYOUT_MONO);
+    av_frame_get_buffer(frame.get(), 0);
+    auto* data = reinterpret_cast<int16_t*>(frame->data[0]);
+    for (int i = 0; i < samples; ++i)
+        data[i] = int16_t(first + i);
+    return frame;
+}
+
+/// Reads `source` to its end, packets going to `on_video` and `on_audio`.
+void readAll(FormatHandle source, std::function<void(PacketHandle)> on_video,
+             std::function<void(PacketHandle)> on_audio)
+{
+    LogCapture log;
+    const bool debug = MultimediaCategoryLogging().isDebugEnabled();
+    MultimediaCategoryLogging().setEnabled(QtDebugMsg, true);
+    FormatIn format_in({std::move(on_video), std::move(on_audio), std::move(source)});
+    format_in.start();
+    QTRY_COMPARE(log.count("[run]: end of format"), 1);
+    MultimediaCategoryLogging().setEnabled(QtDebugMsg, debug);
+}
+
+} // namespace
+
+class TestStages : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void handle_releasesOnce_whenMovedAndOverwritten();
+    void warning_writesItsLine_data();
+    void warning_writesItsLine();
+    void createFile_givesNullHandle_forBadInput_data();
+    void createFile_givesNullHandle_forBadInput();
+    void copy_keepsEveryPacket();
+    void formatIn_stops_andGoesOn();
+    void inertStages_reportAndEnd();
+    void formatOut_reportsAndEnds_withoutHeader();
+    void decode_deliversEveryFrame_whenDestroyed();
+    void encode_numbersFrames_andWritesWhatPlays_data();
+    void encode_numbersFrames_andWritesWhatPlays();
+    void encode_choosesFormat_data();
+    void encode_choosesFormat();
+    void crop_movesToTheRectangle_data();
+    void crop_movesToTheRectangle();
+    void scale_convertsSizeAndFormat_data();
+    void scale_convertsSizeAndFormat();
+    void scale_losesFrames_thatItsScalerCannotRead();
+    void resample_givesWholeFrames_andLosesNothing_data();
+    void resample_givesWholeFrames_andLosesNothing();
+
+private:
+    QTemporaryDir directory;
+    std::string dir() const { return directory.path().toStdString(); }
+};
+
+void TestStages::handle_releasesOnce_whenMovedAndOverwritten()
+{
+    int released = 0;
+    const auto release = [&released](AVFrame* frame) {
+        ++released;
+        destroyFrame(frame);
+    };
+    {
+        FrameHandle first(av_frame_alloc(), release);
+        FrameHandle second(av_frame_alloc(), release);
+        FrameHandle moved = std::move(first);
+        QVERIFY(!first);
+        QCOMPARE(released, 0);
+        moved = std::move(second);
+        QCOMPARE(released, 1);
+        FrameHandle empty;
+    }
+    QCOMPARE(released, 2);
+}
+
+void TestStages::warning_writesItsLine_data()
+{
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("line");
+    QTest::newRow("no code") << 0 << "[run]:\terror in crop";
+    QTest::newRow("code") << AVERROR_EOF << "[run]:\terror in crop\tEnd of file";
+    QTest::newRow("unknown code") << -12345678 << "[run]:\terror in crop\tError number -12345678 occurred";
+}
+
+void TestStages::warning_writesItsLine()
+{
+    QFETCH(const int, code);
+    QFETCH(const QString, line);
+    LogCapture log;
+    multimedia::warning("run", "error in crop", code);
+    QCOMPARE(log.text(), line);
+    if (code != 0)
+        QVERIFY(line.endsWith(QString::fromStdString(ffmpegErrorString(code))));
+}
+
+void TestStages::createFile_givesNullHandle_forBadInput_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::newRow("missing") << "missing";
+    QTest::newRow("empty") << "empty";
+    QTest::newRow("truncated") << "truncated";
+}
+
+void TestStages::createFile_givesNullHandle_forBadInput()
+{
+    QFETCH(const QString, name);
+    LogCapture log;
+    QVERIFY(!FormatIn::createFile(input(name.toUtf8().constData(), "mp4")));
+    QCOMPARE(log.count("[createFile]:\terror in open file format\t"), 1);
+    QVERIFY(!FormatOut::createFile({dir(), "no", "suchmuxer"}));
+    QCOMPARE(log.count("[createFile]:\terror in open file format\t"), 2);
+}
+
+void TestStages::copy_keepsEveryPacket()
+{
+    const QString target = directory.filePath(QStringLiteral("copy.mp4"));
+    QFile old(target);
+    QVERIFY(old.open(QIODevice::WriteOnly) && old.write("old") == 3);
+    old.close();
+    {
+        FormatHandle source = FormatIn::createFile(input("both", "mp4"));
+        FormatHandle made = FormatOut::createFile({dir(), "copy", "mp4"});
+        QVERIFY(source && made);
+        QVERIFY(!QFile::exists(target));
+        std::vector<AVRational> from;
+        for (unsigned i = 0; i < source->nb_streams; ++i) {
+            AVStream* stream = avformat_new_stream(made.get(), nullptr);
+            avcodec_parameters_copy(stream->codecpar, source->streams[i]->codecpar);
+            from.push_back(source->streams[i]->time_base);
+        }
+        FormatOut format_out({std::move(made)});
+        format_out.writeHeader();
+        format_out.writeHeader(); // the second one finds it written
+        std::atomic<int> ends = 0;
+        const auto copy = [&](PacketHandle packet) {
+            if (!packet || !packet->data) {
+                ++ends;
+                return;
+            }
+            const auto index = size_t(packet->stream_index);
+            av_packet_rescale_ts(packet.get(), from[index],
+                                 format_out.getFormat()->streams[index]->time_base);
+            format_out.write(std::move(packet));
+        };
+        readAll(std::move(source), copy, copy);
+        QCOMPARE(ends.load(), 2);
+    }
+    const QJsonObject before = mediacheck::probe(QStringLiteral(TEST_MEDIA_DIR "/stages/both.mp4"));
+    const QJsonObject after = mediacheck::probe(target);
+    for (const char* kind : {"video", "audio"})
+        QCOMPARE(mediacheck::stream(after, kind)[QStringLiteral("nb_read_frames")],
+                 mediacheck::stream(before, kind)[QStringLiteral("nb_read_frames")]);
+    QCOMPARE(mediacheck::decodeErrors(target), QString());
+}
+
+void TestStages::formatIn_stops_andGoesOn()
+{
+    std::atomic<int> packets = 0;
+    std::atomic<int> ends = 0;
+    FormatIn* reader = nullptr;
+    FormatIn format_in({[&](PacketHandle packet) {
+                            if (!packet->data) {
+                                ++ends;
+                            } else if (++packets == 10) {
+                                reader->stop();
+                            }
+                        },
+                        {},
+                        FormatIn::createFile(input("both", "mp4"))});
+    reader = &format_in;
+    QVERIFY(format_in.canDeliver());
+    format_in.start();
+    QTRY_COMPARE(packets.load(), 10);
+    QTest::qWait(50); // long enough to read the rest, if it went on
+    QCOMPARE(packets.load(), 10);
+    format_in.start();
+    QTRY_COMPARE(packets.load(), 50);
+    QTRY_COMPARE(ends.load(), 1);
+}
+
+void TestStages::inertStages_reportAndEnd()
+{
+    LogCapture log;
+    {
+        FormatIn format_in({});
+        QVERIFY(!format_in.canDeliver());
+        format_in.start();
+        QTRY_VERIFY(log.count("[run]:\tempty format") >= 2); // each pass says so, at its own pace
+    }
+    {
+        Decode decode({{}, nullptr, true});
+        QVERIFY(!decode.getCodec() && !decode.getStream());
+    }
+    QCOMPARE(log.count("[open]:\terror in find stream"), 1);
+    QCOMPARE(log.count("[run]:\tempty decode"), 1);
+
+    Encode::Params params;
+    params.is_video = true;
+    params.codec_id = 1'000'000;
+    {
+        Encode encode(params);
+        QVERIFY(!encode.getCodec() && !encode.getStream());
+        encode.encode(pictureFrame(16, 16, AV_PIX_FMT_YUV420P));
+        QTRY_COMPARE(log.count("[run]:\tempty encode"), 1);
+    }
+    QCOMPARE(log.count("[openVideo]:\terror in find decoder"), 1);
+    params.codec_id = AV_CODEC_ID_H264;
+    Encode without_format(params);
+    QCOMPARE(log.count("[openVideo]:\terror in open stream"), 1);
+
+    FormatHandle made = FormatOut::createFile({dir(), "inert", "mp4"});
+    params.format = made.get();
+    params.width = 101; // odd, which 4:2:0 cannot be
+    params.height = 100;
+    params.frame_rate = 25;
+    Encode odd(params);
+    QVERIFY(!odd.getCodec() && !odd.getStream());
+    QCOMPARE(log.count("[openVideo]:\terror in open encode\t"), 1);
+}
+
+void TestStages::formatOut_reportsAndEnds_withoutHeader()
+{
+    LogCapture log;
+    {
+        FormatOut format_out({});
+        format_out.writeHeader();
+        QCOMPARE(log.count("[writeHeader]:\tempty format"), 1);
+        format_out.write(createPacket());
+        QTRY_VERIFY(log.count("[run]:\tempty format") >= 2);
+    }
+    {
+        FormatOut format_out({FormatOut::createFile({"/nonexistent", "a", "mp4"})});
+        format_out.writeHeader();
+        QCOMPARE(log.count("[writeHeader]:\terror in open io\tNo such file or directory"), 1);
+    }
+    {
+        FormatOut format_out({FormatOut::createFile({dir(), "nostream", "mp4"})});
+        format_out.writeHeader();
+        QCOMPARE(log.count("[writeHeader]:\terror in write header\t"), 1);
+    }
+    QCOMPARE(log.count("trailer"), 0);
+}
+
+void TestStages::decode_deliversEveryFrame_whenDestroyed()
+{
+    FormatHandle source = FormatIn::createFile(input("both", "mp4"));
+    AVFormatContext* format = source.get();
+    std::vector<int> greys;
+    {
+        // Keeps the input open until the decoder has gone.
+        FormatIn format_in({{}, {}, std::move(source)});
+        Decode decode({[&](FrameHandle frame) { greys.push_back(frame->data[0][0]); }, format, true});
+        QVERIFY(decode.open());
+        std::vector<PacketHandle> packets;
+        for (;;) {
+            PacketHandle packet = createPacket();
+            if (av_read_frame(format, packet.get()) < 0)
+                break;
+            if (packet->stream_index == decode.getStream()->index)
+                decode.decode(std::move(packet));
+        }
+    }
+    QCOMPARE(int(greys.size()), 50);
+    for (size_t i = 0; i < greys.size(); ++i)
+        QVERIFY2(std::abs(greys[i] - int(16 + 4 * i)) <= 2, qPrintable(QString::number(i)));
+}
+
+void TestStages::encode_numbersFrames_andWritesWhatPlays_data()
+{
+    QTest::addColumn<QString>("format");
+    QTest::addColumn<int>("codec_id");
+    QTest::addColumn<int>("frame_rate");
+    QTest::newRow("mp4") << "mp4" << int(AV_CODEC_ID_H264) << 25;
+    QTest::newRow("gif") << "gif" << int(AV_CODEC_ID_GIF) << 10;
+}
+
+void TestStages::encode_numbersFrames_andWritesWhatPlays()
+{
+    QFETCH(const QString, format);
+    QFETCH(const int, codec_id);
+    QFETCH(const int, frame_rate);
+    constexpr int kFrames = 40;
+    std::vector<double> seconds;
+    {
+        FormatOut format_out({FormatOut::createFile({dir(), "encoded", format.toStdString()})});
+        Encode::Params params;
+        params.format = format_out.getFormat();
+        params.is_video = true;
+        params.codec_id = codec_id;
+        params.use_global_header = format == QStringLiteral("mp4");
+        params.pixel_format = AV_PIX_FMT_YUV420P;
+        params.frame_rate = frame_rate;
+        params.width = 64;
+        params.height = 48;
+        Encode* encoder = nullptr;
+        std::atomic<int> arrived = 0;
+        params.on_packet = [&](PacketHandle packet) {
+            seconds.push_back(double(packet->pts) * av_q2d(encoder->getStream()->time_base));
+            format_out.write(std::move(packet));
+            ++arrived;
+        };
+        Encode encode(std::move(params));
+        encoder = &encode;
+        QVERIFY(encode.getCodec());
+        QVERIFY(!encode.open());
+        format_out.writeHeader();
+        for (int i = 0; i < kFrames; ++i) {
+            FrameHandle frame = pictureFrame(64, 48, encode.getCodec()->pix_fmt);
+            memset(frame->data[0], 6 * i, size_t(frame->linesize[0]) * 48);
+            frame->pts = 1000 - i; // the capture's clock counts for nothing
+            const int before = arrived;
+            encode.encode(std::move(frame));
+            // One frame at a time: a batch behind a frame that gave no packet would be lost. The first frames
+            // may give none while the encoder fills.
+            const bool came = QTest::qWaitFor([&] { return arrived > before; }, i < 5 ? 100 : 5000);
+            QVERIFY(came || i < 5);
+        }
+    }
+    QVERIFY(int(seconds.size()) >= kFrames - 5);
+    for (size_t i = 0; i < seconds.size(); ++i)
+        QCOMPARE(seconds[i], double(i) / frame_rate);
+    const QString path = directory.filePath(QStringLiteral("encoded.") + format);
+    QCOMPARE(mediacheck::decodeErrors(path), QString());
+    const QJsonObject video = mediacheck::stream(mediacheck::probe(path), "video");
+    QCOMPARE(video[QStringLiteral("nb_read_frames")].toString().toInt(), int(seconds.size()));
+    QCOMPARE(video[QStringLiteral("r_frame_rate")].toString(), QStringLiteral("%1/1").arg(frame_rate));
+}
+
+void TestStages::encode_choosesFormat_data()
+{
+    QTest::addColumn<QString>("format");
+    QTest::addColumn<bool>("is_video");
+    QTest::addColumn<int>("codec_id");
+    QTest::addColumn<int>("wanted");
+    QTest::addColumn<int>("chosen");
+    QTest::newRow("h264 takes 444") << "mp4" << true << int(AV_CODEC_ID_H264) << int(AV_PIX_FMT_YUV444P)
+                                    << int(AV_PIX_FMT_YUV444P);
+    QTest::newRow("gif lacks 420") << "gif" << true << int(AV_CODEC_ID_GIF) << int(AV_PIX_FMT_YUV420P)
+                                   << int(AV_PIX_FMT_RGB8);
+    QTest::newRow("aac by default") << "mp4" << false << int(AV_CODEC_ID_AAC) << -1
+                                    << int(AV_SAMPLE_FMT_FLTP);
+    QTest::newRow("aac lacks s16") << "mp4" << false << int(AV_CODEC_ID_AAC) << int(AV_SAMPLE_FMT_S16)
+                                   << int(AV_SAMPLE_FMT_FLTP);
+}
+
+void TestStages::encode_choosesFormat()
+{
+    QFETCH(const QString, format);
+    QFETCH(const bool, is_video);
+    QFETCH(const int, codec_id);
+    QFETCH(const int, wanted);
+    QFETCH(const int, chosen);
+    const FormatHandle made = FormatOut::createFile({dir(), "choice", format.toStdString()});
+    Encode::Params params;
+    params.format = made.get();
+    params.is_video = is_video;
+    params.codec_id = codec_id;
+    params.options = {{"preset", "nonsense"}}; // audio never sees it, and a video encoder refuses it
+    params.pixel_format = wanted;
+    params.sample_format = wanted;
+    params.frame_rate = 10;
+    params.width = 32;
+    params.height = 32;
+    params.channel_layout = AV_CH_LAYOUT_STEREO;
+    params.sample_rate = 44100;
+    if (codec_id == AV_CODEC_ID_H264) {
+        LogCapture log;
+        const Encode refused(params);
+        QVERIFY(!refused.getCodec());
+        QCOMPARE(log.count("[openVideo]:\terror in open encode\t"), 1);
+        params.options.clear();
+    }
+    const Encode encode(params);
+    QVERIFY(encode.getCodec());
+    QCOMPARE(is_video ? int(encode.getCodec()->pix_fmt) : int(encode.getCodec()->sample_fmt), chosen);
+    QCOMPARE(encode.getCodec()->flags & AV_CODEC_FLAG_GLOBAL_HEADER, 0);
+    if (!is_video) {
+        QCOMPARE(channelCount(*encode.getCodec()), 2);
+        QCOMPARE(encode.getCodec()->time_base.den, 44100);
+    }
+}
+
+void TestStages::crop_movesToTheRectangle_data()
+{
+    QTest::addColumn<QRect>("rect");
+    QTest::addColumn<bool>("fits");
+    QTest::newRow("whole") << QRect(0, 0, 40, 30) << true;
+    QTest::newRow("odd") << QRect(3, 5, 7, 11) << true;
+    QTest::newRow("last pixel") << QRect(39, 29, 1, 1) << true;
+    QTest::newRow("one too wide") << QRect(1, 0, 40, 30) << false;
+    QTest::newRow("left of it") << QRect(-1, 0, 10, 10) << false;
+    QTest::newRow("far away") << QRect(4000, 3000, 10, 10) << false;
+    QTest::newRow("null") << QRect() << false;
+}
+
+void TestStages::crop_movesToTheRectangle()
+{
+    QFETCH(const QRect, rect);
+    QFETCH(const bool, fits);
+    LogCapture log;
+    FrameHandle cropped;
+    {
+        Crop crop({[&](FrameHandle frame) { cropped = std::move(frame); }, rect});
+        FrameHandle frame = pictureFrame(40, 30, AV_PIX_FMT_BGR0);
+        for (int y = 0; y < 30; ++y)
+            for (int x = 0; x < 40; ++x) {
+                frame->data[0][y * frame->linesize[0] + 4 * x] = uint8_t(x);
+                frame->data[0][y * frame->linesize[0] + 4 * x + 1] = uint8_t(y);
+            }
+        crop.crop(std::move(frame));
+    }
+    QCOMPARE(bool(cropped), fits);
+    QCOMPARE(log.count("[run]:\terror in crop\t"), fits ? 0 : 1);
+    if (!fits)
+        return;
+    QCOMPARE(QSize(cropped->width, cropped->height), rect.size());
+    QCOMPARE(int(cropped->data[0][0]), rect.left());
+    QCOMPARE(int(cropped->data[0][1]), rect.top());
+}
+
+void TestStages::scale_convertsSizeAndFormat_data()
+{
+    QTest::addColumn<QSize>("size");
+    QTest::addColumn<QSize>("expected");
+    QTest::newRow("keeps size") << QSize(-1, -1) << QSize(40, 30);
+    QTest::newRow("one side open") << QSize(20, -1) << QSize(40, 30);
+    QTest::newRow("smaller") << QSize(20, 14) << QSize(20, 14);
+    QTest::newRow("larger") << QSize(100, 80) << QSize(100, 80);
+}
+
+void TestStages::scale_convertsSizeAndFormat()
+{
+    QFETCH(const QSize, size);
+    QFETCH(const QSize, expected);
+    std::vector<FrameHandle> scaled;
+    {
+        Scale scale(
+            {[&](FrameHandle frame) { scaled.push_back(std::move(frame)); }, size, AV_PIX_FMT_YUV420P});
+        for (int i = 0; i < 3; ++i) {
+            FrameHandle frame = pictureFrame(40, 30, AV_PIX_FMT_BGR0);
+            memset(frame->data[0], 255, size_t(frame->linesize[0]) * 30);
+            scale.scale(std::move(frame));
+        }
+    }
+    QCOMPARE(int(scaled.size()), 3);
+    for (const FrameHandle& frame : scaled) {
+        QCOMPARE(QSize(frame->width, frame->height), expected);
+        QCOMPARE(frame->format, int(AV_PIX_FMT_YUV420P));
+        QCOMPARE(int(frame->data[0][expected.width() / 2]), 235); // white, in limited range
+        QCOMPARE(int(frame->data[1][0]), 128);
+    }
+}
+
+void TestStages::scale_losesFrames_thatItsScalerCannotRead()
+{
+    LogCapture log;
+    int delivered = 0;
+    {
+        Scale scale({[&](FrameHandle) { ++delivered; }, {20, 20}, AV_PIX_FMT_YUV420P});
+        scale.scale(pictureFrame(40, 30, AV_PIX_FMT_BGR0));
+        scale.scale(pictureFrame(80, 60, AV_PIX_FMT_BGR0));
+        scale.scale(pictureFrame(39, 30, AV_PIX_FMT_BGR0));
+        scale.scale(pictureFrame(40, 30, AV_PIX_FMT_GRAY8));
+    }
+    QCOMPARE(delivered, 2);
+    QCOMPARE(log.count("[run]:\terror in scale"), 2);
+}
+
+void TestStages::resample_givesWholeFrames_andLosesNothing_data()
+{
+    QTest::addColumn<int>("rate");
+    QTest::addColumn<int>("samples");
+    QTest::newRow("same size") << 44100 << 1024;
+    QTest::newRow("small frames") << 44100 << 480;
+    QTest::newRow("large frames") << 44100 << 5000;
+    QTest::newRow("other rate") << 48000 << 480;
+}
+
+void TestStages::resample_givesWholeFrames_andLosesNothing()
+{
+    QFETCH(const int, rate);
+    QFETCH(const int, samples);
+    constexpr int kFrames = 50;
+    const int expected = int(int64_t(kFrames) * samples * 44100 / rate);
+    int total = 0;
+    int frames = 0;
+    bool in_order = true;
+    float last = -1;
+    {
+        Resample resample({[&](FrameHandle frame) {
+                               ++frames;
+                               total += frame->nb_samples;
+                               QCOMPARE(frame->format, int(AV_SAMPLE_FMT_FLTP));
+                               QCOMPARE(channelCount(*frame), 2);
+                               for (int i = 0; i < frame->nb_samples; ++i) {
+                                   const float value = reinterpret_cast<const float*>(frame->data[1])[i];
+                                   in_order = in_order && (rate != 44100 || value >= last);
+                                   last = value;
+                               }
+                           },
+                           1024, AV_CH_LAYOUT_STEREO, AV_SAMPLE_FMT_FLTP, 44100});
+        // A ramp that climbs by one step a frame shows a lost or a doubled piece.
+        for (int i = 0; i < kFrames; ++i) {
+            FrameHandle frame = soundFrame(samples, rate, 0);
+            for (int n = 0; n < samples; ++n)
+                reinterpret_cast<int16_t*>(frame->data[0])[n] = int16_t(100 * i);
+            resample.resample(std::move(frame));
+            QTest::qWait(0); // let some of them come one by one
+        }
+        QTRY_VERIFY(total >= expected - 1024 - 64);
+        QCOMPARE(total, frames * 1024);
+        resample.takeAll();
+        QTRY_VERIFY(std::abs(total - expected) <= 32);
+    }
+    QVERIFY(in_order);
+}
+
+QTEST_GUILESS_MAIN(TestStages)
+#include "test_stages.moc"
