@@ -1,0 +1,299 @@
+#include "quillon/basefile.h"
+#include "quillon/convertfilefilter.h"
+#include "quillon/editfilefilter.h"
+#include "quillon/editstate.h"
+#include "quillon/graphicdefines.h"
+#include "quillon/quillonlog.h"
+#include "quillon/util.h"
+
+#include <QtCore/QMetaEnum>
+#include <QtGui/QImage>
+#include <QtGui/QImageWriter>
+#include <QtTest/QtTest>
+
+#include <limits>
+#include <thread>
+
+/// A picture whose top left corner alone is red.
+static QImage marked(const QSize& size)
+{
+    QImage image(size, QImage::Format_RGB32);
+    image.fill(Qt::blue);
+    for (int y = 0; y < size.height() / 2; ++y)
+        for (int x = 0; x < size.width() / 2; ++x)
+            image.setPixelColor(x, y, Qt::red);
+    return image;
+}
+
+static void write(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(bytes), qint64(bytes.size()));
+}
+
+/// A bitmap whose header promises 60000x60000 pixels.
+static QByteArray hugeBitmap()
+{
+    QBuffer buffer;
+    buffer.open(QIODevice::WriteOnly);
+    marked({2, 2}).save(&buffer, "BMP");
+    QByteArray bytes = buffer.data();
+    const quint32 side = 60000;
+    for (int offset : {18, 22})
+        memcpy(bytes.data() + offset, &side, sizeof side);
+    return bytes;
+}
+
+class TestQuillon : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init() { QVERIFY(folder.isValid()); }
+    void ids_areSafeInFileNames_andDiffer();
+    void generateRand_staysBetween_inEitherOrder();
+    void toLocalFile_takesUrlsAndPaths_data();
+    void toLocalFile_takesUrlsAndPaths();
+    void files_areSeenAndRemoved_butNoFolders();
+    void newFile_givesFreeName_besideTakenOnes_data();
+    void newFile_givesFreeName_besideTakenOnes();
+    void newFile_givesEveryNameOnce_toManyThreads();
+    void scaleThumbImage_keepsAspectAndOrientation_data();
+    void scaleThumbImage_keepsAspectAndOrientation();
+    void scaleThumb_refuses_whatItCannotScale_data();
+    void scaleThumb_refuses_whatItCannotScale();
+    void scaleThumbBytes_givesPngAsText();
+    void metaTypes_haveTheirNames();
+    void log_writesText();
+
+private:
+    QString at(const QString& name) const { return folder.filePath(name); }
+    QTemporaryDir folder;
+};
+
+void TestQuillon::ids_areSafeInFileNames_andDiffer()
+{
+    const Util* util = Util::instance();
+    const QRegularExpression safe(QStringLiteral("^[a-z0-9-]+$"));
+    QSet<QString> seen;
+    for (int i = 0; i < 1000; ++i) {
+        const QString id = util->createTmpId(32);
+        QCOMPARE(id.size(), 32);
+        QVERIFY(safe.match(id).hasMatch());
+        seen << id << Util::uuid();
+        QVERIFY(safe.match(Util::uuid()).hasMatch());
+    }
+    QCOMPARE(seen.size(), 2000);
+    QVERIFY(util->createTmpId(0).isEmpty());
+    QVERIFY(util->createTmpId(-1).isEmpty());
+}
+
+void TestQuillon::generateRand_staysBetween_inEitherOrder()
+{
+    bool low_half = false;
+    bool high_half = false;
+    for (int i = 0; i < 1000; ++i) {
+        const double value = i % 2 ? Util::generateRand(-3.0, 5.0) : Util::generateRand(5.0, -3.0);
+        QVERIFY(value >= -3.0 && value <= 5.0);
+        (value < 1.0 ? low_half : high_half) = true;
+    }
+    QVERIFY(low_half && high_half);
+    QCOMPARE(Util::generateRand(2.5, 2.5), 2.5);
+    const double huge = std::numeric_limits<double>::max();
+    QVERIFY(std::isfinite(Util::generateRand(-huge, huge)));
+}
+
+void TestQuillon::toLocalFile_takesUrlsAndPaths_data()
+{
+    QTest::addColumn<QString>("given");
+    QTest::addColumn<QString>("path");
+    QTest::newRow("url") << "file:///tmp/a%20b%23c.mp4"
+                         << "/tmp/a b#c.mp4";
+    QTest::newRow("url in capitals") << "FILE:///tmp/a.mp4"
+                                     << "/tmp/a.mp4";
+    QTest::newRow("resource") << "qrc:/images/a.png"
+                              << ":/images/a.png";
+    QTest::newRow("path") << "/tmp/a%20b#c?.mp4"
+                          << "/tmp/a%20b#c?.mp4";
+    QTest::newRow("path with colon") << "a:b.mp4"
+                                     << "a:b.mp4";
+    QTest::newRow("empty") << ""
+                           << "";
+}
+
+void TestQuillon::toLocalFile_takesUrlsAndPaths()
+{
+    QFETCH(QString, given);
+    QTEST(Util::toLocalFile(given), "path");
+}
+
+void TestQuillon::files_areSeenAndRemoved_butNoFolders()
+{
+    write(at("present"), "x");
+    QVERIFY(Util::fileExists(at("present")));
+    QVERIFY(Util::deleteFile(at("present")));
+    QVERIFY(!Util::fileExists(at("present")));
+    QVERIFY(!Util::deleteFile(at("present")));
+    QVERIFY(!Util::fileExists(folder.path()));
+    QVERIFY(!Util::deleteFile(folder.path()));
+    QVERIFY(!Util::fileExists(QString()));
+}
+
+void TestQuillon::newFile_givesFreeName_besideTakenOnes_data()
+{
+    QTest::addColumn<QStringList>("taken");
+    QTest::addColumn<QString>("wanted");
+    QTest::addColumn<QString>("given");
+    QTest::newRow("free") << QStringList() << "free.mp4"
+                          << "free.mp4";
+    QTest::newRow("taken") << QStringList("one.mp4") << "one.mp4"
+                           << "one (1).mp4";
+    QTest::newRow("taken twice") << QStringList({"two.mp4", "two (1).mp4"}) << "two.mp4"
+                                 << "two (2).mp4";
+    QTest::newRow("inner dots") << QStringList("a.tar.gz") << "a.tar.gz"
+                                << "a.tar (1).gz";
+    QTest::newRow("no suffix") << QStringList("plain") << "plain"
+                               << "plain (1)";
+    QTest::newRow("hidden") << QStringList(".hidden") << ".hidden"
+                            << ".hidden (1)";
+    QTest::newRow("dot at end") << QStringList("end.") << "end."
+                                << "end. (1)";
+}
+
+void TestQuillon::newFile_givesFreeName_besideTakenOnes()
+{
+    QFETCH(QStringList, taken);
+    QFETCH(QString, wanted);
+    for (const QString& name : taken)
+        write(at(name), "x");
+    QTEST(QFileInfo(Util::newFile(at(wanted))).fileName(), "given");
+
+    const QString dangling = at("dangling.mp4");
+    QFile::link(at("nowhere"), dangling);
+    QVERIFY(Util::newFile(dangling) != dangling);
+}
+
+void TestQuillon::newFile_givesEveryNameOnce_toManyThreads()
+{
+    std::vector<QString> names(200);
+    std::vector<std::thread> threads;
+    for (size_t first = 0; first < 4; ++first)
+        threads.emplace_back([&, first] {
+            for (size_t i = first; i < names.size(); i += 4) {
+                names[i] = Util::newFile(at("crowd.txt"));
+                if (i % 3 == 0)
+                    write(names[i], "x");
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    QCOMPARE(QSet<QString>(names.begin(), names.end()).size(), int(names.size()));
+}
+
+void TestQuillon::scaleThumbImage_keepsAspectAndOrientation_data()
+{
+    QTest::addColumn<QSize>("stored");
+    QTest::addColumn<bool>("turned");
+    QTest::addColumn<bool>("always");
+    QTest::addColumn<QSize>("expected");
+    QTest::newRow("wide") << QSize(1280, 320) << false << false << QSize(640, 160);
+    QTest::newRow("high") << QSize(800, 1600) << false << false << QSize(320, 640);
+    QTest::newRow("turned") << QSize(1280, 320) << true << false << QSize(160, 640);
+    QTest::newRow("needle") << QSize(3000, 1) << false << false << QSize(640, 1);
+    QTest::newRow("small") << QSize(640, 640) << false << false << QSize();
+    QTest::newRow("small, always") << QSize(64, 40) << false << true << QSize(64, 40);
+}
+
+void TestQuillon::scaleThumbImage_keepsAspectAndOrientation()
+{
+    QFETCH(QSize, stored);
+    QFETCH(bool, turned);
+    QFETCH(bool, always);
+    QFETCH(QSize, expected);
+    const QString source = at("source.jpg");
+    const QString target = at("target.png");
+    QFile::remove(target);
+    QImageWriter writer(source);
+    writer.setQuality(100);
+    if (turned)
+        writer.setTransformation(QImageIOHandler::TransformationRotate90);
+    QVERIFY(writer.write(marked(stored)));
+
+    QCOMPARE(Util::instance()->scaleThumbImage(source, target, {640, 640}, 640, always), expected.isValid());
+    QCOMPARE(QFile::exists(target), expected.isValid());
+    if (!expected.isValid())
+        return;
+    const QImage thumb(target);
+    QCOMPARE(thumb.size(), expected);
+    if (stored.height() > 1) {
+        const int mark_x = turned ? thumb.width() * 3 / 4 : thumb.width() / 4;
+        QVERIFY(thumb.pixelColor(mark_x, thumb.height() / 4).red() > 200);
+        QVERIFY(thumb.pixelColor(thumb.width() - 1 - mark_x, thumb.height() / 4).red() < 50);
+        QVERIFY(thumb.pixelColor(mark_x, thumb.height() * 3 / 4).red() < 50);
+    }
+}
+
+void TestQuillon::scaleThumb_refuses_whatItCannotScale_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("target");
+    QTest::addColumn<bool>("readable");
+    QBuffer good;
+    good.open(QIODevice::WriteOnly);
+    marked({800, 600}).save(&good, "PNG");
+    QTest::newRow("60000x60000") << hugeBitmap() << "thumb.png" << false;
+    QTest::newRow("empty") << QByteArray() << "thumb.png" << false;
+    QTest::newRow("text") << QByteArray(1000, 'x') << "thumb.png" << false;
+    QTest::newRow("cut short") << good.data().left(good.data().size() / 2) << "thumb.png" << false;
+    QTest::newRow("unknown suffix") << good.data() << "thumb.xyz" << true;
+    QTest::newRow("no such folder") << good.data() << "missing/thumb.png" << true;
+}
+
+void TestQuillon::scaleThumb_refuses_whatItCannotScale()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QString, target);
+    write(at("bad.png"), content);
+    QVERIFY(!Util::instance()->scaleThumbImage(at("bad.png"), at(target), {640, 640}, 640, false));
+    QVERIFY(!QFile::exists(at(target)));
+    QByteArray bytes("old");
+    QFETCH(bool, readable);
+    QCOMPARE(Util::scaleThumbBytes(at("bad.png"), 32, bytes), readable);
+    QCOMPARE(bytes.isEmpty(), !readable);
+}
+
+void TestQuillon::scaleThumbBytes_givesPngAsText()
+{
+    QVERIFY(marked({400, 100}).save(at("wide.png")));
+    QByteArray bytes;
+    QVERIFY(Util::scaleThumbBytes(at("wide.png"), 32, bytes));
+    QVERIFY(!bytes.contains('\0'));
+    const QImage thumb = QImage::fromData(QByteArray::fromBase64(bytes));
+    QCOMPARE(thumb.size(), QSize(32, 8));
+    QCOMPARE(thumb.pixelColor(0, 0), QColor(Qt::red));
+    QCOMPARE(thumb.pixelColor(31, 7), QColor(Qt::blue));
+}
+
+void TestQuillon::metaTypes_haveTheirNames()
+{
+    QCOMPARE(QMetaType::typeName(qMetaTypeId<EditFileFilterPtr>()), "EditFileFilterPtr");
+    QCOMPARE(QMetaType::typeName(qMetaTypeId<ConvertFileFilterPtr>()), "ConvertFileFilterPtr");
+    QCOMPARE(QMetaType::typeName(qMetaTypeId<EditState>()), "EditState");
+    QVERIFY(GraphicDefines::staticMetaObject.indexOfEnumerator("GraphicType") >= 0);
+
+    const BaseFile file("id", "/a/b");
+    QCOMPARE(file.fileId(), QStringLiteral("id"));
+    QCOMPARE(file.filePath(), QStringLiteral("/a/b"));
+}
+
+void TestQuillon::log_writesText()
+{
+    QTest::ignoreMessage(QtInfoMsg, "said \"so\"");
+    QuillonLog::info(QStringLiteral("said \"so\""));
+    QTest::ignoreMessage(QtCriticalMsg, "went wrong");
+    QuillonLog::error(QStringLiteral("went wrong"));
+}
+
+QTEST_GUILESS_MAIN(TestQuillon)
+#include "test_quillon.moc"
