@@ -36,7 +36,7 @@ void Tour::startSurroundings()
 {
     for (QProcess* process : {&moving_picture, &voice})
         process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    moving_picture.start(qEnvironmentVariable("MOVING_PICTURE"), QStringList());
+    moving_picture.start(QStringLiteral(MOVING_PICTURE), QStringList());
     if (!moving_picture.waitForStarted() || !moving_picture.waitForReadyRead(10'000))
         fail(QStringLiteral("the moving picture does not start: ") + moving_picture.errorString());
 
