@@ -37,7 +37,9 @@ Value load(const ScreenRecordPrivate& d, Value ScreenRecordPrivate::*field)
 ScreenRecord::ScreenRecord(QObject* parent)
     : QObject(parent)
     , d(std::make_unique<ScreenRecordPrivate>(this))
-{}
+{
+    qRegisterMetaType<multimedia::ScreenRecord::State>();
+}
 
 ScreenRecord::~ScreenRecord()
 {

@@ -1,0 +1,48 @@
+#include "examples/host/tour/mediatable.h"
+#include "examples/host/tour/tour.h"
+#include "multimedia/multimediaprovider.h"
+
+#include <QtGui/QGuiApplication>
+#include <QtQml/QQmlEngine>
+
+#include <cstdio>
+
+namespace {
+
+struct Stop
+{
+    const char* title;
+    void (*visit)(Tour& tour);
+};
+
+constexpr Stop kStops[] = {
+    {"Screen recording", screenStop},
+};
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QGuiApplication application(argc, argv);
+    const QStringList arguments = application.arguments();
+    if (arguments.size() != 2) {
+        std::fprintf(stderr, "usage: tour OUTPUT_FOLDER (inside tests/rig/with-desktop)\n");
+        return 2;
+    }
+    QQmlEngine engine;
+    MultimediaProvider::registType(engine);
+
+    bool good = true;
+    {
+        Tour tour(arguments[1]);
+        for (const Stop& stop : kStops) {
+            tour.say(QStringLiteral("\n== %1").arg(QLatin1String(stop.title)));
+            stop.visit(tour);
+        }
+        tour.say(QStringLiteral("\nWhat was made, in %1:\n")
+                     .arg(QDir::cleanPath(QDir(arguments[1]).absolutePath())));
+        good = printMediaTable(tour.made()) && !tour.failed();
+    }
+    MultimediaProvider::unregist();
+    return good ? 0 : 1;
+}

@@ -1,0 +1,259 @@
+#include "multimedia/base/captureinput.h"
+#include "multimedia/base/ffmpegversion.h"
+#include "multimedia/base/getqaudio.h"
+#include "multimedia/base/grabscreen.h"
+#include "multimedia/base/threadinfo.h"
+#include "multimedia/devicemgr/permission.h"
+#include "multimedia/screenrecord/screengrabberprivate.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/mediacheck.h"
+#include "tests/support/testscreen.h"
+
+#include <QtCore/QProcess>
+#include <QtTest/QtTest>
+
+#include <map>
+#include <mutex>
+
+using namespace multimedia;
+
+class TestCapture : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+    void permissions_areGranted_andScreensHaveAnIndex();
+    void captureInput_namesTheScreen_forEachSystem();
+    void getQaudio_givesWholeFrames_withoutGaps();
+    void getQaudio_endsCleanly_atAnyMoment();
+    void grabScreen_keepsItsPace();
+    void grabScreen_reports_whenThereIsNothingToGrab();
+    void takeFrame_isEmpty_beforeTheFirst();
+    void screenGrabber_showsTheRectangle();
+    void screenGrabber_endsCleanly_whileItRuns();
+
+private:
+    std::unique_ptr<TestScreen> picture;
+    QProcess tone;
+};
+
+void TestCapture::initTestCase()
+{
+    picture = std::make_unique<TestScreen>();
+    QVERIFY(picture->isShown());
+    tone.start(
+        QStringLiteral("ffmpeg"),
+        QStringLiteral("-v error -nostdin -f lavfi -i sine=frequency=440:sample_rate=44100 -ac 2 -f pulse "
+                       "-device micbus -buffer_duration 100 test")
+            .split(QLatin1Char(' ')));
+    QVERIFY(tone.waitForStarted());
+}
+
+void TestCapture::cleanupTestCase()
+{
+    tone.kill();
+    tone.waitForFinished();
+    picture.reset();
+}
+
+void TestCapture::permissions_areGranted_andScreensHaveAnIndex()
+{
+    QVERIFY(checkVersion(10, 15));
+    QVERIFY(requestAVCaptureDevicePermission(true) && requestAVCaptureDevicePermission(false));
+    QVERIFY(checkCapturePermission(true) && checkScreenCapturePermission());
+    requestScreenCapturePermission();
+    QCOMPARE(getVideoIndex(QGuiApplication::primaryScreen()), 0);
+    QCOMPARE(getVideoIndex(nullptr), -1);
+}
+
+void TestCapture::captureInput_namesTheScreen_forEachSystem()
+{
+    const CaptureInput mac = avfoundationInput(25, 3);
+    QCOMPARE(mac.format, std::string("avfoundation"));
+    QCOMPARE(mac.device, std::string("3:none"));
+    const std::vector<std::pair<std::string, std::string>> options = {
+        {"capture_cursor", "1"}, {"capture_mouse_clicks", "1"}, {"framerate", "25/1"}};
+    QCOMPARE(mac.options, options);
+
+    const CaptureInput x11 = captureInput(10, 0);
+    QCOMPARE(x11.format, std::string("x11grab"));
+    QCOMPARE(x11.device, qgetenv("DISPLAY").toStdString());
+    const std::map<std::string, std::string> x11_options(x11.options.begin(), x11.options.end());
+    QCOMPARE(x11_options.at("framerate"), std::string("10/1"));
+    QCOMPARE(x11_options.at("video_size"), std::string("1920x1080"));
+    QCOMPARE(x11_options.at("draw_mouse"), std::string("1"));
+    for (const int nowhere : {-1, 1}) {
+        LogCapture log;
+        QVERIFY(captureInput(25, nowhere).format.empty());
+        QVERIFY(!FormatIn::createVideo({25, nowhere}));
+        QCOMPARE(log.count("[createVideo]:\terror in open video format\t"), 1);
+    }
+}
+
+void TestCapture::getQaudio_givesWholeFrames_withoutGaps()
+{
+    constexpr int kFrames = 60;
+    std::mutex mutex;
+    std::vector<int16_t> samples;
+    int frames = 0;
+    GetQaudio::Params params;
+    params.on_frame = [&](FrameHandle frame) {
+        std::lock_guard lock(mutex);
+        ++frames;
+        QCOMPARE(frame->nb_samples, 1024);
+        QCOMPARE(frame->format, int(AV_SAMPLE_FMT_S16));
+        QCOMPARE(frame->sample_rate, 44100);
+        QCOMPARE(channelCount(*frame), 2);
+        const auto* data = reinterpret_cast<const int16_t*>(frame->data[0]);
+        for (int i = 0; i < frame->nb_samples; ++i)
+            samples.push_back(data[2 * i]);
+    };
+    params.sample_rate = 44100;
+    params.channels = 2;
+    params.sample_size = 16;
+    const auto arrived = [&] {
+        std::lock_guard lock(mutex);
+        return frames;
+    };
+    auto microphone = std::make_unique<GetQaudio>(params);
+    multimedia::moveToThread(*microphone);
+    QMetaObject::invokeMethod(microphone.get(), &GetQaudio::init);
+    QTRY_VERIFY_WITH_TIMEOUT(arrived() > kFrames, 10'000);
+    microphone->stop();
+    const int at_stop = arrived();
+    QTest::qWait(100); // four frames long
+    QVERIFY(arrived() <= at_stop + 1);
+    microphone.reset();
+
+    // Without the first half second, in which the sound server starts the stream.
+    const std::vector<int16_t> steady(samples.begin() + 22050, samples.end());
+    QVERIFY(mediacheck::rms(steady) > 500);
+    QVERIFY2(mediacheck::toneShare(steady, 44100, 440) > 0.98,
+             qPrintable(QString::number(mediacheck::toneShare(steady, 44100, 440))));
+}
+
+void TestCapture::getQaudio_endsCleanly_atAnyMoment()
+{
+    for (int round = 0; round < 30; ++round) {
+        GetQaudio::Params params;
+        params.on_frame = [](FrameHandle) {};
+        params.sample_rate = 44100;
+        params.channels = 2;
+        params.sample_size = 16;
+        auto microphone = std::make_unique<GetQaudio>(std::move(params));
+        multimedia::moveToThread(*microphone);
+        QMetaObject::invokeMethod(microphone.get(), &GetQaudio::init);
+        QTest::qWait(round);
+        if (round % 3 == 0)
+            microphone->stop();
+        // As the recorder does it: from the pool, with this thread blocked.
+        Worker worker([&] {
+            microphone.reset();
+            return false;
+        });
+        worker.start();
+        worker.stop();
+        QVERIFY(!microphone);
+    }
+}
+
+void TestCapture::grabScreen_keepsItsPace()
+{
+    constexpr int kFrames = 20;
+    constexpr int kRate = 25;
+    std::mutex mutex;
+    std::vector<FrameHandle> frames;
+    const auto count = [&] {
+        std::lock_guard lock(mutex);
+        return int(frames.size());
+    };
+    GrabScreen grabber({[&](FrameHandle frame) {
+                            std::lock_guard lock(mutex);
+                            frames.push_back(std::move(frame));
+                        },
+                        QGuiApplication::primaryScreen(),
+                        {70, 130, 301, 200},
+                        kRate});
+    QElapsedTimer clock;
+    clock.start();
+    grabber.start();
+    QTRY_VERIFY(count() >= kFrames);
+    QVERIFY(clock.elapsed() >= (kFrames - 1) * 1000 / kRate); // never faster than its pace
+    grabber.stop();
+    const FrameHandle& frame = frames.front();
+    QCOMPARE(QSize(frame->width, frame->height), QSize(301, 200));
+    QCOMPARE(frame->format, int(AV_PIX_FMT_BGRA));
+    const QColor painted = TestScreen::colourAt(0, 70, 130);
+    QCOMPARE(QColor(frame->data[0][2], frame->data[0][1], frame->data[0][0]), painted);
+}
+
+void TestCapture::grabScreen_reports_whenThereIsNothingToGrab()
+{
+    LogCapture log;
+    int frames = 0;
+    {
+        GrabScreen grabber({[&](FrameHandle) { ++frames; }, nullptr, {0, 0, 10, 10}, 0});
+        grabber.start();
+        QTRY_VERIFY(log.count("[run]:\terror in grab screen") >= 1);
+    }
+    QCOMPARE(frames, 0);
+}
+
+void TestCapture::takeFrame_isEmpty_beforeTheFirst()
+{
+    ScreenGrabber grabber;
+    LogCapture log;
+    const Yuv420pFrame frame = grabber.takeFrame();
+    QCOMPARE(log.count("[Yuv420pFrame]:\tinvalid frame"), 1);
+    QVERIFY(frame.isValid());
+    QCOMPARE(QSize(frame.getWidth(), frame.getHeight()), QSize(0, 0));
+    QVERIFY(!frame.getYChannel() && !frame.getUChannel() && !frame.getVChannel());
+}
+
+void TestCapture::screenGrabber_showsTheRectangle()
+{
+    LogCapture log;
+    ScreenGrabber grabber;
+    QSignalSpy ready(&grabber, &ScreenGrabber::readyRead);
+    grabber.stop(); // it does not run
+    QVERIFY(grabber.start(QGuiApplication::primaryScreen(), {130, 66, 101, 51}, 25));
+    QCOMPARE(grabber.getState(), ScreenGrabber::kStarting);
+    QVERIFY(!grabber.start(QGuiApplication::primaryScreen(), {}, 10));
+    QCOMPARE(log.count("[start]:\tinvalid state"), 1);
+    grabber.stop(); // nor has it started yet
+    QCOMPARE(grabber.getState(), ScreenGrabber::kStarting);
+    QCOMPARE(int(grabber.getFrameRate()), 25);
+
+    ScreenGrabberStep::run(grabber);
+    QTRY_COMPARE(grabber.getState(), ScreenGrabber::kRunning);
+    QTRY_VERIFY(ready.size() >= 3);
+    const Yuv420pFrame frame = grabber.takeFrame();
+    QCOMPARE(QSize(frame.getWidth(), frame.getHeight()), QSize(102, 52));
+    const QColor painted = TestScreen::colourAt(0, 130, 66);
+    const double luma =
+        16 + (65.5 * painted.red() + 128.6 * painted.green() + 25 * painted.blue()) / 255; // limited range
+    QVERIFY(std::abs(frame.getYChannel()[0] - luma) < 6);
+
+    grabber.stop();
+    QCOMPARE(grabber.getState(), ScreenGrabber::kStopping);
+    ScreenGrabberStep::run(grabber);
+    QTRY_COMPARE(grabber.getState(), ScreenGrabber::kWaiting);
+    QVERIFY(frame.getYChannel()[0] > 0); // the pixels outlive the grabber's stages
+    QVERIFY(grabber.start(QGuiApplication::primaryScreen(), {0, 0, 64, 64}, 10));
+}
+
+void TestCapture::screenGrabber_endsCleanly_whileItRuns()
+{
+    for (int round = 0; round < 10; ++round) {
+        ScreenGrabber grabber;
+        QVERIFY(grabber.start(QGuiApplication::primaryScreen(), {0, 0, 640, 360}, 60));
+        ScreenGrabberStep::run(grabber);
+        QTRY_COMPARE(grabber.getState(), ScreenGrabber::kRunning);
+        QTest::qWait(10 * round);
+    }
+}
+
+QTEST_MAIN(TestCapture)
+#include "test_capture.moc"

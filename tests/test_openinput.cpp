@@ -1,0 +1,136 @@
+#include "multimedia/base/openinput.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QProcess>
+#include <QtCore/QTemporaryDir>
+#include <QtTest/QtTest>
+
+#include <sys/stat.h>
+
+using namespace multimedia;
+
+/// What a file from a stranger may make the library open: itself.
+class TestOpenInput : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void openInput_opensItself_whateverItsName_data();
+    void openInput_opensItself_whateverItsName();
+    void openInput_refuses_whatReachesForMore_data();
+    void openInput_refuses_whatReachesForMore();
+    void openInput_refusesAtOnce_whatIsNoRegularFile_data();
+    void openInput_refusesAtOnce_whatIsNoRegularFile();
+    void openInput_readsNoSequence_whenNameIsPattern();
+    void openInput_refusesLocalFile_whenAskedForHttp();
+
+private:
+    QString path(const QString& name) const { return folder.filePath(name); }
+    void write(const QString& name, const QByteArray& content) const;
+    /// The number of packets that can be read, or FFmpeg's code if the file does not open.
+    int packets(const QString& name, InputOrigin origin = InputOrigin::LocalFile) const;
+
+    QTemporaryDir folder;
+};
+
+void TestOpenInput::write(const QString& name, const QByteArray& content) const
+{
+    QFile file(path(name));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(content), content.size());
+}
+
+int TestOpenInput::packets(const QString& name, InputOrigin origin) const
+{
+    InputPtr input;
+    InputOptions options;
+    options.origin = origin;
+    const int code = openInput(input, path(name).toStdString(), options);
+    if (code < 0)
+        return code;
+    avformat_find_stream_info(input.get(), nullptr);
+    int count = 0;
+    AVPacket* packet = av_packet_alloc();
+    while (av_read_frame(input.get(), packet) >= 0) {
+        ++count;
+        av_packet_unref(packet);
+    }
+    av_packet_free(&packet);
+    return count;
+}
+
+void TestOpenInput::initTestCase()
+{
+    av_log_set_level(AV_LOG_QUIET);
+    QVERIFY(folder.isValid());
+    const QStringList arguments{"-v",       "error", "-f",     "lavfi",          "-i",
+                                "sine=d=1", "-f",    "mpegts", path("secret.ts")};
+    QCOMPARE(QProcess::execute("ffmpeg", arguments), 0);
+    QVERIFY(QFile::copy(path("secret.ts"), path("image0.png")));
+    QVERIFY(packets("secret.ts") > 10);
+    QCOMPARE(QProcess::execute("mkfifo", {path("pipe.mp3")}), 0);
+}
+
+void TestOpenInput::openInput_opensItself_whateverItsName_data()
+{
+    QTest::addColumn<QString>("name");
+    for (const char* name : {"concat:a.ts|b.ts", "-i.ts", "http:x.ts", "a b'\"$(x).ts", "\u97f3.mp4"})
+        QTest::newRow(name) << QString::fromUtf8(name);
+}
+
+void TestOpenInput::openInput_opensItself_whateverItsName()
+{
+    QFETCH(QString, name);
+    QVERIFY(QFile::copy(path("secret.ts"), path(name)));
+    QCOMPARE(packets(name), packets("secret.ts"));
+}
+
+void TestOpenInput::openInput_refuses_whatReachesForMore_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    const QByteArray file = path("secret.ts").toUtf8();
+    QTest::newRow("playlist of a file")
+        << "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\n" + file + "\n#EXT-X-ENDLIST\n";
+    QTest::newRow("playlist of a URL") << QByteArray(
+        "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\nhttp://127.0.0.1:9/x.ts\n#EXT-X-ENDLIST\n");
+    QTest::newRow("playlist of itself")
+        << QByteArray("#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\nmovie.mp4\n#EXT-X-ENDLIST\n");
+    QTest::newRow("script beside the file") << QByteArray("ffconcat version 1.0\nfile secret.ts\n");
+    QTest::newRow("session description") << QByteArray(
+        "v=0\no=- 0 0 IN IP4 127.0.0.1\ns=x\nc=IN IP4 127.0.0.1\nt=0 0\nm=audio 5004 RTP/AVP 0\n");
+}
+
+void TestOpenInput::openInput_refuses_whatReachesForMore()
+{
+    QFETCH(QByteArray, content);
+    write("movie.mp4", content);
+    QVERIFY(packets("movie.mp4") <= 0);
+}
+
+void TestOpenInput::openInput_refusesAtOnce_whatIsNoRegularFile_data()
+{
+    QTest::addColumn<QString>("name");
+    for (const char* name : {".", "missing.mp3", "pipe.mp3", "secret.ts|secret.ts", ""})
+        QTest::newRow(name) << QString::fromLatin1(name);
+}
+
+void TestOpenInput::openInput_refusesAtOnce_whatIsNoRegularFile()
+{
+    QFETCH(QString, name);
+    QCOMPARE(packets(name), AVERROR(ENOENT));
+}
+
+void TestOpenInput::openInput_readsNoSequence_whenNameIsPattern()
+{
+    write("image%d.png", "no picture");
+    QVERIFY(packets("image%d.png") <= 0);
+}
+
+void TestOpenInput::openInput_refusesLocalFile_whenAskedForHttp()
+{
+    QVERIFY(packets("secret.ts", InputOrigin::Http) < 0);
+}
+
+QTEST_GUILESS_MAIN(TestOpenInput)
+#include "test_openinput.moc"
