@@ -236,30 +236,15 @@ bool complain(const char* text)
     return false;
 }
 
-bool haveData(const Filters& filters)
-{
-    return std::all_of(filters.filters.begin(), filters.filters.end(),
-                       [](const auto& filter) { return filter->data != nullptr; });
-}
-
-bool areFiltersAlike(const Filters& filters)
-{
-    const CDataBlob<signed char>& first = *filters.filters.front();
-    return std::all_of(filters.filters.begin(), filters.filters.end(), [&first](const auto& filter) {
-        return filter->width == first.width && filter->height == first.height &&
-               filter->channels == first.channels;
-    });
-}
-
 /// Judges the arguments and finds the output's size.
 bool checkConvolution(const CDataBlob<unsigned char>& input, const Filters& filters, std::int32_t* width,
                       std::int32_t* height)
 {
     if (!input.data)
         return complain(": The input data is null.");
-    if (filters.filters.empty() || !haveData(filters))
+    if (!facedetectcnn::areFiltersFilled(filters))
         return complain(": There is not filters.");
-    if (!areFiltersAlike(filters))
+    if (!facedetectcnn::areFiltersAlike(filters))
         return complain(": The filters must be the same size.");
 
     const CDataBlob<signed char>& first = *filters.filters.front();

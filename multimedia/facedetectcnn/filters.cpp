@@ -2,6 +2,7 @@
 
 #include "multimedia/facedetectcnn/kernels.h"
 
+#include <algorithm>
 #include <cstring>
 
 std::array<Filters, 24> g_pFilters;
@@ -71,15 +72,29 @@ void buildBank(const std::array<ConvInfo, 24>& table, std::array<Filters, 24>* b
     }
 }
 
+bool areFiltersFilled(const Filters& filters)
+{
+    return !filters.filters.empty() &&
+           std::all_of(filters.filters.begin(), filters.filters.end(),
+                       [](const auto& filter) { return filter->data != nullptr; });
+}
+
+bool areFiltersAlike(const Filters& filters)
+{
+    const CDataBlob<signed char>& first = *filters.filters.front();
+    return std::all_of(filters.filters.begin(), filters.filters.end(), [&first](const auto& filter) {
+        return filter->width == first.width && filter->height == first.height &&
+               filter->channels == first.channels;
+    });
+}
+
 void packFilters(Filters* filters)
 {
     filters->packed.reset();
+    if (!areFiltersFilled(*filters) || !areFiltersAlike(*filters))
+        return;
     const auto count = static_cast<std::int32_t>(filters->filters.size());
     const CDataBlob<signed char>& first = *filters->filters.front();
-    for (const auto& filter : filters->filters) {
-        if (!filter->data)
-            return;
-    }
 
     auto packed = std::make_unique<PackedFilters>();
     packed->blockCount = (count + kFiltersPerBlock - 1) / kFiltersPerBlock;

@@ -73,7 +73,13 @@ namespace facedetectcnn {
 /// Makes the bank of a table, in place of what it held. The stem, row 0, is laid out for the unfolded image.
 void buildBank(const std::array<ConvInfo, 24>& table, std::array<Filters, 24>* bank);
 
-/// Makes `filters->packed` anew from `filters->filters`, which must be of one size.
+/// Whether there are filters, and all of them hold data.
+bool areFiltersFilled(const Filters& filters);
+
+/// Whether all filters have the first one's size.
+bool areFiltersAlike(const Filters& filters);
+
+/// Makes `filters->packed` anew from `filters->filters`; nothing when these are none, empty or not alike.
 void packFilters(Filters* filters);
 
 } // namespace facedetectcnn
