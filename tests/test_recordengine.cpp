@@ -10,6 +10,7 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QProcess>
 #include <QtCore/QTemporaryDir>
+#include <QtGui/QGuiApplication>
 #include <QtMultimedia/QAudioDeviceInfo>
 #include <QtQml/QQmlComponent>
 #include <QtQml/QQmlContext>
@@ -28,6 +29,7 @@ namespace {
 
 constexpr int kRate = 24000;
 constexpr int kPatience_ms = 20'000;
+constexpr auto kLeaveRecording = "--leave-recording";
 
 QString media(const char* name)
 {
@@ -103,6 +105,8 @@ private Q_SLOTS:
     void convertToPCM_givesMap_orNothing();
     void convertSamples_stretchesAndShrinks_data();
     void convertSamples_stretchesAndShrinks();
+    void record_ends_withProcess_data();
+    void record_ends_withProcess();
     void record_ends_whenMicrophoneVanishes();
     void record_survives_deathOfServer();
 
@@ -465,6 +469,22 @@ void TestRecordEngine::convertSamples_stretchesAndShrinks()
     }
 }
 
+void TestRecordEngine::record_ends_withProcess_data()
+{
+    QTest::addColumn<QString>("type");
+    for (const char* type : {"0", "1", "8"})
+        QTest::newRow(type) << QString::fromLatin1(type);
+}
+
+void TestRecordEngine::record_ends_withProcess()
+{
+    QFETCH(QString, type);
+    Program process(QCoreApplication::applicationFilePath(), {QLatin1String(kLeaveRecording), type});
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process.exitCode(), 0);
+}
+
 void TestRecordEngine::record_ends_whenMicrophoneVanishes()
 {
     // Everything else that can be recorded from hears a tone.
@@ -532,5 +552,26 @@ void TestRecordEngine::record_survives_deathOfServer()
     QTRY_VERIFY(threadCount() <= threads);
 }
 
-QTEST_MAIN(TestRecordEngine)
+/// A host that ends without stopping its recording.
+int leaveRecording(QGuiApplication& application, int type)
+{
+    RecordEngine* engine = RecordEngine::instance();
+    if (!engine->startRecord(type))
+        return 1;
+    // A changed voice tells nothing before half a second of it.
+    QObject::connect(engine, &RecordEngine::updateRecordInfo, &application,
+                     [] { QCoreApplication::exit(0); });
+    return QGuiApplication::exec();
+}
+
+int main(int argc, char** argv)
+{
+    QGuiApplication application(argc, argv);
+    const QStringList arguments = QGuiApplication::arguments();
+    if (arguments.value(1) == QLatin1String(kLeaveRecording))
+        return leaveRecording(application, arguments.value(2).toInt());
+    TestRecordEngine test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "test_recordengine.moc"

@@ -4,8 +4,10 @@
 #include "multimedia/mediahandler/cmediadecode.h"
 #include "quillon/util.h"
 
+#include <QtCore/QCoreApplication>
 #include <QtCore/QDateTime>
 #include <QtCore/QDir>
+#include <QtCore/QEvent>
 #include <QtCore/QFileInfo>
 #include <QtCore/QStandardPaths>
 #include <QtCore/QtDebug>
@@ -50,6 +52,13 @@ QList<double> grow(int count, const QList<double>& source)
     return result;
 }
 
+/// The engine outlives the application, an audio device must not.
+void releaseDevices()
+{
+    RecordEngine::instance()->releaseInstance();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
 } // namespace
 
 RecordEngine* RecordEngine::instance()
@@ -64,10 +73,12 @@ RecordEngine::RecordEngine()
     checkStoragePath(QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation) +
                      QLatin1String("/audio"));
     initAudioRecoder();
+    qAddPostRoutine(releaseDevices);
 }
 
 RecordEngine::~RecordEngine()
 {
+    qRemovePostRoutine(releaseDevices);
     delete m_config;
 }
 
