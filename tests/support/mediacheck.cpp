@@ -41,7 +41,7 @@ QJsonObject probe(const QString& path)
 
 QJsonObject stream(const QJsonObject& probed, const char* kind)
 {
-    for (const QJsonValue& entry : probed[QStringLiteral("streams")].toArray()) {
+    for (const auto& entry : probed[QStringLiteral("streams")].toArray()) {
         if (entry[QStringLiteral("codec_type")].toString() == QLatin1String(kind))
             return entry.toObject();
     }
