@@ -67,49 +67,42 @@ void EffectEngine::stop()
 void EffectEngine::runStream()
 {
     Block block;
-    while (takeFree(block)) {
+    while (take(free_blocks, block)) {
         std::fill(block.begin(), block.end(), int16_t(0));
         if (source(block.data(), unsigned(block.size() * sizeof(block[0]))) != Ok)
             return;
-        std::lock_guard lock(mutex);
-        filled_blocks.push_back(std::move(block));
-        changed.notify_all();
+        give(filled_blocks, std::move(block));
     }
-}
-
-bool EffectEngine::takeFree(Block& block)
-{
-    std::unique_lock lock(mutex);
-    changed.wait(lock, [this] { return stopping || !free_blocks.empty(); });
-    if (stopping)
-        return false;
-    block = std::move(free_blocks.front());
-    free_blocks.pop_front();
-    return true;
 }
 
 void EffectEngine::runMixer()
 {
     Block block;
-    while (takeFilled(block)) {
+    while (take(filled_blocks, block)) {
         mix(block);
         if (!mixed.empty())
             tap(mixed.data(), unsigned(mixed.size() / kMixerChannels), kMixerChannels);
-        std::lock_guard lock(mutex);
-        free_blocks.push_back(std::move(block));
-        changed.notify_all();
+        give(free_blocks, std::move(block));
     }
 }
 
-bool EffectEngine::takeFilled(Block& block)
+/// Waits for a block; false when the engine is to stop.
+bool EffectEngine::take(std::deque<Block>& list, Block& block)
 {
     std::unique_lock lock(mutex);
-    changed.wait(lock, [this] { return stopping || !filled_blocks.empty(); });
+    changed.wait(lock, [&] { return stopping || !list.empty(); });
     if (stopping)
         return false;
-    block = std::move(filled_blocks.front());
-    filled_blocks.pop_front();
+    block = std::move(list.front());
+    list.pop_front();
     return true;
+}
+
+void EffectEngine::give(std::deque<Block>& list, Block block)
+{
+    std::lock_guard lock(mutex);
+    list.push_back(std::move(block));
+    changed.notify_all();
 }
 
 void EffectEngine::mix(const Block& block)

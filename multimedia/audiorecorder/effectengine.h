@@ -62,8 +62,8 @@ private:
 
     void runStream();
     void runMixer();
-    bool takeFree(Block& block);
-    bool takeFilled(Block& block);
+    bool take(std::deque<Block>& list, Block& block);
+    void give(std::deque<Block>& list, Block block);
     void mix(const Block& block);
     void stop();
 
