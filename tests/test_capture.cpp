@@ -182,7 +182,11 @@ void TestCapture::grabScreen_keepsItsPace()
     QTRY_VERIFY(count() >= kFrames);
     QVERIFY(clock.elapsed() >= (kFrames - 1) * 1000 / kRate); // never faster than its pace
     grabber.stop();
-    const FrameHandle& frame = frames.front();
+    FrameHandle frame;
+    {
+        std::lock_guard lock(mutex);
+        frame = std::move(frames.front());
+    }
     QCOMPARE(QSize(frame->width, frame->height), QSize(301, 200));
     QCOMPARE(frame->format, int(AV_PIX_FMT_BGRA));
     const QColor painted = TestScreen::colourAt(0, 70, 130);

@@ -41,7 +41,8 @@ QJsonObject probe(const QString& path)
 
 QJsonObject stream(const QJsonObject& probed, const char* kind)
 {
-    for (const auto& entry : probed[QStringLiteral("streams")].toArray()) {
+    const QJsonArray streams = probed[QStringLiteral("streams")].toArray();
+    for (const QJsonValue entry : streams) {
         if (entry[QStringLiteral("codec_type")].toString() == QLatin1String(kind))
             return entry.toObject();
     }
