@@ -57,7 +57,7 @@ void fftAlone(benchmark::State& state)
     FFTRealWrapper fft;
     const std::vector<float> in(voice().begin(), voice().begin() + FFTRealWrapper::kPoints);
     std::vector<float> out(FFTRealWrapper::kPoints);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         fft.calculateFFT(out.data(), in.data());
         benchmark::DoNotOptimize(out.data());
     }
@@ -69,7 +69,7 @@ void spectrum(benchmark::State& state)
     Calculatepcmpffft calculator;
     calculator.init();
     const QByteArray block(reinterpret_cast<const char*>(voice().data()), Calculatepcmpffft::kBlockBytes);
-    for (auto _ : state)
+    for ([[maybe_unused]] auto _ : state)
         calculator.calculateSpectrum(block, int(state.range(0)));
 }
 BENCHMARK(spectrum)->Arg(58)->Arg(1200)->Unit(benchmark::kMicrosecond);
@@ -77,7 +77,7 @@ BENCHMARK(spectrum)->Arg(58)->Arg(1200)->Unit(benchmark::kMicrosecond);
 /// Ten seconds through the engine, as fast as it goes; counted is the time of all its threads.
 void engine(benchmark::State& state, const std::function<std::unique_ptr<multimedia::Effect>()>& makeEffect)
 {
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         size_t fed = 0;
         std::atomic<size_t> taken = 0;
         std::promise<void> done;
@@ -124,7 +124,7 @@ void speed(benchmark::State& state)
 {
     constexpr int kBlock = 2048;
     std::vector<int16_t> block(kBlock);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         const std::unique_ptr<sonicStreamStruct, decltype(&sonicDestroyStream)> sonic(
             sonicCreateStream(kRate, 1), sonicDestroyStream);
         sonicSetSpeed(sonic.get(), float(state.range(0)) / 10);
@@ -143,7 +143,7 @@ BENCHMARK(speed)->Arg(5)->Arg(20)->Unit(benchmark::kMillisecond);
 /// AAC as a recording has it, all types alike.
 void encoder(benchmark::State& state)
 {
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         CMediaEncode encode;
         int frame_samples = 0;
         encode.setEncodeId(AV_CODEC_ID_AAC);
@@ -157,7 +157,7 @@ void encoder(benchmark::State& state)
             av_frame_make_writable(frame.get());
             auto* data = reinterpret_cast<float*>(frame->data[0]);
             for (int k = 0; k < frame_samples; ++k)
-                data[k] = float(voice()[size_t(i + k)]) / 32768.0F;
+                data[k] = float(voice()[size_t(i) + size_t(k)]) / 32768.0F;
             frame->pts = i;
             encode.encode(frame.get());
         }
@@ -185,7 +185,7 @@ void shiftVoice(Process process)
 
 void pitchBySoundTouch(benchmark::State& state)
 {
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         multimedia::PitchShifter shifter(kRate, float(state.range(0)) / 10);
         shiftVoice([&](std::vector<float>& block) { shifter.process(block); });
     }
@@ -199,7 +199,7 @@ void pitchByRubberBand(benchmark::State& state)
     using RubberBand::RubberBandStretcher;
     const int engine = state.range(1) == 3 ? RubberBandStretcher::OptionEngineFiner
                                            : RubberBandStretcher::OptionEngineFaster;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         RubberBandStretcher stretcher(kRate, 2, RubberBandStretcher::OptionProcessRealTime | engine, 1.0,
                                       double(state.range(0)) / 10);
         std::vector<float> left;
