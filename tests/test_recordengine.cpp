@@ -553,23 +553,23 @@ void TestRecordEngine::record_survives_deathOfServer()
 }
 
 /// A host that ends without stopping its recording.
-int leaveRecording(QGuiApplication& application, int type)
+int leaveRecording(int argc, char** argv)
 {
+    const QCoreApplication application(argc, argv);
     RecordEngine* engine = RecordEngine::instance();
-    if (!engine->startRecord(type))
+    if (!engine->startRecord(QCoreApplication::arguments().value(2).toInt()))
         return 1;
     // A changed voice tells nothing before half a second of it.
     QObject::connect(engine, &RecordEngine::updateRecordInfo, &application,
                      [] { QCoreApplication::exit(0); });
-    return QGuiApplication::exec();
+    return QCoreApplication::exec();
 }
 
 int main(int argc, char** argv)
 {
-    QGuiApplication application(argc, argv);
-    const QStringList arguments = QGuiApplication::arguments();
-    if (arguments.value(1) == QLatin1String(kLeaveRecording))
-        return leaveRecording(application, arguments.value(2).toInt());
+    if (argc > 1 && QLatin1String(argv[1]) == QLatin1String(kLeaveRecording))
+        return leaveRecording(argc, argv);
+    const QGuiApplication application(argc, argv);
     TestRecordEngine test;
     return QTest::qExec(&test, argc, argv);
 }
