@@ -1,5 +1,6 @@
 #include "multimedia/multimediaprovider.h"
 
+#include "multimedia/audiorecorder/recordengine.h"
 #include "multimedia/devicemgr/devicetypedefine.h"
 #include "quillon/graphicdefines.h"
 
@@ -20,6 +21,7 @@ MultimediaProvider& MultimediaProvider::instance()
 
 void MultimediaProvider::registType(QQmlEngine& engine)
 {
+    qRegisterMetaType<RecordEngine*>("RecordEngine*");
     const auto enums_only = QStringLiteral("Access to enums & flags only");
     qmlRegisterUncreatableMetaObject(DeviceTypeDefine::staticMetaObject, kModule, kMajor, kMinor,
                                      "DeviceTypeDefine", enums_only);
@@ -28,4 +30,12 @@ void MultimediaProvider::registType(QQmlEngine& engine)
     engine.rootContext()->setContextProperty(QStringLiteral("MultimediaProvider"), &instance());
 }
 
-void MultimediaProvider::unregist() {}
+void MultimediaProvider::unregist()
+{
+    RecordEngine::instance()->releaseInstance();
+}
+
+RecordEngine* MultimediaProvider::recordEngine() const
+{
+    return RecordEngine::instance();
+}
