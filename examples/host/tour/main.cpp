@@ -2,6 +2,11 @@
 #include "examples/host/tour/tour.h"
 #include "multimedia/multimediaprovider.h"
 
+extern "C" {
+#include <libavutil/log.h>
+}
+
+#include <QtCore/QLoggingCategory>
 #include <QtGui/QGuiApplication>
 #include <QtQml/QQmlEngine>
 
@@ -29,6 +34,10 @@ int main(int argc, char* argv[])
         std::fprintf(stderr, "usage: tour OUTPUT_FOLDER (inside tests/rig/with-desktop)\n");
         return 2;
     }
+    // How much is logged in a process is its program's choice.
+    av_log_set_level(AV_LOG_ERROR);
+    QLoggingCategory::setFilterRules(QStringLiteral("quillon.multimedia.debug=false"));
+
     QQmlEngine engine;
     MultimediaProvider::registType(engine);
 

@@ -2,7 +2,7 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QElapsedTimer>
-#include <QtCore/QFileInfo>
+#include <QtCore/QThread>
 
 #include <cstdio>
 
@@ -14,6 +14,12 @@ void end(QProcess& process)
     if (!process.waitForFinished(3000))
         process.kill();
     process.waitForFinished(1000);
+}
+
+void breathe()
+{
+    QCoreApplication::processEvents();
+    QThread::msleep(5);
 }
 
 } // namespace
@@ -85,7 +91,7 @@ void Tour::pass(int duration_ms) const
     QElapsedTimer clock;
     clock.start();
     while (clock.elapsed() < duration_ms)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::AllEvents, 10);
+        breathe();
 }
 
 bool Tour::waitFor(const QString& what, const std::function<bool()>& condition, int timeout_ms)
@@ -97,7 +103,7 @@ bool Tour::waitFor(const QString& what, const std::function<bool()>& condition, 
             fail(QStringLiteral("waited in vain for ") + what);
             return false;
         }
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        breathe();
     }
     return true;
 }
