@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 namespace {
 
@@ -61,6 +62,28 @@ std::int32_t truncateToInt(float value)
 }
 
 template<class T>
+CDataBlob<T>::CDataBlob(CDataBlob&& other) noexcept
+{
+    *this = std::move(other);
+}
+
+template<class T>
+CDataBlob<T>& CDataBlob<T>::operator=(CDataBlob&& other) noexcept
+{
+    if (this == &other)
+        return *this;
+    clear();
+    std::swap(data, other.data);
+    std::swap(width, other.width);
+    std::swap(height, other.height);
+    std::swap(channels, other.channels);
+    std::swap(channelStep, other.channelStep);
+    std::swap(scale, other.scale);
+    std::swap(bias, other.bias);
+    return *this;
+}
+
+template<class T>
 void CDataBlob<T>::clear()
 {
     myFree_(data);
@@ -96,9 +119,10 @@ bool CDataBlob<T>::create(std::int32_t newWidth, std::int32_t newHeight, std::in
     }
 
     if (step > used) {
-        char* pad = reinterpret_cast<char*>(data) + used;
-        for (std::size_t left = pixelCount(); left > 0; --left, pad += step)
-            std::memset(pad, 0, step - used);
+        // The last 16 bytes of a pixel hold all of its pad; a store of fixed size is one instruction.
+        char* tail = reinterpret_cast<char*>(data) + step - kPixelAlignment;
+        for (std::size_t left = pixelCount(); left > 0; --left, tail += step)
+            std::memset(tail, 0, kPixelAlignment);
     }
     return true;
 }

@@ -40,6 +40,9 @@ public:
     ~CDataBlob() { clear(); }
     CDataBlob(const CDataBlob&) = delete;
     CDataBlob& operator=(const CDataBlob&) = delete;
+    /// The source becomes empty.
+    CDataBlob(CDataBlob&& other) noexcept;
+    CDataBlob& operator=(CDataBlob&& other) noexcept;
 
     /// Empties the blob and gives it these sizes. Only the pad bytes are set, to zero. False, with a line on
     /// the standard error stream and no data, when there is no memory.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <vector>
 
 namespace {
@@ -62,10 +63,14 @@ std::vector<ScoredBox> candidates(const CDataBlob<float>& priors, const CDataBlo
     return found;
 }
 
-std::vector<ScoredBox> suppressOverlaps(const std::vector<ScoredBox>& sorted, float threshold)
+/// Those of the sorted boxes that overlap no better one kept, at most `limit`.
+std::vector<ScoredBox> suppressOverlaps(const std::vector<ScoredBox>& sorted, float threshold,
+                                        std::size_t limit)
 {
     std::vector<ScoredBox> kept;
     for (const ScoredBox& candidate : sorted) {
+        if (kept.size() >= limit)
+            break;
         const bool overlaps = std::any_of(kept.begin(), kept.end(), [&](const ScoredBox& better) {
             return JaccardOverlap(candidate.second, better.second) > threshold;
         });
@@ -75,10 +80,10 @@ std::vector<ScoredBox> suppressOverlaps(const std::vector<ScoredBox>& sorted, fl
     return kept;
 }
 
-void cut(std::vector<ScoredBox>* boxes, std::int32_t limit)
+/// Negative limits stand for none.
+std::size_t limitOf(std::int32_t limit)
 {
-    if (limit >= 0 && boxes->size() > static_cast<std::size_t>(limit))
-        boxes->resize(static_cast<std::size_t>(limit));
+    return limit < 0 ? std::numeric_limits<std::size_t>::max() : static_cast<std::size_t>(limit);
 }
 
 bool writeBoxes(const std::vector<ScoredBox>& boxes, CDataBlob<float>* output)
@@ -188,9 +193,8 @@ bool detection_output(const CDataBlob<float>& priorbox, const CDataBlob<float>& 
 
     std::vector<ScoredBox> boxes = candidates(priorbox, loc, conf, confidenceThreshold);
     std::stable_sort(boxes.begin(), boxes.end(), SortScoreBBoxPairDescend);
-    cut(&boxes, topK);
-    boxes = suppressOverlaps(boxes, overlapThreshold);
-    cut(&boxes, keepTopK);
+    boxes.resize(std::min(boxes.size(), limitOf(topK)));
+    boxes = suppressOverlaps(boxes, overlapThreshold, limitOf(keepTopK));
 
     if (boxes.empty()) {
         output->clear();

@@ -72,13 +72,20 @@ void convolveTile(const ConvolutionSpan& span, const unsigned char* input, std::
         }
     }
 
+    // The maximum stays in a register: the stores could alias its memory.
+    const std::int32_t filters = span.filters;
+    const std::ptrdiff_t outputStep = span.outputStep;
+    __m256i top = *largest;
 #pragma GCC unroll 4
-    for (int p = 0; p < Pixels; ++p) {
-        for (int half = 0; half < kHalves && span.filters > 8 * half; ++half) {
-            store(output + p * span.outputStep + 8 * half, sums[p][half], span.filters - 8 * half);
-            *largest = _mm256_max_epi32(*largest, sums[p][half]);
+    for (int p = 0; p < Pixels; ++p, output += outputStep) {
+        store(output, sums[p][0], filters);
+        top = _mm256_max_epi32(top, sums[p][0]);
+        if (filters > 8) {
+            store(output + 8, sums[p][1], filters - 8);
+            top = _mm256_max_epi32(top, sums[p][1]);
         }
     }
+    *largest = top;
 }
 
 using Tile = void (*)(const ConvolutionSpan&, const unsigned char*, std::int32_t*, __m256i*);

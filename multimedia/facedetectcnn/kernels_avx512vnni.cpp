@@ -25,15 +25,6 @@ std::int32_t load32(const unsigned char* bytes)
     return value;
 }
 
-void store(std::int32_t* output, __m512i values, int filters)
-{
-    if (filters >= kFilters)
-        _mm512_storeu_si512(output, values);
-    else
-        _mm512_mask_storeu_epi32(output, static_cast<__mmask16>((1U << static_cast<unsigned>(filters)) - 1U),
-                                 values);
-}
-
 template<int Blocks, int Pixels>
 void convolveTile(const ConvolutionSpan& span, const unsigned char* input, std::int32_t* output,
                   __m512i* largest)
@@ -66,14 +57,25 @@ void convolveTile(const ConvolutionSpan& span, const unsigned char* input, std::
         }
     }
 
+    // All blocks but the last are full. The maximum stays in a register: the stores could alias its memory.
+    const int lanes = span.filters - (Blocks - 1) * kFilters;
+    const auto mask = static_cast<__mmask16>((1U << static_cast<unsigned>(lanes)) - 1U);
+    const std::ptrdiff_t outputStep = span.outputStep;
+    __m512i top = *largest;
 #pragma GCC unroll 8
-    for (int p = 0; p < Pixels; ++p) {
+    for (int p = 0; p < Pixels; ++p, output += outputStep) {
 #pragma GCC unroll 4
-        for (int b = 0; b < Blocks; ++b) {
-            store(output + p * span.outputStep + b * kFilters, sums[p][b], span.filters - b * kFilters);
-            *largest = _mm512_max_epi32(*largest, sums[p][b]);
-        }
+        for (int b = 0; b < Blocks; ++b)
+            top = _mm512_max_epi32(top, sums[p][b]);
+#pragma GCC unroll 3
+        for (int b = 0; b < Blocks - 1; ++b)
+            _mm512_storeu_si512(output + b * kFilters, sums[p][b]);
+        if (lanes == kFilters)
+            _mm512_storeu_si512(output + (Blocks - 1) * kFilters, sums[p][Blocks - 1]);
+        else
+            _mm512_mask_storeu_epi32(output + (Blocks - 1) * kFilters, mask, sums[p][Blocks - 1]);
     }
+    *largest = top;
 }
 
 using Tile = void (*)(const ConvolutionSpan&, const unsigned char*, std::int32_t*, __m512i*);

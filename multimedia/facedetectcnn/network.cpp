@@ -17,6 +17,20 @@ struct ImageSize
 
 constexpr std::size_t kFirstHead = 16;
 
+Activation convolved(const Activation& input, std::size_t layer)
+{
+    Activation output;
+    convolution_relu(input, g_pFilters[layer], &output);
+    return output;
+}
+
+Activation pooled(const Activation& input)
+{
+    Activation output;
+    maxpooling2x2S2(input, &output);
+    return output;
+}
+
 template<std::size_t Sizes>
 void runHeads(const Activation& source, std::size_t index, ImageSize image,
               const std::array<float, Sizes>& sizes, Branch* branch)
@@ -37,38 +51,37 @@ void runNetwork(const unsigned char* image, std::int32_t width, std::int32_t hei
     if (!param_initialized)
         init_parameters();
 
-    Activation input;
-    input.setDataFrom3x3S2P1to1x1S1P0FromImage(image, width, height, 3, step);
-
-    std::array<Activation, 16> conv;
-    std::array<Activation, 5> pool;
-    convolution_relu(input, g_pFilters[0], &conv[0]);
-    convolution_relu(conv[0], g_pFilters[1], &conv[1]);
-    maxpooling2x2S2(conv[1], &pool[0]);
-    convolution_relu(pool[0], g_pFilters[2], &conv[2]);
-    convolution_relu(conv[2], g_pFilters[3], &conv[3]);
-    maxpooling2x2S2(conv[3], &pool[1]);
-    convolution_relu(pool[1], g_pFilters[4], &conv[4]);
-    convolution_relu(conv[4], g_pFilters[5], &conv[5]);
-    convolution_relu(conv[5], g_pFilters[6], &conv[6]);
-    maxpooling2x2S2(conv[6], &pool[2]);
-    convolution_relu(pool[2], g_pFilters[7], &conv[7]);
-    convolution_relu(conv[7], g_pFilters[8], &conv[8]);
-    convolution_relu(conv[8], g_pFilters[9], &conv[9]);
-    maxpooling2x2S2(conv[9], &pool[3]);
-    convolution_relu(pool[3], g_pFilters[10], &conv[10]);
-    convolution_relu(conv[10], g_pFilters[11], &conv[11]);
-    convolution_relu(conv[11], g_pFilters[12], &conv[12]);
-    maxpooling2x2S2(conv[12], &pool[4]);
-    convolution_relu(pool[4], g_pFilters[13], &conv[13]);
-    convolution_relu(conv[13], g_pFilters[14], &conv[14]);
-    convolution_relu(conv[14], g_pFilters[15], &conv[15]);
+    // What a stage has used up is freed at once, so that the next takes memory that is still in the cache and
+    // the allocator has no reason to give it back to the system.
+    Activation blob;
+    blob.setDataFrom3x3S2P1to1x1S1P0FromImage(image, width, height, 3, step);
+    blob = convolved(blob, 0);
+    blob = convolved(blob, 1);
+    blob = pooled(blob);
+    blob = convolved(blob, 2);
+    blob = convolved(blob, 3);
+    blob = pooled(blob);
+    blob = convolved(blob, 4);
+    blob = convolved(blob, 5);
+    const Activation source1 = convolved(blob, 6);
+    blob = pooled(source1);
+    blob = convolved(blob, 7);
+    blob = convolved(blob, 8);
+    const Activation source2 = convolved(blob, 9);
+    blob = pooled(source2);
+    blob = convolved(blob, 10);
+    blob = convolved(blob, 11);
+    const Activation source3 = convolved(blob, 12);
+    blob = pooled(source3);
+    blob = convolved(blob, 13);
+    blob = convolved(blob, 14);
+    const Activation source4 = convolved(blob, 15);
 
     const ImageSize size = {width, height};
-    runHeads<3>(conv[6], 0, size, {10.0F, 16.0F, 24.0F}, &(*branches)[0]);
-    runHeads<2>(conv[9], 1, size, {32.0F, 48.0F}, &(*branches)[1]);
-    runHeads<2>(conv[12], 2, size, {64.0F, 96.0F}, &(*branches)[2]);
-    runHeads<3>(conv[15], 3, size, {128.0F, 192.0F, 256.0F}, &(*branches)[3]);
+    runHeads<3>(source1, 0, size, {10.0F, 16.0F, 24.0F}, &(*branches)[0]);
+    runHeads<2>(source2, 1, size, {32.0F, 48.0F}, &(*branches)[1]);
+    runHeads<2>(source3, 2, size, {64.0F, 96.0F}, &(*branches)[2]);
+    runHeads<3>(source4, 3, size, {128.0F, 192.0F, 256.0F}, &(*branches)[3]);
 }
 
 } // namespace facedetectcnn
