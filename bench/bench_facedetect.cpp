@@ -154,9 +154,10 @@ std::vector<unsigned char> randomBytes(std::size_t count)
     return bytes;
 }
 
-void runLayer(benchmark::State& state, const char* family, ImageSize image, std::size_t layer)
+void runLayer(benchmark::State& state, const facedetectcnn::KernelFamily* family, ImageSize image,
+              std::size_t layer)
 {
-    facedetectcnn::setKernelFamily(family);
+    facedetectcnn::forceKernelFamily(family);
     init_parameters();
     const LayerRun run = layerRun(layer, image);
     CDataBlob<unsigned char> input;
@@ -171,9 +172,9 @@ void runLayer(benchmark::State& state, const char* family, ImageSize image, std:
         state, run.products(), [&] { convolution(input, g_pFilters[layer], &output); }, oneDnnLayer(run));
 }
 
-void runWhole(benchmark::State& state, const char* family, ImageSize image)
+void runWhole(benchmark::State& state, const facedetectcnn::KernelFamily* family, ImageSize image)
 {
-    facedetectcnn::setKernelFamily(family);
+    facedetectcnn::forceKernelFamily(family);
     double products = 0.0;
     for (std::size_t layer = 0; layer < kLayers.size(); ++layer)
         products += layerRun(layer, image).products();
@@ -188,9 +189,9 @@ void runWhole(benchmark::State& state, const char* family, ImageSize image)
 }
 
 /// The network without the decoding, which grows with the number of candidates.
-void runHeads(benchmark::State& state, const char* family, ImageSize image)
+void runHeads(benchmark::State& state, const facedetectcnn::KernelFamily* family, ImageSize image)
 {
-    facedetectcnn::setKernelFamily(family);
+    facedetectcnn::forceKernelFamily(family);
     double products = 0.0;
     for (std::size_t layer = 0; layer < kLayers.size(); ++layer)
         products += layerRun(layer, image).products();
@@ -208,20 +209,19 @@ void registerAll(const facedetectcnn::KernelFamily* family, ImageSize image)
 {
     const std::string size = std::to_string(image.width) + "x" + std::to_string(image.height);
     const std::string suffix = "/" + size + "/" + family->name;
-    const char* name = family->name;
     benchmark::RegisterBenchmark(("faces" + suffix).c_str(),
-                                 [name, image](benchmark::State& state) { runWhole(state, name, image); })
+                                 [family, image](benchmark::State& state) { runWhole(state, family, image); })
         ->UseManualTime()
         ->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark(("heads" + suffix).c_str(),
-                                 [name, image](benchmark::State& state) { runHeads(state, name, image); })
+                                 [family, image](benchmark::State& state) { runHeads(state, family, image); })
         ->UseManualTime()
         ->Unit(benchmark::kMillisecond);
     for (std::size_t layer = 0; layer < kLayers.size(); ++layer) {
         const std::string title = "layer" + std::to_string(layer) + suffix;
         benchmark::RegisterBenchmark(
             title.c_str(),
-            [name, image, layer](benchmark::State& state) { runLayer(state, name, image, layer); })
+            [family, image, layer](benchmark::State& state) { runLayer(state, family, image, layer); })
             ->UseManualTime()
             ->Unit(benchmark::kMicrosecond);
     }

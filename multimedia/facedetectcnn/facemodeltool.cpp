@@ -120,7 +120,6 @@ int makeRandom(std::uint32_t seed, const char* path)
         std::fprintf(stderr, "%s: error: the random face model cannot be written\n", path);
         return EXIT_FAILURE;
     }
-    std::printf("%s: random face model of seed %u\n", path, seed);
     return EXIT_SUCCESS;
 }
 

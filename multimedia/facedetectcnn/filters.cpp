@@ -58,6 +58,19 @@ void packFilter(const CDataBlob<signed char>& filter, signed char* lane)
 
 namespace facedetectcnn {
 
+void buildBank(const std::array<ConvInfo, 24>& table, std::array<Filters, 24>* bank)
+{
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        Filters& layer = (*bank)[i];
+        layer = Filters();
+        if (i == 0)
+            buildStem(table[i], &layer);
+        else
+            buildLayer(table[i], &layer);
+        packFilters(&layer);
+    }
+}
+
 void packFilters(Filters* filters)
 {
     filters->packed.reset();
@@ -93,10 +106,6 @@ void init_parameters()
     const std::lock_guard<std::mutex> lock(g_mutex);
     if (param_initialized)
         return;
-    buildStem(param_pConvInfo[0], &g_pFilters[0]);
-    for (std::size_t i = 1; i < g_pFilters.size(); ++i)
-        buildLayer(param_pConvInfo[i], &g_pFilters[i]);
-    for (Filters& layer : g_pFilters)
-        facedetectcnn::packFilters(&layer);
+    facedetectcnn::buildBank(param_pConvInfo, &g_pFilters);
     param_initialized = true;
 }

@@ -70,6 +70,9 @@ void init_parameters();
 
 namespace facedetectcnn {
 
+/// Makes the bank of a table, in place of what it held. The stem, row 0, is laid out for the unfolded image.
+void buildBank(const std::array<ConvInfo, 24>& table, std::array<Filters, 24>* bank);
+
 /// Makes `filters->packed` anew from `filters->filters`, which must be of one size.
 void packFilters(Filters* filters);
 

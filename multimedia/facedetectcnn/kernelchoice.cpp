@@ -76,19 +76,9 @@ const KernelFamily& kernelFamily()
     return forced ? *forced : *kernelFamilies().front();
 }
 
-bool setKernelFamily(std::string_view name)
+void forceKernelFamily(const KernelFamily* family)
 {
-    if (name.empty()) {
-        forced_family = nullptr;
-        return true;
-    }
-    for (const KernelFamily* family : kernelFamilies()) {
-        if (name == family->name) {
-            forced_family = family;
-            return true;
-        }
-    }
-    return false;
+    forced_family = family;
 }
 
 } // namespace facedetectcnn
