@@ -62,7 +62,7 @@ void run(benchmark::State& state, const std::function<void(QImage&)>& adjust)
 {
     Reference& it = reference();
     double total = 0.0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         QImage image = it.picture.copy();
         const auto start = std::chrono::steady_clock::now();
         adjust(image);

@@ -25,7 +25,15 @@ void MultimediaProvider::registType(QQmlEngine& engine)
                                      "DeviceTypeDefine", enums_only);
     qmlRegisterUncreatableMetaObject(GraphicDefines::staticMetaObject, kModule, kMajor, kMinor,
                                      "GraphicDefines", enums_only);
+    qmlRegisterUncreatableType<ImageEdit::ImageEditProvider>(kModule, kMajor, kMinor, "ImageEditProvider",
+                                                             enums_only);
+    qRegisterMetaType<ImageEdit::ImageEditProvider*>("ImageEditProvider*");
     engine.rootContext()->setContextProperty(QStringLiteral("MultimediaProvider"), &instance());
 }
 
 void MultimediaProvider::unregist() {}
+
+ImageEdit::ImageEditProvider* MultimediaProvider::imageEditHandler() const
+{
+    return ImageEdit::ImageEditProvider::instance();
+}
