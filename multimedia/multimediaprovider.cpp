@@ -27,6 +27,9 @@ void MultimediaProvider::registType(QQmlEngine& engine)
                                      "DeviceTypeDefine", enums_only);
     qmlRegisterUncreatableMetaObject(GraphicDefines::staticMetaObject, kModule, kMajor, kMinor,
                                      "GraphicDefines", enums_only);
+    qmlRegisterUncreatableType<ImageEdit::ImageEditProvider>(kModule, kMajor, kMinor, "ImageEditProvider",
+                                                             enums_only);
+    qRegisterMetaType<ImageEdit::ImageEditProvider*>("ImageEditProvider*");
     engine.rootContext()->setContextProperty(QStringLiteral("MultimediaProvider"), &instance());
 }
 
@@ -38,4 +41,9 @@ void MultimediaProvider::unregist()
 RecordEngine* MultimediaProvider::recordEngine() const
 {
     return RecordEngine::instance();
+}
+
+ImageEdit::ImageEditProvider* MultimediaProvider::imageEditHandler() const
+{
+    return ImageEdit::ImageEditProvider::instance();
 }

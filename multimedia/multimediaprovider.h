@@ -1,6 +1,7 @@
 #pragma once
 
 #include "multimedia/audiorecorder/recordengine.h"
+#include "multimedia/imageedit/imageeditprovider.h"
 #include "multimedia/multimedia_global.h"
 
 #include <QtCore/QObject>
@@ -18,6 +19,7 @@ class MULTIMEDIA_EXPORT MultimediaProvider : public QObject
 {
     Q_OBJECT
     Q_PROPERTY(RecordEngine* recordEngine READ recordEngine CONSTANT)
+    Q_PROPERTY(ImageEdit::ImageEditProvider* imageEditHandler READ imageEditHandler CONSTANT)
 
 public:
     static MultimediaProvider& instance();
@@ -28,6 +30,7 @@ public:
     static void unregist();
 
     RecordEngine* recordEngine() const;
+    ImageEdit::ImageEditProvider* imageEditHandler() const;
 
 private:
     MultimediaProvider() = default;
