@@ -20,6 +20,7 @@ MultimediaProvider& MultimediaProvider::instance()
 
 void MultimediaProvider::registType(QQmlEngine& engine)
 {
+    qRegisterMetaType<DeviceManager::DeviceMgr*>("DeviceMgr*");
     const auto enums_only = QStringLiteral("Access to enums & flags only");
     qmlRegisterUncreatableMetaObject(DeviceTypeDefine::staticMetaObject, kModule, kMajor, kMinor,
                                      "DeviceTypeDefine", enums_only);
@@ -28,4 +29,12 @@ void MultimediaProvider::registType(QQmlEngine& engine)
     engine.rootContext()->setContextProperty(QStringLiteral("MultimediaProvider"), &instance());
 }
 
-void MultimediaProvider::unregist() {}
+void MultimediaProvider::unregist()
+{
+    DeviceManager::DeviceMgr::release();
+}
+
+DeviceManager::DeviceMgr* MultimediaProvider::deviceMgr() const
+{
+    return DeviceManager::DeviceMgr::instance();
+}

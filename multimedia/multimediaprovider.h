@@ -1,5 +1,6 @@
 #pragma once
 
+#include "multimedia/devicemgr/devicemgr.h"
 #include "multimedia/multimedia_global.h"
 
 #include <QtCore/QObject>
@@ -16,6 +17,7 @@ class QQmlEngine;
 class MULTIMEDIA_EXPORT MultimediaProvider : public QObject
 {
     Q_OBJECT
+    Q_PROPERTY(DeviceManager::DeviceMgr* deviceMgr READ deviceMgr CONSTANT)
 
 public:
     static MultimediaProvider& instance();
@@ -24,6 +26,8 @@ public:
     /// must outlive its QML. May be called again with another engine.
     static void registType(QQmlEngine& engine);
     static void unregist();
+
+    DeviceManager::DeviceMgr* deviceMgr() const;
 
 private:
     MultimediaProvider() = default;
