@@ -1,6 +1,5 @@
 #include "multimedia/multimediaprovider.h"
 
-#include "multimedia/audiorecorder/recordengine.h"
 #include "multimedia/devicemgr/devicetypedefine.h"
 #include "quillon/graphicdefines.h"
 
@@ -22,6 +21,7 @@ MultimediaProvider& MultimediaProvider::instance()
 void MultimediaProvider::registType(QQmlEngine& engine)
 {
     qRegisterMetaType<RecordEngine*>("RecordEngine*");
+    qRegisterMetaType<DeviceManager::DeviceMgr*>("DeviceMgr*");
     const auto enums_only = QStringLiteral("Access to enums & flags only");
     qmlRegisterUncreatableMetaObject(DeviceTypeDefine::staticMetaObject, kModule, kMajor, kMinor,
                                      "DeviceTypeDefine", enums_only);
@@ -36,11 +36,17 @@ void MultimediaProvider::registType(QQmlEngine& engine)
 void MultimediaProvider::unregist()
 {
     RecordEngine::instance()->releaseInstance();
+    DeviceManager::DeviceMgr::release();
 }
 
 RecordEngine* MultimediaProvider::recordEngine() const
 {
     return RecordEngine::instance();
+}
+
+DeviceManager::DeviceMgr* MultimediaProvider::deviceMgr() const
+{
+    return DeviceManager::DeviceMgr::instance();
 }
 
 ImageEdit::ImageEditProvider* MultimediaProvider::imageEditHandler() const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "multimedia/audiorecorder/recordengine.h"
+#include "multimedia/devicemgr/devicemgr.h"
 #include "multimedia/imageedit/imageeditprovider.h"
 #include "multimedia/multimedia_global.h"
 
@@ -19,6 +20,7 @@ class MULTIMEDIA_EXPORT MultimediaProvider : public QObject
 {
     Q_OBJECT
     Q_PROPERTY(RecordEngine* recordEngine READ recordEngine CONSTANT)
+    Q_PROPERTY(DeviceManager::DeviceMgr* deviceMgr READ deviceMgr CONSTANT)
     Q_PROPERTY(ImageEdit::ImageEditProvider* imageEditHandler READ imageEditHandler CONSTANT)
 
 public:
@@ -30,6 +32,7 @@ public:
     static void unregist();
 
     RecordEngine* recordEngine() const;
+    DeviceManager::DeviceMgr* deviceMgr() const;
     ImageEdit::ImageEditProvider* imageEditHandler() const;
 
 private:

@@ -75,6 +75,11 @@ int openInput(InputPtr& input, const std::string& path, const InputOptions& opti
 
     Dictionary protocol_options;
     int code = setContextOptions(context);
+    // A lost connection is made anew once, at the place of its end; further attempts are the caller's.
+    if (code >= 0 && !local)
+        code = protocol_options.set("reconnect", "1");
+    if (code >= 0 && !local)
+        code = protocol_options.set("reconnect_delay_max", "0");
     if (code >= 0 && options.timeout_us > 0)
         code = protocol_options.set("timeout", std::to_string(options.timeout_us).c_str());
     if (code < 0) {

@@ -1,0 +1,117 @@
+#include "multimedia/audioplayer/audioplayer_p.h"
+#include "multimedia/base/ffmpegversion.h"
+#include "multimedia/base/warning.h"
+
+extern "C" {
+#include <libavfilter/buffersink.h>
+#include <libavutil/opt.h>
+}
+
+#include <QtCore/QLoggingCategory>
+
+#include <array>
+#include <cinttypes>
+
+namespace {
+constexpr double kFastestStage = 2.0;
+
+/// What a frame of the decoder is, in the words of `abuffer`.
+QByteArray sourceArguments(const AVCodecContext& codec, AVRational time_base)
+{
+    return QString::asprintf("time_base=%d/%d:sample_rate=%d:sample_fmt=%s:channel_layout=0x%08" PRIx64,
+                             time_base.num, time_base.den, codec.sample_rate,
+                             av_get_sample_fmt_name(codec.sample_fmt), multimedia::channelMask(codec))
+        .toLatin1();
+}
+
+/// One stage of `atempo` takes at most 2.0. Above that the host's scale goes on with the second stage alone:
+/// the remainder is a difference, not a quotient.
+QByteArray description(double speed)
+{
+    const QString text =
+        speed <= kFastestStage
+            ? QStringLiteral("aresample=44100,aformat=sample_fmts=s16:channel_layouts=stereo,atempo=%1")
+                  .arg(speed)
+            : QStringLiteral(
+                  "aresample=44100,aformat=sample_fmts=s16:channel_layouts=stereo,atempo=2.0,atempo=%1")
+                  .arg(speed - kFastestStage);
+    return text.toLatin1();
+}
+
+/// Has `sink` deliver 16-bit stereo at 44100 Hz.
+int setSinkFormat(AVFilterContext* sink)
+{
+    constexpr std::array<int64_t, 2> kLayouts{AV_CH_LAYOUT_STEREO, -1};
+    constexpr std::array<int, 2> kFormats{AV_SAMPLE_FMT_S16, -1};
+    constexpr std::array<int, 2> kRates{44100, -1};
+    int code = av_opt_set_int_list(sink, "channel_layouts", kLayouts.data(), -1, AV_OPT_SEARCH_CHILDREN);
+    if (code >= 0)
+        code = av_opt_set_int_list(sink, "sample_fmts", kFormats.data(), -1, AV_OPT_SEARCH_CHILDREN);
+    if (code >= 0)
+        code = av_opt_set_int_list(sink, "sample_rates", kRates.data(), -1, AV_OPT_SEARCH_CHILDREN);
+    return code;
+}
+
+/// The open end of a graph, to be linked by the description.
+multimedia::FilterInOutPtr makeEnd(const char* name, AVFilterContext* filter)
+{
+    multimedia::FilterInOutPtr end(avfilter_inout_alloc());
+    if (!end)
+        return end;
+    end->name = av_strdup(name);
+    end->filter_ctx = filter;
+    end->pad_idx = 0;
+    end->next = nullptr;
+    return end;
+}
+
+int parseGraph(AVFilterGraph* graph, const QByteArray& text, multimedia::FilterInOutPtr inputs,
+               multimedia::FilterInOutPtr outputs)
+{
+    if (!inputs || !outputs)
+        return AVERROR(ENOMEM);
+    // The parser takes what it links out of the lists, and leaves the rest.
+    AVFilterInOut* open_inputs = inputs.release();
+    AVFilterInOut* open_outputs = outputs.release();
+    const int code = avfilter_graph_parse_ptr(graph, text.constData(), &open_inputs, &open_outputs, nullptr);
+    inputs.reset(open_inputs);
+    outputs.reset(open_outputs);
+    return code;
+}
+} // namespace
+
+bool AudioPlayer::initFilter()
+{
+    m_filterDirty = false; // before the speed is read
+    Media& media = *m_media;
+    media.filter_graph.reset(avfilter_graph_alloc());
+    AVFilterGraph* graph = media.filter_graph.get();
+    if (!graph)
+        return false;
+
+    const QByteArray arguments = sourceArguments(*media.codec, media.stream()->time_base);
+    qCDebug(MultimediaCategoryLogging, "%s", arguments.constData());
+    int code = avfilter_graph_create_filter(&media.buffer_source, avfilter_get_by_name("abuffer"), "in",
+                                            arguments.constData(), nullptr, graph);
+    if (code < 0)
+        return false;
+    code = avfilter_graph_create_filter(&media.buffer_sink, avfilter_get_by_name("abuffersink"), "out",
+                                        nullptr, nullptr, graph);
+    if (code < 0) {
+        qCDebug(MultimediaCategoryLogging, "init filter failed2");
+        return false;
+    }
+    if (setSinkFormat(media.buffer_sink) < 0) {
+        qCDebug(MultimediaCategoryLogging, "av_opt_set_int_list failed");
+        return false;
+    }
+    code = parseGraph(graph, description(m_speed), makeEnd("out", media.buffer_sink),
+                      makeEnd("in", media.buffer_source));
+    return code >= 0 && avfilter_graph_config(graph, nullptr) >= 0;
+}
+
+bool AudioPlayer::resetFilter()
+{
+    m_media->filter_graph.reset();
+    return initFilter();
+}

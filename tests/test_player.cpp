@@ -1,0 +1,367 @@
+#include "tests/support/monitor.h"
+#include "tests/support/playerhost.h"
+
+#include <QtTest/QtTest>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <thread>
+
+namespace {
+QString media(const char* name)
+{
+    return QStringLiteral(TEST_MEDIA_DIR "/player/") + QString::fromUtf8(name);
+}
+} // namespace
+
+/// Transport, events and sound of local files.
+class TestPlayer : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void play_isHeardWhole_atEverySpeed_data();
+    void play_isHeardWhole_atEverySpeed();
+    void play_isHeardWhole_whenShorterThanBuffer();
+    void play_reportsPositionAndSamples_whilePlaying();
+    void play_doesNothing_whenNotAnnounced();
+    void play_fails_withItsMessage_data();
+    void play_fails_withItsMessage();
+    void setSpeed_takesEffect_duringPlayback();
+    void setSpeed_endsPlayback_whenRefused();
+    void breakPlay_makesWayForNewSource();
+    void pause_resumesWhereItLeft_orAtSeek();
+    void stop_reportsTwice_whenPlaying();
+    void stop_waitsShortly_whenAsked();
+    void stop_doesNothing_withoutCallback();
+    void seek_movesPosition_duringPlayback();
+    void closeAudioOutput_playsOnInSilence();
+    void transport_staysConsistent_underRandomCallsFromFourThreads();
+
+private:
+    std::unique_ptr<PlayerHost> host;
+};
+
+void TestPlayer::init()
+{
+    while (PlayerHost::player()->audioEvent().eventId != EventNone)
+        continue;
+    host = std::make_unique<PlayerHost>();
+}
+
+void TestPlayer::cleanup()
+{
+    PlayerHost::player()->setSpeed(1.0);
+    PlayerHost::player()->breakPlay({}, 0);
+    // What is still queued comes before this.
+    QMetaObject::invokeMethod(
+        PlayerHost::player(), [] {}, Qt::BlockingQueuedConnection);
+    host.reset();
+}
+
+void TestPlayer::play_isHeardWhole_atEverySpeed_data()
+{
+    QTest::addColumn<double>("speed");
+    QTest::addColumn<double>("effective");
+    QTest::newRow("1.0") << 1.0 << 1.0;
+    QTest::newRow("1.5") << 1.5 << 1.5;
+    QTest::newRow("2.0") << 2.0 << 2.0;
+    QTest::newRow("3.0, which plays at 2") << 3.0 << 2.0;
+    QTest::newRow("0.5") << 0.5 << 0.5;
+}
+
+void TestPlayer::play_isHeardWhole_atEverySpeed()
+{
+    QFETCH(double, speed);
+    QFETCH(double, effective);
+    Monitor monitor;
+    host->player()->setSpeed(speed);
+    host->play(media("tone.wav"));
+    QTRY_COMPARE_WITH_TIMEOUT(host->order(), QStringLiteral("Duration Started Progress Finished Closed"),
+                              10'000);
+    QCOMPARE(host->last(EventDuration).event.info.value("Duration").toLongLong(), 3000);
+
+    const Monitor::Sound sound = monitor.stop();
+    qInfo("heard %.3f s, %.1f Hz, longest gap %.1f ms", sound.duration_s, sound.frequency_hz,
+          sound.longest_gap_s * 1000);
+    QVERIFY(std::abs(sound.duration_s - 3.0 / effective) < 0.06);
+    QVERIFY(std::abs(sound.frequency_hz - 440) < 4);
+    QVERIFY(sound.longest_gap_s < 0.06);
+}
+
+void TestPlayer::play_isHeardWhole_whenShorterThanBuffer()
+{
+    Monitor monitor;
+    host->play(media("short.wav"));
+    QTRY_COMPARE(host->order().section(' ', -1), QStringLiteral("Closed"));
+    const Monitor::Sound sound = monitor.stop();
+    qInfo("heard %.3f s", sound.duration_s);
+    QVERIFY(std::abs(sound.duration_s - 0.1) < 0.02);
+}
+
+void TestPlayer::play_reportsPositionAndSamples_whilePlaying()
+{
+    host->play(media("tone.wav"), 1000);
+    QTRY_COMPARE(host->count(EventClosed), 1);
+    qint64 last_ms = 900;
+    int samples = 0;
+    for (const auto& entry : host->all()) {
+        if (entry.event.eventId != EventProgress)
+            continue;
+        const QVariant time = entry.event.info.value("PlayTime");
+        QCOMPARE(static_cast<QMetaType::Type>(time.type()), QMetaType::LongLong);
+        QVERIFY(time.toLongLong() >= last_ms);
+        last_ms = time.toLongLong();
+        const QStringList values = entry.event.info.value("Samples").toStringList();
+        samples += values.size();
+        for (const QString& value : values)
+            QVERIFY(std::abs(value.toInt()) < 5000);
+        QVERIFY(!values.isEmpty());
+    }
+    QVERIFY(std::abs(last_ms - 3000) < 100);
+    // One frame in three is reported.
+    QVERIFY(std::abs(samples - 2 * 44100 / 3) < 44100 / 10);
+}
+
+void TestPlayer::play_doesNothing_whenNotAnnounced()
+{
+    const auto play = [](const QString& path) {
+        QMetaObject::invokeMethod(PlayerHost::player(), "play", Qt::BlockingQueuedConnection,
+                                  Q_ARG(QString, path));
+    };
+    play(media("tone.wav"));
+    play({});
+    QCOMPARE(host->order(), QString());
+    QCOMPARE(host->player()->audioEvent().eventId, EventNone);
+    QVERIFY(host->player()->audioEvent().info.isEmpty());
+
+    // Of several queued requests only the one that matches the newest announcement runs.
+    host->play(media("tone.wav"));
+    host->play(media("long.mp3"));
+    host->play(media("short.wav"));
+    QTRY_COMPARE(host->order().section(' ', -1), QStringLiteral("Closed"));
+    play({});
+    QVERIFY(host->order().endsWith("Duration Started Progress Finished Closed"));
+    QVERIFY(host->count(EventFinished) == 1);
+}
+
+void TestPlayer::play_fails_withItsMessage_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("order");
+    const QString refused = "Error(decode audio failed.) Closed";
+    for (const char* name :
+         {"missing.mp3", "empty.mp3", "text.mp3", "zeros.mp3", "silent.mp4", "truncated.m4r", "."})
+        QTest::newRow(name) << media(name) << refused;
+    QTest::newRow("playlist in the network") << "https//x"
+                                             << "Underload Flowing " + refused;
+    const QString played = "Duration Started Progress Finished Closed";
+    for (const char* name : {"-i \"$(x)\" 'é' %d.mp3", "plain.flac", "video.mp4"})
+        QTest::newRow(name) << media(name) << played;
+    // It ends within a sample.
+    QTest::newRow("truncated.wav") << media("truncated.wav")
+                                   << "Duration Started Progress Error(avcodec receive frame failed.) Closed";
+}
+
+void TestPlayer::play_fails_withItsMessage()
+{
+    QFETCH(QString, path);
+    host->play(path);
+    QTRY_COMPARE(host->count(EventClosed), 1);
+    QTEST(host->order(), "order");
+}
+
+void TestPlayer::setSpeed_takesEffect_duringPlayback()
+{
+    Monitor monitor;
+    host->play(media("tone.wav"));
+    QTRY_VERIFY(host->playTime() > 500);
+    host->player()->setSpeed(2.0);
+    QTRY_COMPARE(host->order(), QStringLiteral("Duration Started Progress Finished Closed"));
+    const Monitor::Sound sound = monitor.stop();
+    qInfo("heard %.3f s, longest gap %.1f ms", sound.duration_s, sound.longest_gap_s * 1000);
+    QVERIFY(sound.duration_s > 1.6 && sound.duration_s < 2.3);
+    QVERIFY(std::abs(sound.frequency_hz - 440) < 6);
+    QVERIFY(sound.longest_gap_s < 0.06);
+}
+
+void TestPlayer::setSpeed_endsPlayback_whenRefused()
+{
+    for (const double speed : {0.1, std::numeric_limits<double>::quiet_NaN()}) {
+        host->forget();
+        host->play(media("tone.wav"));
+        QTRY_COMPARE(host->count(EventProgress) > 0, true);
+        host->player()->setSpeed(speed);
+        QTRY_COMPARE(host->order(),
+                     QStringLiteral("Duration Started Progress Error(reset filter failed.) Closed"));
+        host->player()->setSpeed(1.0);
+    }
+}
+
+void TestPlayer::breakPlay_makesWayForNewSource()
+{
+    host->play(media("long.mp3"));
+    QTRY_VERIFY(host->count(EventProgress) > 0);
+    host->play(media("short.wav"));
+    QTRY_COMPARE(host->count(EventClosed), 2);
+    qInfo() << host->order();
+    QVERIFY(host->order() == "Duration Started Progress Closed Duration Started Progress Finished Closed" ||
+            host->order() ==
+                "Duration Started Progress Finished Closed Duration Started Progress Finished Closed");
+}
+
+void TestPlayer::pause_resumesWhereItLeft_orAtSeek()
+{
+    host->play(media("long.mp3"));
+    QTRY_VERIFY(host->playTime() > 300);
+    host->player()->pause(true);
+    QTRY_COMPARE(host->order(), QStringLiteral("Duration Started Progress Paused Closed"));
+    const qint64 paused_ms = host->playTime();
+
+    host->forget();
+    host->player()->pause(false);
+    QTRY_VERIFY(host->playTime() > paused_ms);
+    const auto events = host->all();
+    const auto first = std::find_if(events.begin(), events.end(),
+                                    [](const auto& entry) { return entry.event.eventId == EventProgress; });
+    QVERIFY(std::abs(first->event.info.value("PlayTime").toLongLong() - paused_ms) < 250);
+
+    host->player()->pause(true);
+    QTRY_COMPARE(host->count(EventClosed), 1);
+    host->forget();
+    host->player()->seekPos(15'000);
+    host->player()->pause(false);
+    QTRY_VERIFY(host->count(EventProgress) > 0);
+    QVERIFY(std::abs(host->playTime() - 15'000) < 500);
+}
+
+void TestPlayer::stop_reportsTwice_whenPlaying()
+{
+    host->play(media("long.mp3"));
+    QTRY_VERIFY(host->count(EventProgress) > 0);
+    host->player()->stop(false);
+    QTRY_COMPARE(host->count(EventClosed), 1);
+    QVERIFY(host->order().endsWith("Stopped Stopped Closed"));
+    host->forget();
+    host->player()->stop(true);
+    QCOMPARE(host->order(), QStringLiteral("Stopped")); // nothing to wait for
+}
+
+void TestPlayer::stop_waitsShortly_whenAsked()
+{
+    host->play(media("long.mp3"));
+    QTRY_VERIFY(host->count(EventProgress) > 0);
+    QElapsedTimer timer;
+    timer.start();
+    host->player()->stop(true);
+    QVERIFY(timer.elapsed() >= 190);
+    QTRY_COMPARE(host->count(EventClosed), 1);
+}
+
+void TestPlayer::stop_doesNothing_withoutCallback()
+{
+    host->play(media("tone.wav"));
+    QTRY_VERIFY(host->count(EventProgress) > 0);
+    host->player()->deregCallBack();
+    host->player()->stop(false);
+    host->player()->regCallBack(nullptr, host.get());
+    host->player()->stop(false);
+    while (host->player()->audioEvent().eventId != EventFinished) // the queue goes on without a callback
+        QTest::qWait(20);
+}
+
+void TestPlayer::seek_movesPosition_duringPlayback()
+{
+    host->play(media("long.mp3"));
+    QTRY_VERIFY(host->count(EventProgress) > 0);
+    for (const qint64 target_ms : {10'000, 2'000, 19'000}) {
+        host->player()->seekPos(target_ms);
+        QTRY_VERIFY2(std::abs(host->playTime() - target_ms) < 300,
+                     qPrintable(QString::number(host->playTime())));
+    }
+    host->player()->seekPos(std::numeric_limits<qint64>::max()); // at most the end
+    QTRY_COMPARE(host->count(EventClosed), 1);
+}
+
+void TestPlayer::closeAudioOutput_playsOnInSilence()
+{
+    Monitor monitor;
+    host->play(media("tone.wav"));
+    QTRY_VERIFY(host->playTime() > 1000);
+    host->player()->closeAudioOutput();
+    QTRY_COMPARE(host->order(), QStringLiteral("Duration Started Progress Finished Closed"));
+    QVERIFY(std::abs(host->playTime() - 3000) < 100);
+    const auto events = host->all();
+    const double lasted_s =
+        std::chrono::duration<double>(host->last(EventClosed).time - events.front().time).count();
+    QVERIFY(std::abs(lasted_s - 3.0) < 0.4);
+    QVERIFY(monitor.stop().duration_s < 1.5);
+}
+
+void TestPlayer::transport_staysConsistent_underRandomCallsFromFourThreads()
+{
+    const unsigned seed = std::random_device()();
+    qInfo("seed %u", seed);
+    const QStringList sources{media("tone.wav"), media("long.mp3"), media("short.wav"), media("text.mp3")};
+    const auto work = [&sources](unsigned thread_seed) {
+        std::mt19937 random(thread_seed);
+        const auto pick = [&random](int end) {
+            return static_cast<int>(random() % static_cast<unsigned>(end));
+        };
+        AudioPlayer* player = PlayerHost::player();
+        for (int i = 0; i < 250; ++i) {
+            const QString source = sources[pick(sources.size())];
+            switch (pick(10)) {
+            case 0:
+            case 1:
+                PlayerHost::play(source, pick(2) * pick(5000));
+                break;
+            case 2:
+                player->pause(true);
+                break;
+            case 3:
+                player->pause(false);
+                break;
+            case 4:
+                player->stop(pick(40) == 0);
+                break;
+            case 5:
+                player->seekPos(pick(25'000));
+                break;
+            case 6:
+                player->setSpeed(0.5 + pick(30) / 10.0);
+                break;
+            case 7:
+                player->handleDeviceChanged();
+                break;
+            case 8:
+                player->breakPlay(pick(2) ? source : QString(), 0);
+                break;
+            default:
+                player->closeAudioOutput();
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(pick(8)));
+        }
+    };
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < 4; ++i)
+        threads.emplace_back(work, seed + i);
+    for (std::thread& thread : threads)
+        thread.join();
+
+    // Whatever came before, a source plays as ever.
+    host->player()->breakPlay({}, 0);
+    QMetaObject::invokeMethod(
+        host->player(), [] {}, Qt::BlockingQueuedConnection);
+    host->player()->setSpeed(1.0);
+    host->forget();
+    host->play(media("short.wav"));
+    QTRY_COMPARE(host->order(), QStringLiteral("Duration Started Progress Finished Closed"));
+}
+
+QTEST_MAIN(TestPlayer)
+#include "test_player.moc"

@@ -1,0 +1,297 @@
+#include "multimedia/audioplayer/audioplayer_p.h"
+#include "tests/support/httpserver.h"
+#include "tests/support/monitor.h"
+#include "tests/support/playerhost.h"
+
+#include <QtCore/QDateTime>
+#include <QtCore/QFile>
+#include <QtTest/QtTest>
+
+#include <cmath>
+
+namespace {
+QByteArray content(const char* name)
+{
+    QFile file(QStringLiteral(TEST_MEDIA_DIR "/player/") + QString::fromUtf8(name));
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("%s is missing", name);
+    return file.readAll();
+}
+} // namespace
+
+/// The player in front of servers of every temper.
+class TestPlayerHttp : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void play_isHeardWhole_fromServer_data();
+    void play_isHeardWhole_fromServer();
+    void play_takesHintForDuration_whenThatIsGuess();
+    void seek_movesByBytes_andKeepsPosition();
+    void seek_goesOn_whenServerRefusesRanges();
+    void play_goesOn_whenServerCutsAndComesBack();
+    void play_endsWithoutFinish_whenCutNearTheEnd();
+    void play_fails_whenServerIsSilentForTwentySeconds();
+    void openSilentServer_isLeftAtOnce_data();
+    void openSilentServer_isLeftAtOnce();
+    void stalledServer_isLeftAtOnce_data();
+    void stalledServer_isLeftAtOnce();
+    void pause_resumesFromServer_whereItLeft();
+    void interrupt_isNotLost_whenFileIsInspectedMeanwhile();
+    void release_leavesStalledServer_atOnce();
+
+private:
+    using Request = void (*)();
+    /// Milliseconds from the request to the end of the play.
+    double timeToLeave(Request request);
+    void waitForStall(const HttpServer& server);
+
+    std::unique_ptr<PlayerHost> host;
+};
+
+void TestPlayerHttp::init()
+{
+    host = std::make_unique<PlayerHost>();
+}
+
+void TestPlayerHttp::cleanup()
+{
+    PlayerHost::player()->breakPlay({}, 0);
+    if (PlayerHost::player()->thread()->isRunning())
+        QMetaObject::invokeMethod(
+            PlayerHost::player(), [] {}, Qt::BlockingQueuedConnection);
+    host.reset();
+}
+
+void TestPlayerHttp::play_isHeardWhole_fromServer_data()
+{
+    QTest::addColumn<bool>("ranges");
+    QTest::addColumn<qlonglong>("bytes_per_second");
+    QTest::newRow("good") << true << 0LL;
+    QTest::newRow("no ranges") << false << 0LL;
+    QTest::newRow("slower than the tone at first") << true << 400'000LL;
+}
+
+void TestPlayerHttp::play_isHeardWhole_fromServer()
+{
+    QFETCH(bool, ranges);
+    QFETCH(qlonglong, bytes_per_second);
+    HttpServer::Behaviour behaviour;
+    behaviour.ranges = ranges;
+    behaviour.bytes_per_second = bytes_per_second;
+    const HttpServer server(content("plain.wav"), behaviour);
+    Monitor monitor;
+    host->play(server.url());
+    QTRY_COMPARE(host->count(EventClosed), 1);
+    QCOMPARE(host->order(), QStringLiteral("Underload Duration Started Flowing Progress Finished Closed"));
+    const Monitor::Sound sound = monitor.stop();
+    QVERIFY(std::abs(sound.duration_s - 1) < 0.05);
+    QVERIFY(sound.longest_gap_s < 0.06);
+}
+
+void TestPlayerHttp::play_takesHintForDuration_whenThatIsGuess()
+{
+    // Raw AAC has no length of its own.
+    const HttpServer guess(content("plain.aac"), {});
+    host->play(guess.url(), 0, 1234);
+    QTRY_COMPARE(host->count(EventClosed), 1);
+    QCOMPARE(host->last(EventDuration).event.info.value("Duration").toLongLong(), 1234);
+
+    const HttpServer known(content("short.wav"), {});
+    host->play(known.url(), 0, 1234);
+    QTRY_COMPARE(host->count(EventClosed), 2);
+    QCOMPARE(host->last(EventDuration).event.info.value("Duration").toLongLong(), 100);
+}
+
+void TestPlayerHttp::seek_movesByBytes_andKeepsPosition()
+{
+    const HttpServer server(content("long.mp3"), {});
+    host->play(server.url(), 5000);
+    QTRY_VERIFY(host->order().startsWith("Underload Duration Started Sought Underload Flowing Progress"));
+    QVERIFY(std::abs(host->playTime() - 5000) < 500);
+    for (const qint64 target_ms : {15'000, 700, 10'000}) {
+        host->forget();
+        host->player()->seekPos(target_ms);
+        QTRY_VERIFY(host->order().contains("Sought Underload Flowing Progress"));
+        QVERIFY2(std::abs(host->playTime() - target_ms) < 700, qPrintable(QString::number(host->playTime())));
+    }
+}
+
+void TestPlayerHttp::seek_goesOn_whenServerRefusesRanges()
+{
+    HttpServer::Behaviour behaviour;
+    behaviour.ranges = false;
+    const HttpServer server(content("long.mp3"), behaviour);
+    host->play(server.url());
+    QTRY_VERIFY(host->count(EventProgress) > 0);
+    host->player()->seekPos(15'000);
+    QTRY_VERIFY(host->order().contains("Sought Underload Flowing Progress"));
+}
+
+void TestPlayerHttp::play_goesOn_whenServerCutsAndComesBack()
+{
+    HttpServer::Behaviour behaviour;
+    const QByteArray file = content("tone.wav");
+    behaviour.cut_after = file.size() / 2;
+    HttpServer server(file, behaviour);
+    Monitor monitor;
+    host->play(server.url());
+    QTRY_VERIFY(server.requests() >= 3); // the first, the one at once, the one of the retry
+    server.setBehaviour({});
+    QTRY_COMPARE_WITH_TIMEOUT(host->count(EventClosed), 1, 10'000);
+    QCOMPARE(host->order(), QStringLiteral("Underload Duration Started Flowing Progress Finished Closed"));
+    const Monitor::Sound sound = monitor.stop();
+    qInfo("heard %.3f s, longest gap %.3f s", sound.duration_s, sound.longest_gap_s);
+    QVERIFY(std::abs(sound.duration_s - sound.longest_gap_s - 3) < 0.3);
+}
+
+void TestPlayerHttp::play_endsWithoutFinish_whenCutNearTheEnd()
+{
+    HttpServer::Behaviour behaviour;
+    const QByteArray file = content("plain.wav");
+    behaviour.cut_after = file.size() * 9 / 10;
+    const HttpServer server(file, behaviour);
+    host->play(server.url());
+    QTRY_COMPARE(host->count(EventClosed), 1);
+    QCOMPARE(host->order(), QStringLiteral("Underload Duration Started Flowing Progress Closed"));
+}
+
+void TestPlayerHttp::waitForStall(const HttpServer& server)
+{
+    QTRY_VERIFY(host->count(EventProgress) > 0);
+    const int64_t sent = server.sent();
+    QTRY_VERIFY(g_startTime != 0 && QDateTime::currentMSecsSinceEpoch() - g_startTime > 100);
+    QCOMPARE(server.sent(), sent);
+}
+
+void TestPlayerHttp::play_fails_whenServerIsSilentForTwentySeconds()
+{
+    HttpServer::Behaviour behaviour;
+    behaviour.stall_after = 80'000;
+    const HttpServer server(content("long.mp3"), behaviour);
+    host->play(server.url(), 8000);
+    waitForStall(server);
+    g_startTime -= 19'500; // as if most of the time had gone by
+    QElapsedTimer timer;
+    timer.start();
+    QTRY_COMPARE(host->count(EventClosed), 1);
+    qInfo("left after another %lld ms", timer.elapsed());
+    QVERIFY(timer.elapsed() > 200);
+    QVERIFY(host->order().endsWith("Progress Error(av read frame failed.) Closed"));
+}
+
+double TestPlayerHttp::timeToLeave(Request request)
+{
+    const auto start = PlayerHost::Clock::now();
+    request();
+    [&] { QTRY_COMPARE(host->count(EventClosed), 1); }();
+    return std::chrono::duration<double, std::milli>(host->last(EventClosed).time - start).count();
+}
+
+void TestPlayerHttp::openSilentServer_isLeftAtOnce_data()
+{
+    QTest::addColumn<bool>("pause");
+    QTest::newRow("breakPlay") << false;
+    QTest::newRow("pause") << true;
+}
+
+void TestPlayerHttp::openSilentServer_isLeftAtOnce()
+{
+    QFETCH(bool, pause);
+    HttpServer::Behaviour behaviour;
+    behaviour.answers = false;
+    const HttpServer server(content("short.wav"), behaviour);
+    host->play(server.url());
+    QTRY_COMPARE(server.requests(), 1);
+    const double ms = timeToLeave(pause ? Request([] { PlayerHost::player()->pause(true); })
+                                        : Request([] { PlayerHost::player()->breakPlay("other", 0); }));
+    qInfo("left after %.1f ms", ms);
+    QVERIFY(ms < 1000);
+    QCOMPARE(host->order(), QStringLiteral("Underload Flowing Closed"));
+}
+
+void TestPlayerHttp::stalledServer_isLeftAtOnce_data()
+{
+    QTest::addColumn<bool>("pause");
+    QTest::addColumn<QStringList>("ends");
+    // A demuxer may make a last packet of what it has.
+    QTest::newRow("breakPlay") << false
+                               << QStringList{"Error(av read frame failed.) Closed",
+                                              "Progress Finished Closed"};
+    QTest::newRow("pause") << true << QStringList{"Paused Closed"};
+}
+
+void TestPlayerHttp::stalledServer_isLeftAtOnce()
+{
+    QFETCH(bool, pause);
+    HttpServer::Behaviour behaviour;
+    behaviour.stall_after = 80'000;
+    const HttpServer server(content("long.mp3"), behaviour);
+    host->play(server.url(), 8000);
+    waitForStall(server);
+    const double ms = timeToLeave(pause ? Request([] { PlayerHost::player()->pause(true); })
+                                        : Request([] { PlayerHost::player()->breakPlay("other", 0); }));
+    qInfo("left after %.1f ms", ms);
+    QVERIFY(ms < 1000);
+    QFETCH(QStringList, ends);
+    QVERIFY2(std::any_of(ends.begin(), ends.end(), [this](auto& end) { return host->order().endsWith(end); }),
+             qPrintable(host->order()));
+}
+
+void TestPlayerHttp::pause_resumesFromServer_whereItLeft()
+{
+    const HttpServer server(content("long.mp3"), {});
+    host->play(server.url(), 6000);
+    QTRY_VERIFY(host->playTime() > 6300);
+    host->player()->pause(true);
+    QTRY_COMPARE(host->count(EventClosed), 1);
+    const qint64 paused_ms = host->playTime();
+    host->forget();
+    host->player()->pause(false);
+    QTRY_VERIFY(host->order().contains("Progress"));
+    QVERIFY(std::abs(host->playTime() - paused_ms) < 500);
+}
+
+void TestPlayerHttp::interrupt_isNotLost_whenFileIsInspectedMeanwhile()
+{
+    HttpServer::Behaviour behaviour;
+    behaviour.answers = false;
+    const HttpServer server(content("short.wav"), behaviour);
+    host->play(server.url());
+    QTRY_COMPARE(server.requests(), 1);
+    host->player()->breakPlay("other", 0);
+    for (int i = 0; i < 20; ++i)
+        QCOMPARE(AudioPlayer::duration(QStringLiteral(TEST_MEDIA_DIR "/player/short.wav")), 100);
+    QTRY_COMPARE(host->count(EventClosed), 1);
+}
+
+void TestPlayerHttp::release_leavesStalledServer_atOnce()
+{
+    HttpServer::Behaviour behaviour;
+    behaviour.stall_after = 80'000;
+    const HttpServer server(content("long.mp3"), behaviour);
+    host->play(server.url(), 8000);
+    waitForStall(server);
+    QElapsedTimer timer;
+    timer.start();
+    host->player()->release();
+    const qint64 ms = timer.elapsed();
+    qInfo("left after %lld ms", ms);
+    QVERIFY(ms < 1000);
+    QVERIFY(!host->player()->thread()->isRunning());
+
+    // Nothing is left that a late call could disturb.
+    host->play(server.url());
+    host->player()->pause(true);
+    host->player()->pause(false);
+    host->player()->stop(true);
+    host->player()->seekPos(1);
+    host->player()->release();
+}
+
+QTEST_MAIN(TestPlayerHttp)
+#include "test_playerhttp.moc"

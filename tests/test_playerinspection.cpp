@@ -1,0 +1,168 @@
+#include "multimedia/audioplayer/audioplayer.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QStandardPaths>
+#include <QtCore/QTemporaryDir>
+#include <QtGui/QImage>
+#include <QtGui/QImageReader>
+#include <QtTest/QtTest>
+
+namespace {
+QString media(const char* name)
+{
+    return QStringLiteral(TEST_MEDIA_DIR "/player/") + QString::fromUtf8(name);
+}
+
+QStringList temporaryPictures()
+{
+    return QDir(QStandardPaths::writableLocation(QStandardPaths::TempLocation)).entryList({"*.jpg"});
+}
+} // namespace
+
+/// What can be told of a file without playing it.
+class TestPlayerInspection : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void audioFormat_tellsFormat_byContent_data();
+    void audioFormat_tellsFormat_byContent();
+    void covers_areSaved_asJpeg_data();
+    void covers_areSaved_asJpeg();
+    void getAlbumInfo_readsTags_thatAreThere();
+    void cover_isRefused_whenItsSizeIsHostile();
+
+private:
+    QTemporaryDir folder;
+};
+
+void TestPlayerInspection::initTestCase()
+{
+    qputenv("TMPDIR", folder.path().toUtf8()); // covers go there
+    QVERIFY(temporaryPictures().isEmpty());
+}
+
+void TestPlayerInspection::audioFormat_tellsFormat_byContent_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("expected"); // what the caller expects
+    QTest::addColumn<QString>("format");   // empty: refused
+    QTest::addColumn<qint64>("duration_ms");
+    const auto row = [](const char* name, const char* expected, const char* format, qint64 duration_ms) {
+        QTest::addRow("%s as %s", name, expected)
+            << QString::fromUtf8(name) << expected << format << duration_ms;
+    };
+    for (const char* type : {"mp3", "aac", "ogg", "wav", "ac3", "mp2"})
+        row(qPrintable(QStringLiteral("plain.") + type), type, type, 1000);
+    // The demuxers of these claim no extension that is accepted.
+    row("plain.wma", "wma", "", 1000);
+    row("plain.m4r", "m4r", "", 1000);
+    row("covered.m4r", "m4r", "", 1000);
+    row("plain.flac", "flac", "", 1000);
+    row("covered.flac", "flac", "", 1000);
+    row("covered.mp3", "mp3", "mp3", 1000);
+    row("tagged.ogg", "ogg", "ogg", 1000);
+    row("mp3 called.dat", "dat", "mp3", 1000);
+    row("plain.mp2", "x", "mp2", 1000);
+    row("aac called.mp3", "mp3", "mp3", 1000);
+    row("plain.mp3", "MP3", "mp3", 1000);
+    row("-i \"$(x)\" 'é' %d.mp3", "mp3", "mp3", 1000);
+    row("truncated.wav", "wav", "wav", 113);
+    row("truncated.m4r", "m4r", "", 0);
+    row("video.mp4", "mp3", "", 200);
+    for (const char* name :
+         {"silent.mp4", "empty.mp3", "zeros.mp3", "text.mp3", "missing.mp3", "cover.png", "."})
+        row(name, "mp3", "", 0);
+}
+
+void TestPlayerInspection::audioFormat_tellsFormat_byContent()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, expected);
+    QFETCH(qint64, duration_ms);
+    const QString path = media(name.toUtf8());
+    long long duration = -1;
+    QString format = expected;
+    const bool accepted = AudioPlayer::audioFormat(path, duration, format);
+    QTEST(accepted ? format : QString(), "format");
+    // Frames are whole, and bit rates estimates.
+    const qint64 tolerance_ms = duration_ms / 10;
+    if (accepted)
+        QVERIFY2(std::abs(duration - duration_ms) <= tolerance_ms, qPrintable(QString::number(duration)));
+    else
+        QCOMPARE(format, expected);
+    QVERIFY(std::abs(AudioPlayer::duration(path) - duration_ms) <= tolerance_ms);
+
+    QString again = expected;
+    QString cover;
+    QCOMPARE(AudioPlayer::audioFormat(path, duration, again, cover), accepted);
+    QCOMPARE(again, format);
+    QCOMPARE(!cover.isEmpty(), name == QLatin1String("covered.mp3"));
+}
+
+void TestPlayerInspection::covers_areSaved_asJpeg_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("has_cover");
+    for (const char* name : {"covered.mp3", "covered.flac", "covered.m4r"})
+        QTest::newRow(name) << name << true;
+    for (const char* name : {"plain.mp3", "video.mp4", "text.mp3", "missing.mp3"})
+        QTest::newRow(name) << name << false;
+}
+
+void TestPlayerInspection::covers_areSaved_asJpeg()
+{
+    QFETCH(QString, name);
+    QFETCH(bool, has_cover);
+    const QStringList before = temporaryPictures();
+    const QString saved = AudioPlayer::getCover(media(name.toUtf8()));
+    const QString target = folder.filePath("own.png");
+    QCOMPARE(AudioPlayer::audioCover(media(name.toUtf8()), target), has_cover);
+    if (!has_cover) {
+        QCOMPARE(saved, QString());
+        QCOMPARE(temporaryPictures(), before);
+        QVERIFY(!QFile::exists(target));
+        return;
+    }
+    QImageReader reader(saved);
+    reader.setDecideFormatFromContent(true);
+    QCOMPARE(reader.format(), QByteArray("jpeg"));
+    QCOMPARE(reader.size(), QSize(64, 48));
+    // The picture in PNG is the one that went in.
+    QCOMPARE(QImage(target).convertToFormat(QImage::Format_RGB32),
+             QImage(media("cover.png")).convertToFormat(QImage::Format_RGB32));
+    QVERIFY(QFile::remove(target));
+    QVERIFY(!AudioPlayer::audioCover(media(name.toUtf8()), folder.filePath("no/such/folder.jpg")));
+}
+
+void TestPlayerInspection::getAlbumInfo_readsTags_thatAreThere()
+{
+    const QVariantMap tags{
+        {"Album", "Album 1"}, {"Name", QString::fromUtf8("Lied über Regen")}, {"Artist", "A & B"}};
+    for (const char* name : {"covered.mp3", "covered.flac", "covered.m4r"})
+        QCOMPARE(AudioPlayer::getAlbumInfo(media(name)), tags);
+    for (const char* name : {"plain.wav", "text.mp3"})
+        QCOMPARE(AudioPlayer::getAlbumInfo(media(name)), QVariantMap());
+}
+
+void TestPlayerInspection::cover_isRefused_whenItsSizeIsHostile()
+{
+    // A BMP of 64 x 48 pixels that claims 11000 x 10000.
+    QFile picture(media("cover.bmp"));
+    QFile source(media("covered-bmp.mp3"));
+    QVERIFY(picture.open(QIODevice::ReadOnly) && source.open(QIODevice::ReadOnly));
+    QVERIFY(!AudioPlayer::getCover(source.fileName()).isEmpty());
+    QByteArray bytes = source.readAll();
+    const int header = bytes.indexOf(picture.read(26));
+    QVERIFY(header > 0);
+    bytes.replace(header + 18, 8, QByteArray::fromHex("f82a000010270000"));
+    QFile hostile(folder.filePath("hostile.mp3"));
+    QVERIFY(hostile.open(QIODevice::WriteOnly) && hostile.write(bytes) == bytes.size());
+    hostile.close();
+    QTest::ignoreMessage(QtWarningMsg, "cover of 11000 x 10000 pixels is refused");
+    QCOMPARE(AudioPlayer::getCover(hostile.fileName()), QString());
+}
+
+QTEST_GUILESS_MAIN(TestPlayerInspection)
+#include "test_playerinspection.moc"
