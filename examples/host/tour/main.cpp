@@ -21,7 +21,8 @@ struct Stop
 };
 
 constexpr Stop kStops[] = {
-    {"Screen recording", screenStop},
+    {"Devices", deviceStop},  {"Screen recording", screenStop}, {"Voice messages", voiceStop},
+    {"Playback", playerStop}, {"Pictures", pictureStop},
 };
 
 } // namespace
