@@ -67,10 +67,10 @@ def main():
     entries = {entry["file"]: entry for entry in database if pathlib.Path(entry["file"]) in tracked}
     missing = [str(path) for path in sorted(tracked) if path.suffix == ".cpp" and str(path) not in entries]
     if missing:
-        print("compiled by no target:", *missing, sep="\n    ")
+        print("compiled by no target, so not looked at:", *missing, sep="\n    ")
     common = output("clang-tidy", "--version") + (ROOT / ".clang-tidy").read_bytes()
 
-    failed = len(missing)
+    failed = 0
     known = 0
     with concurrent.futures.ThreadPoolExecutor(len(os.sched_getaffinity(0))) as pool:
         for text, was_known in pool.map(lambda entry: judge(entry, build, common), entries.values()):

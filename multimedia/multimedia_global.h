@@ -1,12 +1,6 @@
 #pragma once
 
-#include <QtCore/qglobal.h>
-
 /// @file
-/// Export macro of the library: everything else is hidden.
+/// Export macro of the library: everything else is hidden. It needs no Qt, so that headers without Qt may use it.
 
-#ifdef MULTIMEDIA_BUILDING
-#    define MULTIMEDIA_EXPORT Q_DECL_EXPORT
-#else
-#    define MULTIMEDIA_EXPORT Q_DECL_IMPORT
-#endif
+#define MULTIMEDIA_EXPORT __attribute__((visibility("default")))

@@ -20,21 +20,36 @@ MultimediaProvider& MultimediaProvider::instance()
 
 void MultimediaProvider::registType(QQmlEngine& engine)
 {
+    qRegisterMetaType<RecordEngine*>("RecordEngine*");
     qRegisterMetaType<DeviceManager::DeviceMgr*>("DeviceMgr*");
     const auto enums_only = QStringLiteral("Access to enums & flags only");
     qmlRegisterUncreatableMetaObject(DeviceTypeDefine::staticMetaObject, kModule, kMajor, kMinor,
                                      "DeviceTypeDefine", enums_only);
     qmlRegisterUncreatableMetaObject(GraphicDefines::staticMetaObject, kModule, kMajor, kMinor,
                                      "GraphicDefines", enums_only);
+    qmlRegisterUncreatableType<ImageEdit::ImageEditProvider>(kModule, kMajor, kMinor, "ImageEditProvider",
+                                                             enums_only);
+    qRegisterMetaType<ImageEdit::ImageEditProvider*>("ImageEditProvider*");
     engine.rootContext()->setContextProperty(QStringLiteral("MultimediaProvider"), &instance());
 }
 
 void MultimediaProvider::unregist()
 {
+    RecordEngine::instance()->releaseInstance();
     DeviceManager::DeviceMgr::release();
+}
+
+RecordEngine* MultimediaProvider::recordEngine() const
+{
+    return RecordEngine::instance();
 }
 
 DeviceManager::DeviceMgr* MultimediaProvider::deviceMgr() const
 {
     return DeviceManager::DeviceMgr::instance();
+}
+
+ImageEdit::ImageEditProvider* MultimediaProvider::imageEditHandler() const
+{
+    return ImageEdit::ImageEditProvider::instance();
 }

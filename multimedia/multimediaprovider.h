@@ -1,6 +1,8 @@
 #pragma once
 
+#include "multimedia/audiorecorder/recordengine.h"
 #include "multimedia/devicemgr/devicemgr.h"
+#include "multimedia/imageedit/imageeditprovider.h"
 #include "multimedia/multimedia_global.h"
 
 #include <QtCore/QObject>
@@ -17,7 +19,9 @@ class QQmlEngine;
 class MULTIMEDIA_EXPORT MultimediaProvider : public QObject
 {
     Q_OBJECT
+    Q_PROPERTY(RecordEngine* recordEngine READ recordEngine CONSTANT)
     Q_PROPERTY(DeviceManager::DeviceMgr* deviceMgr READ deviceMgr CONSTANT)
+    Q_PROPERTY(ImageEdit::ImageEditProvider* imageEditHandler READ imageEditHandler CONSTANT)
 
 public:
     static MultimediaProvider& instance();
@@ -27,7 +31,9 @@ public:
     static void registType(QQmlEngine& engine);
     static void unregist();
 
+    RecordEngine* recordEngine() const;
     DeviceManager::DeviceMgr* deviceMgr() const;
+    ImageEdit::ImageEditProvider* imageEditHandler() const;
 
 private:
     MultimediaProvider() = default;

@@ -1,5 +1,6 @@
 #include "multimedia/devicemgr/devicetypedefine.h"
 #include "multimedia/multimediaprovider.h"
+#include "quillon/graphicdefines.h"
 
 #include <QtQml/QQmlComponent>
 #include <QtQml/QQmlContext>
@@ -25,11 +26,13 @@ void TestProvider::registType_opensModule_forEveryEngine()
             "import QtQml 2.15; import Quillon 1.0;"
             "QtObject { property var values: [DeviceTypeDefine.Null, DeviceTypeDefine.AudioInput,"
             "DeviceTypeDefine.AudioOutput, DeviceTypeDefine.Camera, DeviceTypeDefine.Screen];"
+            "property int arrow: GraphicDefines.Arrow;"
             "property QtObject provider: MultimediaProvider }",
             {});
         const QScopedPointer<QObject> object(component.create());
         QVERIFY2(object, qPrintable(component.errorString()));
         QCOMPARE(object->property("values").toList(), (QVariantList{0, 1, 2, 3, 4}));
+        QCOMPARE(object->property("arrow").toInt(), int(GraphicDefines::Arrow));
         QCOMPARE(object->property("provider").value<QObject*>(), &MultimediaProvider::instance());
 
         component.setData("import Quillon 1.0; DeviceTypeDefine {}", {});

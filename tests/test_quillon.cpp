@@ -5,10 +5,10 @@
 #include "quillon/graphicdefines.h"
 #include "quillon/quillonlog.h"
 #include "quillon/util.h"
+#include "tests/support/imagebytes.h"
 
 #include <QtCore/QMetaEnum>
 #include <QtGui/QImage>
-#include <QtGui/QImageWriter>
 #include <QtTest/QtTest>
 
 #include <limits>
@@ -30,19 +30,6 @@ static void write(const QString& path, const QByteArray& bytes)
     QFile file(path);
     QVERIFY(file.open(QIODevice::WriteOnly));
     QCOMPARE(file.write(bytes), qint64(bytes.size()));
-}
-
-/// A bitmap whose header promises 60000x60000 pixels.
-static QByteArray hugeBitmap()
-{
-    QBuffer buffer;
-    buffer.open(QIODevice::WriteOnly);
-    marked({2, 2}).save(&buffer, "BMP");
-    QByteArray bytes = buffer.data();
-    const quint32 side = 60000;
-    for (int offset : {18, 22})
-        memcpy(bytes.data() + offset, &side, sizeof side);
-    return bytes;
 }
 
 class TestQuillon : public QObject
@@ -214,11 +201,8 @@ void TestQuillon::scaleThumbImage_keepsAspectAndOrientation()
     const QString source = at("source.jpg");
     const QString target = at("target.png");
     QFile::remove(target);
-    QImageWriter writer(source);
-    writer.setQuality(100);
-    if (turned)
-        writer.setTransformation(QImageIOHandler::TransformationRotate90);
-    QVERIFY(writer.write(marked(stored)));
+    write(source,
+          turned ? ImageBytes::turnedJpeg(marked(stored)) : ImageBytes::encoded(marked(stored), "JPEG"));
 
     QCOMPARE(Util::instance()->scaleThumbImage(source, target, {640, 640}, 640, always), expected.isValid());
     QCOMPARE(QFile::exists(target), expected.isValid());
@@ -239,15 +223,13 @@ void TestQuillon::scaleThumb_refuses_whatItCannotScale_data()
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QString>("target");
     QTest::addColumn<bool>("readable");
-    QBuffer good;
-    good.open(QIODevice::WriteOnly);
-    marked({800, 600}).save(&good, "PNG");
-    QTest::newRow("60000x60000") << hugeBitmap() << "thumb.png" << false;
+    const QByteArray good = ImageBytes::encoded(marked({800, 600}), "PNG");
+    QTest::newRow("60000x60000") << ImageBytes::boastfulBmp(60000) << "thumb.png" << false;
     QTest::newRow("empty") << QByteArray() << "thumb.png" << false;
     QTest::newRow("text") << QByteArray(1000, 'x') << "thumb.png" << false;
-    QTest::newRow("cut short") << good.data().left(good.data().size() / 2) << "thumb.png" << false;
-    QTest::newRow("unknown suffix") << good.data() << "thumb.xyz" << true;
-    QTest::newRow("no such folder") << good.data() << "missing/thumb.png" << true;
+    QTest::newRow("cut short") << good.left(good.size() / 2) << "thumb.png" << false;
+    QTest::newRow("unknown suffix") << good << "thumb.xyz" << true;
+    QTest::newRow("no such folder") << good << "missing/thumb.png" << true;
 }
 
 void TestQuillon::scaleThumb_refuses_whatItCannotScale()

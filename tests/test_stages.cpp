@@ -524,14 +524,12 @@ void TestStages::resample_givesWholeFrames_andLosesNothing()
     QFETCH(const int, samples);
     constexpr int kFrames = 50;
     const int expected = int(int64_t(kFrames) * samples * 44100 / rate);
-    int total = 0;
-    int frames = 0;
-    bool in_order = true;
-    float last = -1;
+    std::atomic<int> total = 0;
+    std::atomic<int> frames = 0;
+    std::atomic<bool> in_order = true;
+    float last = -1; // passes only
     {
         Resample resample({[&](FrameHandle frame) {
-                               ++frames;
-                               total += frame->nb_samples;
                                QCOMPARE(frame->format, int(AV_SAMPLE_FMT_FLTP));
                                QCOMPARE(channelCount(*frame), 2);
                                for (int i = 0; i < frame->nb_samples; ++i) {
@@ -539,6 +537,8 @@ void TestStages::resample_givesWholeFrames_andLosesNothing()
                                    in_order = in_order && (rate != 44100 || value >= last);
                                    last = value;
                                }
+                               ++frames;
+                               total += frame->nb_samples;
                            },
                            1024, AV_CH_LAYOUT_STEREO, AV_SAMPLE_FMT_FLTP, 44100});
         // A ramp that climbs by one step a frame shows a lost or a doubled piece.
@@ -549,8 +549,9 @@ void TestStages::resample_givesWholeFrames_andLosesNothing()
             resample.resample(std::move(frame));
             QTest::qWait(0); // let some of them come one by one
         }
-        QTRY_VERIFY(total >= expected - 1024 - 64);
-        QCOMPARE(total, frames * 1024);
+        const int whole = (expected - 32) / 1024; // the filter of the resampler keeps a little
+        QTRY_VERIFY(frames >= whole);
+        QCOMPARE(total % 1024, 0);
         resample.takeAll();
         QTRY_VERIFY(std::abs(total - expected) <= 32);
     }

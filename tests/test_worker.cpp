@@ -42,7 +42,7 @@ void TestWorker::start_neverRunsTwoBodies_whenCalledFromManyThreads()
         --inside;
         return ++passes % 3 != 0;
     });
-    std::vector<std::thread> threads;
+    std::list<std::thread> threads;
     for (int i = 0; i < 4; ++i)
         threads.emplace_back([&] {
             for (int n = 0; n < 2000; ++n)

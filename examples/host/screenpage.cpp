@@ -53,6 +53,8 @@ QUrl ScreenPage::file() const
 void ScreenPage::start()
 {
     QScreen* screen = QGuiApplication::screens().value(index, QGuiApplication::primaryScreen());
+    if (!screen)
+        return;
     recorder.setScreen(screen);
     recorder.setRect({QPoint(0, 0), screen->size()});
     recorder.start();

@@ -1,8 +1,9 @@
 #include "multimedia/base/captureinput.h"
 
+#include "multimedia/base/screenlist.h"
+
 #include <QtCore/QOperatingSystemVersion>
 #include <QtGui/QGuiApplication>
-#include <QtGui/QScreen>
 
 namespace multimedia {
 
@@ -24,20 +25,16 @@ CaptureInput avfoundationInput(int frame_rate, int video_index)
 
 CaptureInput x11Input(int frame_rate, int video_index)
 {
-    const auto screens = QGuiApplication::screens();
-    if (video_index < 0 || video_index >= screens.size())
+    const QRect area = ScreenList::instance().devicePixels(video_index);
+    if (area.isEmpty() || QGuiApplication::platformName() != QLatin1String("xcb"))
         return {};
-    // Qt scales the size of a screen by its pixel ratio, but leaves its corner where the server has it.
-    const QScreen* screen = screens[video_index];
-    const QPoint corner = screen->geometry().topLeft();
-    const QSize size = screen->geometry().size() * screen->devicePixelRatio();
     return {"x11grab",
             qgetenv("DISPLAY").toStdString(),
             {{"draw_mouse", "1"},
              {"framerate", std::to_string(frame_rate) + "/1"},
-             {"grab_x", std::to_string(corner.x())},
-             {"grab_y", std::to_string(corner.y())},
-             {"video_size", std::to_string(size.width()) + "x" + std::to_string(size.height())}}};
+             {"grab_x", std::to_string(area.x())},
+             {"grab_y", std::to_string(area.y())},
+             {"video_size", std::to_string(area.width()) + "x" + std::to_string(area.height())}}};
 }
 
 } // namespace multimedia

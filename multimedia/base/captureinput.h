@@ -27,7 +27,8 @@ CaptureInput captureInput(int frame_rate, int video_index);
 CaptureInput avfoundationInput(int frame_rate, int video_index);
 
 /// X11: the rectangle that the screen `video_index` of `QGuiApplication::screens()` covers, in device pixels,
-/// on the server named by DISPLAY. A position without a screen gives an empty format.
+/// on the server named by DISPLAY. A position without a screen gives an
+/// empty format, and so does an application that does not run on X11: DISPLAY does not name what it shows.
 CaptureInput x11Input(int frame_rate, int video_index);
 
 } // namespace multimedia

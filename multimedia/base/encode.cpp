@@ -140,13 +140,12 @@ bool Encode::readOptions(const char* where, Dictionary& dictionary) const
 
 bool Encode::openCodec(const char* where, const AVCodec* encoder, AVDictionary** dictionary)
 {
-    const int code = avcodec_open2(codec.get(), encoder, dictionary);
-    if (code < 0) {
+    int code = avcodec_open2(codec.get(), encoder, dictionary);
+    if (code >= 0)
+        code = avcodec_parameters_from_context(stream->codecpar, codec.get());
+    if (code < 0)
         warning(where, "error in open encode", code);
-        return false;
-    }
-    avcodec_parameters_from_context(stream->codecpar, codec.get());
-    return true;
+    return code >= 0;
 }
 
 void Encode::encode(FrameHandle frame)

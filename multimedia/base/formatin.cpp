@@ -11,6 +11,7 @@ extern "C" {
 #include <QtCore/QLoggingCategory>
 
 #include <chrono>
+#include <utility>
 
 namespace multimedia {
 
@@ -142,7 +143,7 @@ void FormatIn::endOfFormat(PacketHandle packet)
 {
     qCDebug(MultimediaCategoryLogging, "[%s]: end of format", "run");
     if (params.on_video)
-        params.on_video(std::move(packet));
+        params.on_video(std::exchange(packet, nullptr));
     if (params.on_audio)
         params.on_audio(std::move(packet)); // null when the line above took it
     std::lock_guard lock(mutex);

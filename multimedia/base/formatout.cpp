@@ -6,6 +6,7 @@
 #include <QtCore/QFile>
 
 #include <chrono>
+#include <utility>
 
 namespace multimedia {
 
@@ -69,6 +70,7 @@ void FormatOut::writeHeader()
     code = avformat_write_header(context, nullptr);
     if (code < 0) {
         warning("writeHeader", "error in write header", code);
+        avio_closep(&context->pb);
         return;
     }
     header_written = true;
@@ -106,7 +108,7 @@ bool FormatOut::waitForHeader()
 
 void FormatOut::writeTrailer()
 {
-    if (!header_written)
+    if (!header_written || std::exchange(trailer_written, true))
         return;
     const int code = av_write_trailer(getFormat());
     if (code < 0)

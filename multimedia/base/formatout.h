@@ -37,6 +37,7 @@ public:
     /// Opens the file and writes its header. Not while packets arrive.
     void writeHeader();
     void write(PacketHandle packet);
+    /// Called by the destructor; a second call finds it written. Not while packets arrive.
     void writeTrailer();
 
 private:
@@ -45,6 +46,7 @@ private:
 
     Params params;
     std::atomic<bool> header_written = false;
+    bool trailer_written = false;
     bool closing = false;           ///< the destructor has begun; guarded by the mutex of `input`
     std::condition_variable closed; ///< pairs with the mutex of `input`
     StageInput<PacketHandle> input;

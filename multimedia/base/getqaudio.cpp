@@ -17,11 +17,17 @@ namespace {
 constexpr int kFrameSamples = 1024;
 /// Between two reads that did not fill a frame: well below the 23 ms that a frame lasts at 44100 Hz.
 constexpr std::chrono::milliseconds kReadInterval(5);
+
+int exitEventType()
+{
+    static const int type = QEvent::registerEventType(1100);
+    return type;
+}
+
 } // namespace
 
 GetQaudio::GetQaudio(Params params)
     : params(std::move(params))
-    , exit_event_type(QEvent::registerEventType(1100))
 {}
 
 GetQaudio::~GetQaudio()
@@ -65,14 +71,14 @@ void GetQaudio::stop()
 
 void GetQaudio::customEvent(QEvent* event)
 {
-    if (event->type() == exit_event_type)
+    if (event->type() == exitEventType())
         exit = true;
 }
 
 void GetQaudio::init()
 {
     std::lock_guard lock(mutex);
-    if (!running) // stopped before it began
+    if (!running || audio_input) // stopped before it began, or begun already
         return;
     device = QAudioDeviceInfo::defaultInputDevice();
     if (device.isNull()) {
@@ -91,6 +97,10 @@ void GetQaudio::init()
         return;
     }
     io = audio_input->start();
+    if (!io) {
+        warning("init", "error to open audio device");
+        return;
+    }
     worker = std::make_unique<Worker>([this] { return run(); });
     worker->start();
 }

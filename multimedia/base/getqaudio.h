@@ -78,7 +78,6 @@ private:
     QBuffer buffer;
     QIODevice* io = nullptr; ///< owned by `audio_input`
     QByteArray gathered;     ///< read and not yet a whole frame
-    const int exit_event_type;
 };
 
 } // namespace multimedia

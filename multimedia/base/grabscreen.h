@@ -27,7 +27,7 @@ public:
         std::function<void(FrameHandle)> on_frame;
         QScreen* screen = nullptr; ///< not owned; must outlive the stage
         QRect rect;                ///< logical pixels
-        int frame_rate = 0;        ///< frames per second, at least 1
+        int frame_rate = 0;        ///< frames per second; less than 1 counts as 1
     };
 
     explicit GrabScreen(Params params);

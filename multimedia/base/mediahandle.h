@@ -11,8 +11,8 @@ struct AVPacket;
 /// Owning handles in which FFmpeg objects travel between stages.
 ///
 /// A handle is a move-only pair of a pointer and the callable that releases it; the callable travels with the
-/// object. A moved-from handle holds null. A non-null pointer with an empty callable is a programming fault
-/// (`std::bad_function_call`).
+/// object. A moved-from handle holds null. A non-null pointer with an empty callable is a programming fault:
+/// its release throws `std::bad_function_call`, which ends the process where it comes from a destructor.
 
 namespace multimedia {
 

@@ -3,6 +3,7 @@
 #include "multimedia/base/warning.h"
 
 extern "C" {
+#include <libavutil/avstring.h>
 #include <libavutil/opt.h>
 }
 
@@ -50,6 +51,11 @@ bool isRegularFile(const std::string& path)
     std::error_code error;
     return std::filesystem::is_regular_file(path, error);
 }
+
+bool isHttpUrl(const std::string& path)
+{
+    return av_stristart(path.c_str(), "http://", nullptr) || av_stristart(path.c_str(), "https://", nullptr);
+}
 } // namespace
 
 int openInput(InputPtr& input, const std::string& path, const InputOptions& options)
@@ -58,6 +64,8 @@ int openInput(InputPtr& input, const std::string& path, const InputOptions& opti
     const bool local = options.origin == InputOrigin::LocalFile;
     if (local && !isRegularFile(path))
         return AVERROR(ENOENT);
+    if (!local && !isHttpUrl(path))
+        return AVERROR(EINVAL);
 
     AVFormatContext* context = avformat_alloc_context();
     if (!context)

@@ -16,6 +16,7 @@ bool Resample::open(AVFrame* frame)
         resampler =
             makeResampler({params.channel_layout, AVSampleFormat(params.sample_format), params.sample_rate},
                           {channelMask(*frame), AVSampleFormat(frame->format), frame->sample_rate});
+    // Once: to initialise it again would throw away what is buffered in it.
     if (resampler && !swr_is_initialized(resampler.get()) && swr_init(resampler.get()) < 0)
         resampler.reset();
     return resampler != nullptr;

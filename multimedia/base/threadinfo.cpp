@@ -36,6 +36,12 @@ void ThreadInfo::addInstance(QObject& object)
 void ThreadInfo::startThread()
 {
     std::lock_guard lock(mutex);
+    if (instance_count == 0) // the object was quicker than the event loop
+        return;
+    if (quitting) {
+        wait();
+        quitting = false;
+    }
     if (!isRunning())
         start(QThread::InheritPriority);
 }
@@ -50,6 +56,7 @@ void ThreadInfo::removeInstance()
 void ThreadInfo::shutDown()
 {
     quit();
+    quitting = true;
     if (QThread::currentThread() != this && !wait(kShutDownTimeout_ms))
         terminate();
 }

@@ -29,6 +29,7 @@ private:
 
     std::mutex mutex;
     int instance_count = 0; ///< guarded by `mutex`
+    bool quitting = false;  ///< told to end, and not started since; guarded by `mutex`
 };
 
 /// Gives `object`, which has no parent and lives on the caller's thread, to the background thread. It must be

@@ -1,8 +1,11 @@
 #include "multimedia/base/worker.h"
 
+#include "multimedia/base/warning.h"
+
 #include <QtConcurrent/QtConcurrentRun>
 #include <QtCore/QThreadPool>
 
+#include <exception>
 #include <utility>
 
 namespace multimedia {
@@ -59,7 +62,7 @@ void Worker::run()
         std::lock_guard lock(mutex);
         start_requested = false;
     }
-    const bool again = body();
+    const bool again = runBody();
     std::lock_guard lock(mutex);
     if (again || start_requested) {
         submit();
@@ -67,6 +70,17 @@ void Worker::run()
     }
     in_flight = false;
     condition.notify_all();
+}
+
+bool Worker::runBody() const
+{
+    // What is thrown here would end in the pool, and whoever waits for the body would wait for ever.
+    try {
+        return body();
+    } catch (const std::exception& exception) {
+        warning("run", exception.what());
+        return false;
+    }
 }
 
 BlockingSection::BlockingSection()

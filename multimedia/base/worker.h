@@ -17,7 +17,7 @@ namespace multimedia {
 /// body of a Worker runs at a time; between two passes the pool may run other tasks. `start` during a pass
 /// costs a lock: it asks for one more pass only if that pass ends with "no more", so that an item pushed
 /// while the body was deciding is never left behind. A body must therefore bear a pass that finds nothing to
-/// do.
+/// do. A body that throws is logged and has said "no more".
 ///
 /// `start`, `stop` and `isRunning` may be called from any thread, not from the body, except `start`. Whether
 /// a run is in flight is decided and cleared under `mutex`; once the body has said "no more", nothing of the
@@ -43,6 +43,7 @@ public:
 private:
     void submit();
     void run();
+    bool runBody() const;
 
     const Body body;
     mutable std::mutex mutex;

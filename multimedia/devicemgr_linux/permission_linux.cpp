@@ -1,7 +1,6 @@
 #include "multimedia/devicemgr/permission.h"
 
-#include <QtGui/QGuiApplication>
-#include <QtGui/QScreen>
+#include "multimedia/base/screenlist.h"
 
 namespace multimedia {
 
@@ -30,7 +29,7 @@ void requestScreenCapturePermission() {}
 
 int getVideoIndex(QScreen* screen)
 {
-    return QGuiApplication::screens().indexOf(screen);
+    return ScreenList::instance().indexOf(screen);
 }
 
 } // namespace multimedia

@@ -1,19 +1,21 @@
 #pragma once
 
 #include <QtCore/QRect>
-#include <QtGui/QScreen>
+#include <QtCore/QtGlobal>
 
 /// @file
 /// From a rectangle of a screen, in logical pixels, to what is captured and what is encoded.
 
 namespace multimedia {
 
-/// Corner and size, each cut off to whole device pixels. A null screen has a pixel ratio of 1.
-inline QRect toDevicePixels(const QRect& rect, const QScreen* screen)
+/// Corner and size, each cut off to whole device pixels. What no screen could hold is cut down, before it
+/// overflows.
+inline QRect toDevicePixels(const QRect& rect, double pixel_ratio)
 {
-    const double ratio = screen ? screen->devicePixelRatio() : 1;
-    return {int(rect.left() * ratio), int(rect.top() * ratio), int(rect.width() * ratio),
-            int(rect.height() * ratio)};
+    constexpr double kLimit = 1 << 24;
+    const auto scaled = [&](double length) { return int(qBound(-kLimit, length * pixel_ratio, kLimit)); };
+    return {scaled(rect.left()), scaled(rect.top()), scaled(1.0 + rect.right() - rect.left()),
+            scaled(1.0 + rect.bottom() - rect.top())};
 }
 
 /// Each odd side one longer, as 4:2:0 pictures need it.

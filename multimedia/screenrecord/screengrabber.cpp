@@ -1,5 +1,6 @@
 #include "multimedia/screenrecord/screengrabber.h"
 
+#include "multimedia/base/screenlist.h"
 #include "multimedia/base/warning.h"
 #include "multimedia/devicemgr/permission.h"
 #include "multimedia/screenrecord/devicepixels.h"
@@ -13,7 +14,9 @@ namespace multimedia {
 ScreenGrabber::ScreenGrabber(QObject* parent)
     : QObject(parent)
     , d(std::make_unique<Private>(this))
-{}
+{
+    ScreenList::instance();
+}
 
 ScreenGrabber::~ScreenGrabber()
 {
@@ -88,7 +91,7 @@ void ScreenGrabber::customEvent(QEvent* event)
 bool ScreenGrabber::Private::start()
 {
     registAll();
-    const QRect source = toDevicePixels(rect, screen);
+    const QRect source = toDevicePixels(rect, ScreenList::instance().pixelRatio(screen));
 
     Scale::Params scaled;
     scaled.on_frame = [this](FrameHandle frame) { onScale(std::move(frame)); };

@@ -14,15 +14,17 @@ namespace {
 template<typename Value>
 bool store(ScreenRecordPrivate& d, Value ScreenRecordPrivate::*field, const Value& value, const char* name)
 {
-    std::lock_guard lock(d.mutex);
-    if (d.state == ScreenRecord::Processing) {
-        warning(name, "is not valid");
-        return false;
+    {
+        std::lock_guard lock(d.mutex);
+        if (d.state != ScreenRecord::Processing) {
+            if (d.*field == value)
+                return false;
+            d.*field = value;
+            return true;
+        }
     }
-    if (d.*field == value)
-        return false;
-    d.*field = value;
-    return true;
+    warning(name, "is not valid");
+    return false;
 }
 
 template<typename Value>

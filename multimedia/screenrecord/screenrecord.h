@@ -36,9 +36,10 @@ class ScreenRecordPrivate;
 /// Sound ends at the first pause of a recording. Without any microphone a recording is silent as if `isMute`
 /// were set, which then reads true.
 ///
-/// Setters, getters and commands may be called from any thread; a setter's signal comes on the caller's
-/// thread, `stateChanged` and `fileChanged` on the object's. Destroying the object carries a recording to its
-/// end first, and waits for that.
+/// Make and destroy the object on the main thread. Setters, getters and commands may be called from any
+/// thread; a setter's signal comes on the caller's thread, `stateChanged` and `fileChanged` on the object's.
+/// `stateChanged` tells the state at that moment: `Processing`, when another command came meanwhile.
+/// Destroying the object carries a recording to its end first, and waits for that.
 class MULTIMEDIA_EXPORT ScreenRecord : public QObject
 {
     Q_OBJECT

@@ -1,5 +1,6 @@
 #include "multimedia/screenrecord/screenrecordprivate.h"
 
+#include "multimedia/base/screenlist.h"
 #include "multimedia/base/threadinfo.h"
 #include "multimedia/base/warning.h"
 #include "multimedia/devicemgr/permission.h"
@@ -56,6 +57,10 @@ ScreenRecordPrivate::ScreenRecordPrivate(ScreenRecord* q)
     : q(q)
     , worker(std::make_unique<Worker>([this] { return run(); }))
 {
+    // Both belong to the main thread, where a recorder is made: what is asked for first on the pool would
+    // live there.
+    ScreenList::instance();
+    hasMicrophone();
     if (qGuiApp)
         connect(qGuiApp, &QGuiApplication::screenRemoved, this, &ScreenRecordPrivate::clearRemovedScreen,
                 Qt::DirectConnection);
@@ -71,6 +76,8 @@ void ScreenRecordPrivate::clearRemovedScreen(QScreen* removed)
     std::lock_guard lock(mutex);
     if (screen == removed)
         screen = nullptr;
+    if (recorded_screen == removed)
+        recorded_screen = nullptr;
 }
 
 void ScreenRecordPrivate::changeState(ScreenRecord::State to)
@@ -98,37 +105,40 @@ bool ScreenRecordPrivate::run()
         position = current;
         destination = target;
     }
-    if (position == destination)
-        return false;
-    switch (position) {
-    case ScreenRecord::Waiting:
-        open();
-        position = ScreenRecord::Pausing;
-        break;
-    case ScreenRecord::Running:
-        stop();
-        position = ScreenRecord::Pausing;
-        break;
-    case ScreenRecord::Pausing:
-        if (destination == ScreenRecord::Waiting) {
-            close();
-            position = ScreenRecord::Waiting;
-        } else {
-            start();
-            position = ScreenRecord::Running;
-        }
-        break;
-    default:
-        warning("run", "unkown state");
-    }
+    if (position != destination) // or it was taken back before this pass
+        position = step(position, destination);
 
     std::lock_guard lock(mutex);
     current = position;
     if (current != target)
         return true;
-    state = current;
-    QCoreApplication::postEvent(q, new QEvent(QEvent::Type(kStateChangeEventType)));
+    if (state == ScreenRecord::Processing) {
+        state = current;
+        QCoreApplication::postEvent(q, new QEvent(QEvent::Type(kStateChangeEventType)));
+    }
     return false;
+}
+
+ScreenRecord::State ScreenRecordPrivate::step(ScreenRecord::State from, ScreenRecord::State destination)
+{
+    switch (from) {
+    case ScreenRecord::Waiting:
+        open();
+        return ScreenRecord::Pausing;
+    case ScreenRecord::Running:
+        stop();
+        return ScreenRecord::Pausing;
+    case ScreenRecord::Pausing:
+        if (destination == ScreenRecord::Waiting) {
+            close();
+            return ScreenRecord::Waiting;
+        }
+        start();
+        return ScreenRecord::Running;
+    default:
+        warning("run", "unkown state");
+        return from;
+    }
 }
 
 void ScreenRecordPrivate::open()
@@ -151,8 +161,10 @@ ScreenRecordPrivate::Plan ScreenRecordPrivate::makePlan()
     made.is_gif = is_gif;
     made.has_sound = !is_gif && !is_mute;
     made.frame_rate = is_gif ? kGifFrameRate : kVideoFrameRate;
-    made.video_index = getVideoIndex(screen);
-    made.source = toDevicePixels(rect, screen);
+    recorded_screen = screen;
+    audio_end = 0; // the microphone runs from now on, and is not kept before the start
+    audio_time_base = {0, 1};
+    made.source = toDevicePixels(rect, ScreenList::instance().pixelRatio(screen));
     made.target = roundUpToEven(is_gif ? gifSize(made.source.size()) : made.source.size());
     return made;
 }
@@ -209,7 +221,7 @@ void ScreenRecordPrivate::openCapture()
 {
     format_in.reset();
     decode.reset();
-    FormatHandle capture = FormatIn::createVideo({plan.frame_rate, plan.video_index});
+    FormatHandle capture = FormatIn::createVideo({plan.frame_rate, recordedIndex()});
     Decode::Params decoded;
     decoded.on_frame = [this](FrameHandle frame) { crop->crop(std::move(frame)); };
     decoded.format = capture.get();
@@ -221,6 +233,13 @@ void ScreenRecordPrivate::openCapture()
     source.format = std::move(capture);
     format_in = std::make_unique<FormatIn>(std::move(source));
     capture_idle_since = std::chrono::steady_clock::now();
+}
+
+/// Asked anew for each capture, since another screen may have taken the place of one that has gone.
+int ScreenRecordPrivate::recordedIndex() const
+{
+    std::lock_guard lock(mutex);
+    return getVideoIndex(recorded_screen);
 }
 
 void ScreenRecordPrivate::openAudio()
@@ -344,6 +363,8 @@ void ScreenRecordPrivate::close()
 
 void ScreenRecordPrivate::CloseThread()
 {
+    if (!thread)
+        return;
     thread->quit();
     thread->wait();
 }

@@ -74,12 +74,12 @@ private:
         bool is_gif = false;
         bool has_sound = false;
         int frame_rate = 0;
-        int video_index = -1;
         QRect source; ///< device pixels of the screen
         QSize target; ///< even sides
     };
 
     bool run();
+    ScreenRecord::State step(ScreenRecord::State from, ScreenRecord::State destination);
     void open();
     void start();
     void stop();
@@ -89,6 +89,7 @@ private:
     void openOutput();
     void openVideo();
     void openCapture();
+    int recordedIndex() const;
     void openAudio();
     void onVideoPacket(PacketHandle packet);
     void onAudioPacket(PacketHandle packet);
@@ -99,7 +100,9 @@ private:
     ScreenRecord::State current = ScreenRecord::Waiting; ///< position of the steps; guarded by `mutex`
     ScreenRecord::State target = ScreenRecord::Waiting;  ///< guarded by `mutex`
 
-    Plan plan; ///< steps only
+    QScreen* recorded_screen = nullptr; ///< of the present graph; as `screen`, guarded by `mutex`
+
+    Plan plan;                                                ///< steps only
     std::chrono::steady_clock::time_point capture_idle_since; ///< steps only
     std::unique_ptr<FormatIn> format_in;
     std::unique_ptr<FormatOut> format_out;

@@ -41,7 +41,8 @@ QJsonObject probe(const QString& path)
 
 QJsonObject stream(const QJsonObject& probed, const char* kind)
 {
-    for (const QJsonValue& entry : probed[QStringLiteral("streams")].toArray()) {
+    const QJsonArray streams = probed[QStringLiteral("streams")].toArray();
+    for (const QJsonValue entry : streams) {
         if (entry[QStringLiteral("codec_type")].toString() == QLatin1String(kind))
             return entry.toObject();
     }
@@ -100,16 +101,23 @@ std::vector<int16_t> decodeAudio(const QString& path, int sample_rate)
 
 double toneShare(const std::vector<int16_t>& samples, int sample_rate, double frequency_hz)
 {
-    double energy = 0;
-    double real = 0;
-    double imaginary = 0;
-    for (size_t i = 0; i < samples.size(); ++i) {
-        const double phase = 2 * M_PI * frequency_hz * double(i) / sample_rate;
-        real += samples[i] * std::cos(phase);
-        imaginary += samples[i] * std::sin(phase);
-        energy += double(samples[i]) * samples[i];
+    const size_t window = size_t(sample_rate) / 10;
+    int windows = 0;
+    int tones = 0;
+    for (size_t begin = 0; begin + window <= samples.size(); begin += window) {
+        double energy = 0;
+        double real = 0;
+        double imaginary = 0;
+        for (size_t i = begin; i < begin + window; ++i) {
+            const double phase = 2 * M_PI * frequency_hz * double(i) / sample_rate;
+            real += samples[i] * std::cos(phase);
+            imaginary += samples[i] * std::sin(phase);
+            energy += double(samples[i]) * samples[i];
+        }
+        ++windows;
+        tones += 2 * (real * real + imaginary * imaginary) > 0.98 * energy * double(window) && energy > 0;
     }
-    return energy > 0 ? 2 * (real * real + imaginary * imaginary) / (energy * double(samples.size())) : 0;
+    return windows > 0 ? double(tones) / windows : 0;
 }
 
 double rms(const std::vector<int16_t>& samples)

@@ -32,7 +32,8 @@ QImage frameAt(const QString& path, int index);
 
 /// Sound as 16-bit samples of one channel.
 std::vector<int16_t> decodeAudio(const QString& path, int sample_rate);
-/// Share of the sound's energy that lies at `frequency_hz`, 0 to 1.
+/// Share of the tenths of a second, 0 to 1, whose energy lies at `frequency_hz`. A gap or a jump of the phase
+/// spoils the one that it falls in.
 double toneShare(const std::vector<int16_t>& samples, int sample_rate, double frequency_hz);
 /// Root mean square of the samples, 0 to 32768.
 double rms(const std::vector<int16_t>& samples);

@@ -63,7 +63,8 @@ Row read(const QString& file)
     row.container = format[QStringLiteral("format_name")].toString().section(QLatin1Char(','), 0, 0);
     row.duration = QString::number(format[QStringLiteral("duration")].toString().toDouble(), 'f', 2) +
                    QStringLiteral(" s");
-    for (const QJsonValue& stream : probed[QStringLiteral("streams")].toArray()) {
+    const QJsonArray streams = probed[QStringLiteral("streams")].toArray();
+    for (const QJsonValue stream : streams) {
         row.codecs += stream[QStringLiteral("codec_name")].toString();
         if (stream[QStringLiteral("codec_type")].toString() == QLatin1String("video")) {
             row.size = QStringLiteral("%1x%2")

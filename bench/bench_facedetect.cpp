@@ -1,0 +1,245 @@
+#include "bench/int8peak.h"
+#include "multimedia/facedetectcnn/facedetectcnn.h"
+#include "multimedia/facedetectcnn/filters.h"
+#include "multimedia/facedetectcnn/kernelchoice.h"
+#include "multimedia/facedetectcnn/kernels.h"
+#include "multimedia/facedetectcnn/modellayout.h"
+#include "multimedia/facedetectcnn/network.h"
+
+#include <benchmark/benchmark.h>
+
+#ifdef BENCH_WITH_ONEDNN
+#    include "bench/onednnconvolution.h"
+#endif
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+/// @file
+/// The face network layer by layer and whole, for each kernel family, on one thread. Every iteration runs the
+/// same shapes through oneDNN too where that is there, so that the ratio holds on a machine that others use
+/// as well; all figures are medians. Seeds are fixed; the time does not depend on the values but for the
+/// decoding.
+///
+/// Counters: `us` ours, `GMAC/s`, `peak` the share of the measured int8 peak, `oneDNN_us`, and `ratio` = ours
+/// / oneDNN. The whole network counts everything from the image to the faces, against the sum of oneDNN's
+/// convolutions alone. `DNNL_MAX_CPU_ISA=AVX2` holds oneDNN down to AVX2.
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using facedetectcnn::kLayers;
+using facedetectcnn::LayerShape;
+
+struct ImageSize
+{
+    std::int32_t width;
+    std::int32_t height;
+};
+
+/// What one layer gets for an image: the stem takes the unfolded image through 1x1 filters.
+struct LayerRun
+{
+    std::int32_t width;
+    std::int32_t height;
+    std::int32_t channels;
+    std::int32_t kernelSize;
+    std::int32_t filterCount;
+
+    double products() const
+    {
+        return static_cast<double>(width) * height * channels * kernelSize * kernelSize * filterCount;
+    }
+};
+
+/// How often the image has been halved where a layer stands.
+constexpr std::array<int, 24> kHalvings = {1, 1, 2, 2, 3, 3, 3, 4, 4, 4, 5, 5,
+                                           5, 6, 6, 6, 3, 3, 4, 4, 5, 5, 6, 6};
+
+LayerRun layerRun(std::size_t layer, ImageSize image)
+{
+    LayerRun run = {(image.width + 1) / 2, (image.height + 1) / 2, kLayers[layer].channels,
+                    kLayers[layer].kernelSize, kLayers[layer].filterCount};
+    for (int i = 1; i < kHalvings[layer]; ++i) {
+        run.width /= 2;
+        run.height /= 2;
+    }
+    if (layer == 0) {
+        run.channels = kLayers[0].weightsPerFilter();
+        run.kernelSize = 1;
+    }
+    return run;
+}
+
+double microseconds(const std::function<void()>& work)
+{
+    const Clock::time_point start = Clock::now();
+    work();
+    return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
+}
+
+double median(std::vector<double> values)
+{
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+double peak()
+{
+    static const double measured = measureInt8Peak();
+    return measured;
+}
+
+/// Times `ours` and `theirs` in turn.
+void compare(benchmark::State& state, double products, const std::function<void()>& ours,
+             const std::function<void()>& theirs)
+{
+    std::vector<double> ourTimes;
+    std::vector<double> theirTimes;
+    std::vector<double> ratios;
+    for (auto iteration : state) {
+        ourTimes.push_back(microseconds(ours));
+        state.SetIterationTime(ourTimes.back() * 1e-6);
+        if (theirs) {
+            theirTimes.push_back(microseconds(theirs));
+            ratios.push_back(ourTimes.back() / theirTimes.back());
+        }
+    }
+    const double time = median(ourTimes);
+    state.counters["us"] = time;
+    state.counters["GMAC/s"] = products / time / 1e3;
+    if (peak() > 0.0)
+        state.counters["peak"] = products / (time * 1e-6) / peak();
+    if (theirs) {
+        state.counters["oneDNN_us"] = median(theirTimes);
+        state.counters["ratio"] = median(ratios);
+    }
+}
+
+std::function<void()> oneDnnLayer(const LayerRun& run)
+{
+#ifdef BENCH_WITH_ONEDNN
+    const auto work = std::make_shared<OneDnnConvolution>(run.width, run.height, run.channels, run.kernelSize,
+                                                          run.filterCount);
+    return [work] { work->run(); };
+#else
+    static_cast<void>(run);
+    return {};
+#endif
+}
+
+std::function<void()> oneDnnNetwork(ImageSize image)
+{
+    std::vector<std::function<void()>> layers;
+    for (std::size_t layer = 0; layer < kLayers.size(); ++layer)
+        layers.push_back(oneDnnLayer(layerRun(layer, image)));
+    if (!layers.front())
+        return {};
+    return [layers] {
+        for (const auto& layer : layers)
+            layer();
+    };
+}
+
+std::vector<unsigned char> randomBytes(std::size_t count)
+{
+    std::mt19937 generator(1);
+    std::vector<unsigned char> bytes(count);
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<unsigned char>(generator()); });
+    return bytes;
+}
+
+void runLayer(benchmark::State& state, const facedetectcnn::KernelFamily* family, ImageSize image,
+              std::size_t layer)
+{
+    facedetectcnn::forceKernelFamily(family);
+    init_parameters();
+    const LayerRun run = layerRun(layer, image);
+    CDataBlob<unsigned char> input;
+    input.create(run.width, run.height, run.channels);
+    const auto bytes = randomBytes(static_cast<std::size_t>(run.channels));
+    for (std::int32_t y = 0; y < run.height; ++y) {
+        for (std::int32_t x = 0; x < run.width; ++x)
+            std::copy(bytes.begin(), bytes.end(), input.pixel(x, y));
+    }
+    CDataBlob<std::int32_t> output;
+    compare(
+        state, run.products(), [&] { convolution(input, g_pFilters[layer], &output); }, oneDnnLayer(run));
+}
+
+void runWhole(benchmark::State& state, const facedetectcnn::KernelFamily* family, ImageSize image)
+{
+    facedetectcnn::forceKernelFamily(family);
+    double products = 0.0;
+    for (std::size_t layer = 0; layer < kLayers.size(); ++layer)
+        products += layerRun(layer, image).products();
+    const auto pixels = randomBytes(3U * image.width * image.height);
+    compare(
+        state, products,
+        [&] {
+            benchmark::DoNotOptimize(
+                objectdetect_cnn(pixels.data(), image.width, image.height, 3 * image.width));
+        },
+        oneDnnNetwork(image));
+}
+
+/// The network without the decoding, which grows with the number of candidates.
+void runHeads(benchmark::State& state, const facedetectcnn::KernelFamily* family, ImageSize image)
+{
+    facedetectcnn::forceKernelFamily(family);
+    double products = 0.0;
+    for (std::size_t layer = 0; layer < kLayers.size(); ++layer)
+        products += layerRun(layer, image).products();
+    const auto pixels = randomBytes(3U * image.width * image.height);
+    compare(
+        state, products,
+        [&] {
+            facedetectcnn::Branches branches;
+            facedetectcnn::runNetwork(pixels.data(), image.width, image.height, 3 * image.width, &branches);
+        },
+        oneDnnNetwork(image));
+}
+
+void registerAll(const facedetectcnn::KernelFamily* family, ImageSize image)
+{
+    const std::string size = std::to_string(image.width) + "x" + std::to_string(image.height);
+    const std::string suffix = "/" + size + "/" + family->name;
+    benchmark::RegisterBenchmark(("faces" + suffix).c_str(),
+                                 [family, image](benchmark::State& state) { runWhole(state, family, image); })
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark(("heads" + suffix).c_str(),
+                                 [family, image](benchmark::State& state) { runHeads(state, family, image); })
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
+    for (std::size_t layer = 0; layer < kLayers.size(); ++layer) {
+        const std::string title = "layer" + std::to_string(layer) + suffix;
+        benchmark::RegisterBenchmark(
+            title.c_str(),
+            [family, image, layer](benchmark::State& state) { runLayer(state, family, image, layer); })
+            ->UseManualTime()
+            ->Unit(benchmark::kMicrosecond);
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::AddCustomContext("int8 peak of one core, GMAC/s", std::to_string(peak() / 1e9));
+    for (const ImageSize image : {ImageSize{320, 240}, ImageSize{480, 360}, ImageSize{480, 480}}) {
+        for (const facedetectcnn::KernelFamily* family : facedetectcnn::kernelFamilies())
+            registerAll(family, image);
+    }
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -1,0 +1,95 @@
+#pragma once
+
+#include "multimedia/audiorecorder/recordconfig.h"
+#include "multimedia/multimedia_global.h"
+
+#include <QtCore/QList>
+#include <QtCore/QObject>
+#include <QtCore/QPointer>
+#include <QtCore/QVariantList>
+#include <QtCore/QVariantMap>
+
+#include <memory>
+
+class AudioRecorder;
+
+/// Voice recording and speech recognition, as QML sees them.
+///
+/// The engine names the files of recordings, milliseconds since 1970 with the extension aac, in
+/// `storagePath`, and reports through its signals. Failures are results only; the reason stands in the log.
+///
+/// GUI thread. The object lives until the process ends.
+class MULTIMEDIA_EXPORT RecordEngine : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(QString storagePath READ storagePath WRITE setStoragePath NOTIFY storagePathChanged)
+    Q_PROPERTY(RecordConfig* config READ config WRITE setConfig NOTIFY configChanged)
+    Q_PROPERTY(int state READ state WRITE setState NOTIFY stateChanged)
+
+public:
+    ~RecordEngine() override;
+
+    static RecordEngine* instance();
+    /// Ends what runs, without saving. The object stays and can be used again.
+    void releaseInstance();
+
+    QString storagePath() const { return m_storagePath; }
+    RecordConfig* config() const { return m_config; }
+    int state() const { return m_state; }
+
+Q_SIGNALS:
+    /// Levels of the voice bands, 0 to 1, while a recording runs.
+    void voiceAmplitudeChanged(QVariantList valus);
+    /// While a recording runs, the time recorded in ms; once more at its end, with `isStop`, the length of
+    /// the result in ms.
+    void updateRecordInfo(qlonglong duration, bool isStop = true);
+    void speechRecognizedResultChanged(QString recognizeId, QString speechRecognizedResult);
+    void recognizeCompletedChanged(QString recognizeId, bool recognizeCompleted);
+    /// A recording is complete: "sample" up to 1000 values of 0 to 1 for its bars, "filePath", and "size" in
+    /// bytes, 0 when there is no file.
+    void recordFinished(QVariantMap retMap);
+    void storagePathChanged(QString storagePath);
+    void configChanged(RecordConfig* config);
+    void stateChanged(QString filePath, int state);
+    void notifyInterval(QString filePath);
+
+public Q_SLOTS:
+    /// Makes the folder if need be; keeps the path even when it cannot be made.
+    void setStoragePath(const QString& storagePath);
+    /// Does not take ownership of `config` before the engine itself ends, and lets the earlier one be.
+    void setConfig(RecordConfig* config);
+    void setState(int state);
+    /// @param changerType  0 none, 1 high voice, 2 low voice, 3 tremolo, 5 half speed, 8 double speed, any
+    /// other
+    ///                     the way of a changed voice without a change
+    bool startRecord(int changerType = 0);
+    /// Without `isSave` the file of the present or last recording is removed. With it, `recordFinished` comes
+    /// at once, with a changed voice later.
+    bool stopRecord(bool isSave = true);
+    /// Whether the device, or any for an empty name, can be recorded from; false before the first recording.
+    bool hasVisibleAudioInputDev(const QString& devName = QString());
+    bool isRecording();
+    /// Removes the file and forgets the sound of the present or last recording.
+    void cancelRecord();
+    /// Bands of `voiceAmplitudeChanged`, 1 to 1200.
+    void setSpectrumNum(int num);
+    /// Up to `sampleNum` values for the bars of the last recording, 0 to 1.
+    QVariantList getSampleData(int sampleNum = 30);
+    /// Stretches or shrinks a list of values. Empty for a `dstCount` of 0 or less, or over a million.
+    QList<double> convertSamples(int dstCount, QList<double> srcSamples);
+    /// Decodes a file, blocking: "pcmData" and "pcmInfo" as `CMediaDecode` gives them, or an empty map.
+    QVariantMap convertToPCM(const QString& filePath);
+    void slotRecordFinish();
+
+private:
+    RecordEngine();
+
+    void initAudioRecoder();
+    void checkStoragePath(const QString& path);
+
+    std::unique_ptr<AudioRecorder> m_recorder;
+    QString m_storagePath;
+    QPointer<RecordConfig> m_config; ///< deleted with the engine, whoever made it
+    int m_state = 0;
+    QString m_filePath;
+};

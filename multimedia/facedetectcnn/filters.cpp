@@ -1,0 +1,126 @@
+#include "multimedia/facedetectcnn/filters.h"
+
+#include "multimedia/facedetectcnn/kernels.h"
+
+#include <algorithm>
+#include <cstring>
+
+std::array<Filters, 24> g_pFilters;
+std::atomic<bool> param_initialized = false;
+std::mutex g_mutex;
+
+namespace {
+
+/// The stem runs as a 1x1 convolution on the unfolded image, so its filters are flattened the same way.
+void buildStem(const ConvInfo& row, Filters* layer)
+{
+    layer->pad = 0;
+    layer->stride = 1;
+    layer->scale = row.scale;
+    const std::int32_t weights = row.kernelSize * row.kernelSize * row.channels;
+    for (std::int32_t i = 0; i < row.filterCount; ++i) {
+        CDataBlob<signed char> window;
+        window.create(row.kernelSize, row.kernelSize, row.channels);
+        window.setInt8FilterData(row.weights + i * weights, row.biases[i], row.kernelSize, row.kernelSize,
+                                 row.channels);
+        auto flat = std::make_unique<CDataBlob<signed char>>();
+        blob2vector(window, flat.get());
+        layer->filters.push_back(std::move(flat));
+    }
+}
+
+void buildLayer(const ConvInfo& row, Filters* layer)
+{
+    layer->pad = row.pad;
+    layer->stride = row.stride;
+    layer->scale = row.scale;
+    const std::int32_t weights = row.kernelSize * row.kernelSize * row.channels;
+    for (std::int32_t i = 0; i < row.filterCount; ++i) {
+        auto filter = std::make_unique<CDataBlob<signed char>>();
+        filter->create(row.kernelSize, row.kernelSize, row.channels);
+        filter->setInt8FilterData(row.weights + i * weights, row.biases[i], row.kernelSize, row.kernelSize,
+                                  row.channels);
+        layer->filters.push_back(std::move(filter));
+    }
+}
+
+/// Lays one filter into its lane of its block: taps and channels follow each other without a gap, pads
+/// included.
+void packFilter(const CDataBlob<signed char>& filter, signed char* lane)
+{
+    using facedetectcnn::kChannelsPerGroup;
+    using facedetectcnn::kFiltersPerBlock;
+    const std::size_t bytes = filter.pixelCount() * static_cast<std::size_t>(filter.channelStep);
+    for (std::size_t i = 0; i < bytes; i += kChannelsPerGroup, lane += kFiltersPerBlock * kChannelsPerGroup)
+        std::memcpy(lane, filter.data + i, kChannelsPerGroup);
+}
+
+} // namespace
+
+namespace facedetectcnn {
+
+void buildBank(const std::array<ConvInfo, 24>& table, std::array<Filters, 24>* bank)
+{
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        Filters& layer = (*bank)[i];
+        layer = Filters();
+        if (i == 0)
+            buildStem(table[i], &layer);
+        else
+            buildLayer(table[i], &layer);
+        packFilters(&layer);
+    }
+}
+
+bool areFiltersFilled(const Filters& filters)
+{
+    return !filters.filters.empty() &&
+           std::all_of(filters.filters.begin(), filters.filters.end(),
+                       [](const auto& filter) { return filter->data != nullptr; });
+}
+
+bool areFiltersAlike(const Filters& filters)
+{
+    const CDataBlob<signed char>& first = *filters.filters.front();
+    return std::all_of(filters.filters.begin(), filters.filters.end(), [&first](const auto& filter) {
+        return filter->width == first.width && filter->height == first.height &&
+               filter->channels == first.channels;
+    });
+}
+
+void packFilters(Filters* filters)
+{
+    filters->packed.reset();
+    if (!areFiltersFilled(*filters) || !areFiltersAlike(*filters))
+        return;
+    const auto count = static_cast<std::int32_t>(filters->filters.size());
+    const CDataBlob<signed char>& first = *filters->filters.front();
+
+    auto packed = std::make_unique<PackedFilters>();
+    packed->blockCount = (count + kFiltersPerBlock - 1) / kFiltersPerBlock;
+    packed->blockBytes = first.width * first.height * first.channelStep * kFiltersPerBlock;
+    if (!packed->weights.create(packed->blockCount, 1, packed->blockBytes) ||
+        !packed->biases.create(1, 1, packed->blockCount * kFiltersPerBlock))
+        return;
+
+    std::memset(packed->weights.data, 0, packed->weights.pixelCount() * packed->blockBytes);
+    std::memset(packed->biases.data, 0, sizeof(std::int32_t) * packed->biases.channels);
+    for (std::int32_t i = 0; i < count; ++i) {
+        const CDataBlob<signed char>& filter = *filters->filters[i];
+        packed->biases.data[i] = filter.bias;
+        packFilter(filter, packed->weights.pixel(i / kFiltersPerBlock, 0) +
+                               (i % kFiltersPerBlock) * kChannelsPerGroup);
+    }
+    filters->packed = std::move(packed);
+}
+
+} // namespace facedetectcnn
+
+void init_parameters()
+{
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    if (param_initialized)
+        return;
+    facedetectcnn::buildBank(param_pConvInfo, &g_pFilters);
+    param_initialized = true;
+}

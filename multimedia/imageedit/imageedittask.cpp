@@ -1,0 +1,54 @@
+#include "multimedia/imageedit/imageedittask.h"
+
+#include "multimedia/imageedit/editdescription.h"
+#include "multimedia/imageedit/imagefile.h"
+
+#include <QtCore/QFile>
+#include <QtGui/QImageReader>
+
+#include <utility>
+
+namespace ImageEdit {
+namespace {
+constexpr int kDone = 0;
+constexpr int kCancelled = 1;
+constexpr int kFailed = 2;
+} // namespace
+
+ImageEditTask::ImageEditTask(EditFileFilterPtr filter)
+    : filter(std::move(filter))
+    , cancelled(std::make_shared<std::atomic<bool>>(false))
+{}
+
+void ImageEditTask::run()
+{
+    Q_EMIT editFinish(filter, edit());
+}
+
+int ImageEditTask::edit()
+{
+    if (*cancelled)
+        return kCancelled;
+    const EditDescription description(filter->editInfo);
+    QImage image;
+    if (description.usesMaskPhoto()) {
+        // The blurred picture is taken whole here, neither cropped nor limited in size.
+        image = loadImage(description.mask_photo_path);
+    } else {
+        QImageReader reader(filter->file->filePath());
+        image = description.readCropped(reader);
+    }
+    image = description.applied(std::move(image));
+
+    if (*cancelled)
+        return kCancelled;
+    const bool saved = saveImage(image, filter->savePath);
+    if (*cancelled) {
+        if (saved)
+            QFile::remove(filter->savePath);
+        return kCancelled;
+    }
+    return saved ? kDone : kFailed;
+}
+
+} // namespace ImageEdit

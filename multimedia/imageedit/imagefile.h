@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QtCore/QString>
+
+class QImage;
+class QImageReader;
+class QSize;
+
+/// @file
+/// Reading and writing of pictures that come from others. Any thread.
+///
+/// The format of a picture is told by its content, never by its name, and its size is looked at before its
+/// pixels are read.
+
+namespace ImageEdit {
+
+/// Pictures of more pixels are refused with a log line; Qt 5 has no bound of its own.
+constexpr qint64 kMaxPixels = 100'000'000;
+
+/// Whether a picture of `size` may be brought into memory; logs if it is too large. An empty size may not.
+bool isReadable(const QSize& size);
+
+/// What the reader gives, or a null image if its file, or the clip rectangle set on it, is too large.
+///
+/// The device pixel ratio is 1 even if the file's name asks for another one.
+QImage readImage(QImageReader& reader);
+
+/// The whole picture at `path`, not turned as EXIF data ask, or a null image.
+QImage loadImage(const QString& path);
+
+/// Writes `image` in the format of the suffix of `path` at default quality.
+///
+/// The file is there as a whole or, if false comes back, as it was before.
+bool saveImage(const QImage& image, const QString& path);
+
+} // namespace ImageEdit

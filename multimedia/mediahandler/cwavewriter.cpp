@@ -1,0 +1,71 @@
+#include "multimedia/mediahandler/cwavewriter.h"
+
+#include "multimedia/mediahandler/cmediadecode.h"
+#include "quillon/util.h"
+
+#include <QtCore/QDataStream>
+#include <QtCore/QFile>
+#include <QtCore/QtDebug>
+
+namespace {
+
+const auto kPcmData = QStringLiteral("pcmData");
+const auto kPcmInfo = QStringLiteral("pcmInfo");
+const auto kSampleFormat = QStringLiteral("sampleFormat");
+const auto kSampleRate = QStringLiteral("sampleRate");
+const auto kChannels = QStringLiteral("channels");
+
+constexpr int kHeaderBytes = 44;
+constexpr qint32 kRiffExcess = 32;
+constexpr qint16 kSampleBits = 16;
+
+QByteArray waveHeader(quint32 dataBytes, qint32 sampleRate, qint32 channels)
+{
+    const auto block_align = qint16(quint32(channels) * kSampleBits / 8);
+    QByteArray header;
+    header.reserve(kHeaderBytes);
+    QDataStream stream(&header, QIODevice::WriteOnly);
+    stream.setByteOrder(QDataStream::LittleEndian);
+    stream.writeRawData("RIFF", 4);
+    stream << quint32(dataBytes + kRiffExcess);
+    stream.writeRawData("WAVEfmt ", 8);
+    stream << qint32(16) << qint16(1) << qint16(channels) << sampleRate
+           << quint32(qint64(block_align) * sampleRate) << block_align << kSampleBits;
+    stream.writeRawData("data", 4);
+    stream << dataBytes;
+    return header;
+}
+
+} // namespace
+
+bool CWaveWriter::writeWaveFile(const QVariantMap& pcm, const QString& path)
+{
+    const QVariantMap info = pcm.value(kPcmInfo).toMap();
+    if (!pcm.contains(kPcmData) || !info.contains(kSampleFormat) || !info.contains(kSampleRate) ||
+        !info.contains(kChannels))
+        return false;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite)) {
+        qWarning("writeWaveFile: %s: %s", qUtf8Printable(path), qUtf8Printable(file.errorString()));
+        return false;
+    }
+    const QByteArray data = pcm.value(kPcmData).toByteArray();
+    const QByteArray header =
+        waveHeader(quint32(data.size()), info.value(kSampleRate).toInt(), info.value(kChannels).toInt());
+    const bool written =
+        file.write(header) == header.size() && file.write(data) == data.size() && file.flush();
+    if (!written)
+        qWarning("writeWaveFile: %s: %s", qUtf8Printable(path), qUtf8Printable(file.errorString()));
+    return written;
+}
+
+bool CWaveWriter::transcodeToWave(const QString& srcPath, const QString& dstPath)
+{
+    if (srcPath.isEmpty() || !Util::fileExists(srcPath))
+        return false;
+    CMediaDecode decode;
+    const QByteArray data = decode.decodeAudio(srcPath);
+    if (data.isEmpty())
+        return false;
+    return writeWaveFile({{kPcmData, data}, {kPcmInfo, decode.audioInfo()}}, dstPath);
+}

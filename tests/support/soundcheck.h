@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+/// @file
+/// Measures sound, in 16-bit samples of one channel.
+
+namespace soundcheck {
+
+using Samples = std::vector<int16_t>;
+
+/// A voice that holds one vowel: harmonics of `pitch_hz` under four formants.
+Samples vowel(int sample_rate, double pitch_hz, double seconds);
+Samples tone(int sample_rate, double frequency_hz, double seconds, double amplitude = 10000);
+
+/// Fundamental of a steady sound between the two bounds, by autocorrelation of up to half a second from
+/// `from`.
+double pitch(const Samples& samples, int sample_rate, double lowest_hz, double highest_hz, std::size_t from);
+/// Share of the sound's energy that lies at `frequency_hz`, 0 to 1.
+double energyShare(const Samples& samples, int sample_rate, double frequency_hz);
+/// The highest correlation, -1 to 1, of `part` with a stretch of `whole`, at any shift.
+double bestCorrelation(const Samples& whole, const Samples& part);
+
+} // namespace soundcheck

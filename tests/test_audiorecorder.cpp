@@ -1,0 +1,441 @@
+#include "multimedia/audiorecorder/audiorecorder.h"
+#include "multimedia/audiorecorder/recordconfig.h"
+#include "multimedia/audiorecorder/recordengine.h"
+#include "multimedia/audiorecorder/voicehandler.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/mediacheck.h"
+#include "tests/support/soundcheck.h"
+
+#include <QtCore/QBuffer>
+#include <QtCore/QDir>
+#include <QtCore/QFile>
+#include <QtCore/QSemaphore>
+#include <QtCore/QTemporaryDir>
+#include <QtMultimedia/QAudioInput>
+#include <QtTest/QtTest>
+
+#include <cstring>
+#include <functional>
+
+/// The recorder with its microphone silenced: what it captures is written by the test, so that every byte
+/// counts.
+
+namespace {
+
+constexpr int kRate = 24000;
+constexpr int kFrameBytes = 2048;
+enum Type { Direct = 0, High = 1, Plain = 4, Half = 5, Double = 8 };
+
+QByteArray voice(int bytes)
+{
+    const auto samples = soundcheck::vowel(kRate, 120, bytes / 2.0 / kRate + 0.1);
+    return QByteArray(reinterpret_cast<const char*>(samples.data()), int(samples.size() * 2)).left(bytes);
+}
+
+double durationOf(qint64 bytes)
+{
+    return double(bytes) / 2 * 1000 / kRate;
+}
+
+/// Frames in an ADTS stream.
+int adtsFrames(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return -1;
+    const QByteArray stream = file.readAll();
+    int frames = 0;
+    for (int i = 0; i + 7 <= stream.size(); ++frames) {
+        const auto byte = [&](int offset) { return int(uchar(stream[i + offset])); };
+        i += (byte(3) & 3) << 11 | byte(4) << 3 | byte(5) >> 5;
+    }
+    return frames;
+}
+
+struct Report
+{
+    qlonglong duration_ms;
+    bool stopped;
+};
+
+} // namespace
+
+class TestAudioRecorder : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void encoder_takesHalfOfWaitingFrames_data();
+    void encoder_takesHalfOfWaitingFrames();
+    void stop_hasTailTwice_overHundredBytes_data();
+    void stop_hasTailTwice_overHundredBytes();
+    void stop_losesWaitingFrames_inFile();
+    void sound_isNotDenoised();
+    void duration_isOfRecording_thenOfResult_data();
+    void duration_isOfRecording_thenOfResult();
+    void stop_staysClosing_whenHandlerNeverOpened();
+    void stop_dropsShortVoice_fromNextRecording();
+    void stop_endsWithHandledVoice();
+    void restart_getsNothingOfEarlierVoice();
+    void host_mayEndRecording_whenToldDuration_data();
+    void host_mayEndRecording_whenToldDuration();
+    void sampleData_readsBytesBigEndian();
+    void start_fails_withoutDevice();
+    void start_goesOn_withoutEncoderOrFile_data();
+    void start_goesOn_withoutEncoderOrFile();
+
+private:
+    bool start(int type);
+    /// As if the microphone had delivered these bytes.
+    void capture(const QByteArray& bytes);
+    void captureUnread(const QByteArray& bytes);
+
+    QTemporaryDir dir;
+    RecordConfig config;
+    std::unique_ptr<AudioRecorder> recorder;
+    QList<Report> reports;
+    std::function<void()> on_report;
+    QMetaObject::Connection reporting;
+};
+
+void TestAudioRecorder::init()
+{
+    config.setSampleRate(kRate);
+    config.setChannels(1);
+    config.setInputDevice(QStringLiteral("mic"));
+    recorder = std::make_unique<AudioRecorder>();
+    recorder->setRecordPath(dir.filePath(QStringLiteral("voice.aac")));
+    reports.clear();
+    on_report = nullptr;
+    reporting = connect(RecordEngine::instance(), &RecordEngine::updateRecordInfo, this,
+                        [this](qlonglong duration, bool stopped) {
+                            reports.append({duration, stopped});
+                            if (on_report)
+                                on_report();
+                        });
+}
+
+void TestAudioRecorder::cleanup()
+{
+    recorder.reset();
+    disconnect(reporting);
+    QFile::remove(dir.filePath(QStringLiteral("voice.aac")));
+}
+
+bool TestAudioRecorder::start(int type)
+{
+    if (!recorder->startRecord(&config, type))
+        return false;
+    recorder->findChild<QAudioInput*>()->stop();
+    return true;
+}
+
+void TestAudioRecorder::captureUnread(const QByteArray& bytes)
+{
+    recorder->findChild<QBuffer*>()->write(bytes);
+}
+
+void TestAudioRecorder::capture(const QByteArray& bytes)
+{
+    captureUnread(bytes);
+    QCoreApplication::processEvents();
+}
+
+void TestAudioRecorder::encoder_takesHalfOfWaitingFrames_data()
+{
+    QTest::addColumn<QList<int>>("captured");
+    QTest::addColumn<int>("encoded");
+    QTest::newRow("one") << QList<int>{1} << 1;
+    QTest::newRow("two") << QList<int>{2} << 1;
+    QTest::newRow("three") << QList<int>{3} << 2;
+    QTest::newRow("ten") << QList<int>{10} << 5;
+    QTest::newRow("ten, one, one") << QList<int>{10, 1, 1} << 5 + 3 + 2;
+}
+
+void TestAudioRecorder::encoder_takesHalfOfWaitingFrames()
+{
+    QFETCH(QList<int>, captured);
+    QFETCH(int, encoded);
+    QVERIFY(start(Direct));
+    int total = 0;
+    for (const int frames : captured) {
+        capture(voice(frames * kFrameBytes));
+        total += frames;
+    }
+    QVERIFY(recorder->stopRecord(true));
+    // The encoder gives one more for what it held back.
+    QCOMPARE(adtsFrames(recorder->recordPath()), encoded + 1);
+    QCOMPARE(reports.last().duration_ms, qlonglong(durationOf(total * kFrameBytes)));
+}
+
+void TestAudioRecorder::stop_hasTailTwice_overHundredBytes_data()
+{
+    QTest::addColumn<int>("tail");
+    QTest::addColumn<int>("appended");
+    QTest::newRow("none") << 0 << 0;
+    QTest::newRow("100 bytes") << 100 << 0;
+    QTest::newRow("102 bytes") << 102 << kFrameBytes + 102;
+    QTest::newRow("a frame") << kFrameBytes << 2 * kFrameBytes + kFrameBytes;
+    QTest::newRow("over two frames") << 5000 << 3 * kFrameBytes + 5000;
+}
+
+void TestAudioRecorder::stop_hasTailTwice_overHundredBytes()
+{
+    QFETCH(int, tail);
+    QFETCH(int, appended);
+    QVERIFY(start(Direct));
+    capture(voice(4 * kFrameBytes));
+    captureUnread(voice(tail));
+    QVERIFY(recorder->stopRecord(true));
+    QVERIFY(reports.last().stopped);
+    QCOMPARE(reports.last().duration_ms, qlonglong(durationOf(4 * kFrameBytes + appended)));
+}
+
+void TestAudioRecorder::stop_losesWaitingFrames_inFile()
+{
+    QVERIFY(start(Direct));
+    const QByteArray sound = voice(20 * kFrameBytes);
+    capture(sound);
+    QVERIFY(recorder->stopRecord(true));
+    const auto decoded = mediacheck::decodeAudio(recorder->recordPath(), kRate);
+    QCOMPARE(int(decoded.size()), (10 + 1) * 1024);
+    soundcheck::Samples part(2048);
+    std::memcpy(part.data(), sound.constData() + 8 * 1024, part.size() * 2);
+    QVERIFY(soundcheck::bestCorrelation(decoded, part) > 0.98);
+}
+
+void TestAudioRecorder::sound_isNotDenoised()
+{
+    // The gain control that is set up with the denoiser would raise it by far, and the denoiser remove it.
+    soundcheck::Samples noise(kRate * 2);
+    uint32_t random = 1;
+    for (int16_t& sample : noise) {
+        random = random * 1664525 + 1013904223;
+        sample = int16_t(int32_t(random) >> 24);
+    }
+    QVERIFY(start(Direct));
+    capture({reinterpret_cast<const char*>(noise.data()), int(noise.size() * 2)});
+    QVERIFY(recorder->stopRecord(true));
+    auto decoded = mediacheck::decodeAudio(recorder->recordPath(), kRate);
+    decoded.erase(decoded.begin(), decoded.begin() + 4096);
+    decoded.resize(decoded.size() - 4096);
+    QVERIFY(qAbs(mediacheck::rms(decoded) / mediacheck::rms(noise) - 1) < 0.15);
+}
+
+void TestAudioRecorder::duration_isOfRecording_thenOfResult_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<double>("result");
+    QTest::newRow("direct") << int(Direct) << 1.0;
+    QTest::newRow("half speed") << int(Half) << 2.0;
+    QTest::newRow("double speed") << int(Double) << 0.5;
+}
+
+void TestAudioRecorder::duration_isOfRecording_thenOfResult()
+{
+    QFETCH(int, type);
+    QFETCH(double, result);
+    constexpr int kBlocks = 24; // of 4096 bytes: two seconds
+    QVERIFY(start(type));
+    for (int i = 1; i <= kBlocks; ++i) {
+        capture(voice(4096));
+        // One report for each 4096 bytes of the result; sonic holds some of it back.
+        if (!reports.isEmpty())
+            QVERIFY(qAbs(reports.last().duration_ms - durationOf(i * 4096)) < 200);
+        QVERIFY(reports.isEmpty() || !reports.last().stopped);
+    }
+    QVERIFY(reports.size() > kBlocks * qMin(1.0, result) / 2 - 2);
+    QVERIFY(recorder->stopRecord(true));
+    QVERIFY(reports.last().stopped);
+    const double whole_ms = durationOf(kBlocks * 4096) * result;
+    QVERIFY(qAbs(reports.last().duration_ms - whole_ms) < 200 * result);
+}
+
+void TestAudioRecorder::stop_staysClosing_whenHandlerNeverOpened()
+{
+    QVERIFY(start(High));
+    capture(voice(kRate)); // bytes: one more would open the handler
+    QSignalSpy finished(recorder.get(), &AudioRecorder::recordFinish);
+    QVERIFY(recorder->stopRecord(true));
+    QCOMPARE(recorder->state(), RECORDER_CLOSING);
+    QVERIFY(!recorder->startRecord(&config, Direct));
+    QCoreApplication::processEvents();
+    QCOMPARE(finished.count(), 0);
+    QVERIFY(recorder->stopRecord(false));
+    QCOMPARE(recorder->state(), RECORDER_IDLE);
+}
+
+void TestAudioRecorder::stop_dropsShortVoice_fromNextRecording()
+{
+    QVERIFY(start(Plain));
+    capture(voice(10000));
+    QVERIFY(recorder->stopRecord(false));
+    QVERIFY(start(Plain));
+    capture(QByteArray(kRate + 2, '\0'));
+    QSignalSpy finished(recorder.get(), &AudioRecorder::recordFinish);
+    QVERIFY(recorder->stopRecord(true));
+    QTRY_COMPARE(finished.count(), 1);
+    QCOMPARE(reports.last().duration_ms, qlonglong(durationOf(kRate + 2)));
+    const auto decoded = mediacheck::decodeAudio(recorder->recordPath(), kRate);
+    QVERIFY(mediacheck::rms(decoded) < 10);
+}
+
+void TestAudioRecorder::stop_endsWithHandledVoice()
+{
+    QVERIFY(start(Plain));
+    QVERIFY(recorder->isChangeVoice());
+    const QByteArray sound = voice(kRate * 2);
+    for (int i = 0; i < sound.size(); i += 2400)
+        capture(sound.mid(i, 2400));
+    QSignalSpy finished(recorder.get(), &AudioRecorder::recordFinish);
+    captureUnread(voice(3000));
+    QVERIFY(recorder->stopRecord(true));
+    QCOMPARE(recorder->state(), RECORDER_CLOSING);
+    QVERIFY(recorder->stopRecord(true));
+    QTRY_COMPARE(finished.count(), 1);
+    QCOMPARE(recorder->state(), RECORDER_IDLE);
+    // The tail went in as it was, in whole frames, and through the handler.
+    QCOMPARE(reports.last().duration_ms, qlonglong(durationOf(sound.size() + 2 * kFrameBytes + 3000)));
+    QCOMPARE(mediacheck::decodeErrors(recorder->recordPath()), QString());
+}
+
+void TestAudioRecorder::restart_getsNothingOfEarlierVoice()
+{
+    QVERIFY(start(Plain));
+    capture(voice(2));
+    captureUnread(voice(kRate * 4));
+    // Handled sound is on its way, and nothing of it has arrived.
+    QSemaphore handled;
+    connect(
+        recorder->findChild<VoiceHandler*>(), &VoiceHandler::dataHandled, this, [&] { handled.release(); },
+        Qt::DirectConnection);
+    recorder->readOriginalVoice();
+    handled.acquire(10);
+    QVERIFY(recorder->stopRecord(false));
+    QVERIFY(start(Direct));
+    QCoreApplication::processEvents();
+    capture(QByteArray(4 * kFrameBytes, '\0'));
+    QVERIFY(recorder->stopRecord(true));
+    QCOMPARE(reports.last().duration_ms, qlonglong(durationOf(4 * kFrameBytes)));
+}
+
+void TestAudioRecorder::host_mayEndRecording_whenToldDuration_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QString>("act");
+    for (const int type : {int(Direct), int(Half), int(Plain)}) {
+        for (const char* act : {"save", "drop", "clear", "restart"})
+            QTest::addRow("type %d, %s", type, act) << type << QString::fromLatin1(act);
+    }
+}
+
+void TestAudioRecorder::host_mayEndRecording_whenToldDuration()
+{
+    QFETCH(int, type);
+    QFETCH(QString, act);
+    bool acted = false;
+    on_report = [&] {
+        if (std::exchange(acted, true))
+            return;
+        if (act == QLatin1String("clear"))
+            recorder->clearData();
+        recorder->stopRecord(act == QLatin1String("save"));
+        if (act == QLatin1String("restart"))
+            QVERIFY(start(type));
+    };
+    QVERIFY(start(type));
+    captureUnread(voice(kRate * 2));
+    QTRY_VERIFY(acted);
+    QTRY_COMPARE(recorder->state(), act == QLatin1String("restart") ? RECORDER_RECORDING : RECORDER_IDLE);
+    if (act == QLatin1String("restart"))
+        capture(voice(kRate * 2));
+    QVERIFY(recorder->stopRecord(true));
+    QTRY_COMPARE(recorder->state(), RECORDER_IDLE);
+}
+
+void TestAudioRecorder::sampleData_readsBytesBigEndian()
+{
+    QVERIFY(recorder->getSampleData(30).isEmpty());
+    QVERIFY(start(Direct));
+    capture(QByteArray::fromHex("0001"
+                                "ff00"
+                                "ffff"
+                                "1234"));
+    QCOMPARE(recorder->getSampleData(4),
+             (QVariantList{1 / 65535.0, 0xff00 / 65535.0, 1.0, 0x1234 / 65535.0}));
+    QCOMPARE(recorder->getSampleData(2), (QVariantList{1 / 65535.0, 1.0}));
+    // Less than two bytes a step: values overlap, and the last one has a single byte.
+    QCOMPARE(recorder->getSampleData(8),
+             (QVariantList{0x0001 / 65535.0, 0x01ff / 65535.0, 0xff00 / 65535.0, 0x00ff / 65535.0, 1.0,
+                           0xff12 / 65535.0, 0x1234 / 65535.0, 0x34 / 65535.0}));
+    QVERIFY(recorder->getSampleData(0).isEmpty());
+    QVERIFY(recorder->getSampleData(-1).isEmpty());
+    QVERIFY(recorder->getSampleData(2000000000).isEmpty());
+    // What was captured outlives the end of the recording.
+    QVERIFY(recorder->stopRecord(false));
+    QCOMPARE(recorder->getSampleData(1000).size(), 1000);
+    recorder->clearData();
+    QVERIFY(recorder->getSampleData(4).isEmpty());
+}
+
+void TestAudioRecorder::start_fails_withoutDevice()
+{
+    const LogCapture log;
+    QVERIFY(!recorder->startRecord(nullptr, Direct));
+    QVERIFY(!recorder->hasVisibleAudioInputDev(QString()));
+    config.setInputDevice(QStringLiteral("another room"));
+    QVERIFY(!recorder->startRecord(&config, Direct));
+    QCOMPARE(log.count("another room"), 1);
+    QCOMPARE(recorder->state(), RECORDER_IDLE);
+    QVERIFY(!QFile::exists(recorder->recordPath()));
+    config.setInputDevice(QStringLiteral("Default"));
+    QVERIFY(start(Direct));
+    QVERIFY(!recorder->startRecord(&config, Direct));
+    QVERIFY(recorder->hasVisibleAudioInputDev(QString()));
+    QVERIFY(recorder->hasVisibleAudioInputDev(QStringLiteral("mic")));
+    QVERIFY(!recorder->hasVisibleAudioInputDev(QStringLiteral("Default")));
+}
+
+void TestAudioRecorder::start_goesOn_withoutEncoderOrFile_data()
+{
+    QTest::addColumn<qlonglong>("rate");
+    QTest::addColumn<int>("channels");
+    QTest::addColumn<QString>("path");
+    const QString good = dir.filePath(QStringLiteral("voice.aac"));
+    QTest::newRow("rate without encoder") << 12345LL << 1 << good;
+    QTest::newRow("no rate") << 0LL << 1 << good;
+    QTest::newRow("huge rate") << (1LL << 40) << 1 << good;
+    QTest::newRow("no channel") << qlonglong(kRate) << 0 << good;
+    QTest::newRow("folder") << qlonglong(kRate) << 1 << dir.path();
+    QTest::newRow("no folder") << qlonglong(kRate) << 1 << dir.filePath(QStringLiteral("none/voice.aac"));
+    QTest::newRow("no path") << qlonglong(kRate) << 1 << QString();
+}
+
+void TestAudioRecorder::start_goesOn_withoutEncoderOrFile()
+{
+    QFETCH(qlonglong, rate);
+    QFETCH(int, channels);
+    QFETCH(QString, path);
+    config.setSampleRate(rate);
+    config.setChannels(channels);
+    recorder->setRecordPath(path);
+    for (const int type : {int(Direct), int(Half), int(High)}) {
+        if (!recorder->startRecord(&config, type))
+            continue;
+        capture(voice(100000));
+        recorder->stopRecord(type != High);
+        QCOMPARE(recorder->state(), RECORDER_IDLE);
+    }
+    // The next recording is none the worse.
+    init();
+    QVERIFY(start(Direct));
+    capture(voice(10 * kFrameBytes));
+    QVERIFY(recorder->stopRecord(true));
+    QCOMPARE(adtsFrames(recorder->recordPath()), 6);
+}
+
+QTEST_MAIN(TestAudioRecorder)
+#include "test_audiorecorder.moc"

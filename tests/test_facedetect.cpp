@@ -1,0 +1,376 @@
+#include "multimedia/base/warning.h"
+#include "multimedia/facedetect/facedetect.h"
+#include "multimedia/facedetect/facepatch.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/stderrcapture.h"
+
+#include <QtConcurrent/QtConcurrent>
+#include <QtCore/QLoggingCategory>
+#include <QtCore/QProcess>
+#include <QtGui/QImage>
+#include <QtTest/QtTest>
+
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+/// The portrait's face, as the detector would tell it.
+const FaceRect_ kFace = {0.99F, 180, 60, 90, 110, {205, 105, 245, 108, 226, 130, 210, 148, 243, 150}};
+
+QImage portrait()
+{
+    QImage image(QStringLiteral(TEST_DATA_DIR "/photos/astronaut.jpg"));
+    return image.scaledToHeight(480).convertToFormat(QImage::Format_BGR888);
+}
+
+bool isSame(const std::vector<FaceRect_>& a, const std::vector<FaceRect_>& b)
+{
+    return a.size() == b.size() &&
+           (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(a[0])) == 0);
+}
+
+/// Mean difference of neighbouring pixels inside `area`: what is left of detail.
+double detail(const QImage& image, const QRect& area)
+{
+    double sum = 0.0;
+    for (int y = area.top(); y < area.bottom(); ++y) {
+        for (int x = area.left(); x < area.right(); ++x) {
+            const int here = qGray(image.pixel(x, y));
+            sum +=
+                std::abs(here - qGray(image.pixel(x + 1, y))) + std::abs(here - qGray(image.pixel(x, y + 1)));
+        }
+    }
+    return sum / area.width() / area.height();
+}
+
+/// The rectangle of all pixels that differ.
+QRect changed(const QImage& before, const QImage& after)
+{
+    QRect area;
+    for (int y = 0; y < before.height(); ++y) {
+        for (int x = 0; x < before.width(); ++x) {
+            if (before.pixelColor(x, y) != after.pixelColor(x, y))
+                area |= QRect(x, y, 1, 1);
+        }
+    }
+    return area;
+}
+
+/// The filter once more, on one channel of plain numbers.
+void smearPlainly(std::vector<std::vector<int>>* rows, int weight)
+{
+    const int height = static_cast<int>(rows->size());
+    const int width = static_cast<int>(rows->front().size());
+    const auto pass = [weight](const std::vector<int*>& line) {
+        int running = *line.front() * 16;
+        for (std::size_t i = 1; i < line.size(); ++i) {
+            running += (*line[i] * 16 - running) * weight / 16;
+            *line[i] = running / 16;
+        }
+    };
+    const auto column = [&](int x, bool isUpwards) {
+        std::vector<int*> line;
+        for (int y = 0; y < height; ++y)
+            line.push_back(&(*rows)[isUpwards ? height - 1 - y : y][x]);
+        return line;
+    };
+    const auto row = [&](int y, bool isLeftwards) {
+        std::vector<int*> line;
+        for (int x = 0; x < width; ++x)
+            line.push_back(&(*rows)[y][isLeftwards ? width - 1 - x : x]);
+        return line;
+    };
+    for (const bool isBackwards : {false, true}) {
+        for (int x = 0; x < width; ++x)
+            pass(column(x, isBackwards));
+        for (int y = 0; y < height; ++y)
+            pass(row(y, isBackwards));
+    }
+}
+
+} // namespace
+
+class TestFaceDetect : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QLoggingCategory::setFilterRules(QStringLiteral("quillon.multimedia.debug=false"));
+    }
+
+    void faceDetect_seesScaledImage_data();
+    void faceDetect_seesScaledImage();
+    void faceMask_givesImageBack_withoutFaces();
+    void faceMask_givesSameImage_fromManyThreads();
+    void smear_isExponentialFilter_data();
+    void smear_isExponentialFilter();
+    void blur_hidesFaceOnly_inEveryFormat_data();
+    void blur_hidesFaceOnly_inEveryFormat();
+    void blur_obeysScoreRule_data();
+    void blur_obeysScoreRule();
+    void blur_survives_oddFaces_data();
+    void blur_survives_oddFaces();
+    void blur_scalesToImage_andTakesColoursFromDetectionImage();
+    void modelTool_refuses_whatDoesNotFit_data();
+    void modelTool_refuses_whatDoesNotFit();
+};
+
+void TestFaceDetect::faceDetect_seesScaledImage_data()
+{
+    QTest::addColumn<QSize>("size");
+    QTest::addColumn<double>("ratio");
+    QTest::addColumn<QSize>("detectionSize");
+    QTest::newRow("as it is") << QSize(480, 300) << 1.0 << QSize(480, 300);
+    QTest::newRow("padded rows") << QSize(99, 101) << 1.0 << QSize(99, 101);
+    QTest::newRow("wide") << QSize(960, 400) << 1.0 << QSize(480, 200);
+    QTest::newRow("tall") << QSize(400, 960) << 1.0 << QSize(200, 480);
+    QTest::newRow("square") << QSize(600, 600) << 1.0 << QSize(480, 480);
+    QTest::newRow("device pixels") << QSize(700, 700) << 2.0 << QSize(700, 700);
+    QTest::newRow("many device pixels") << QSize(1200, 600) << 1.5 << QSize(720, 360);
+}
+
+void TestFaceDetect::faceDetect_seesScaledImage()
+{
+    QFETCH(QSize, size);
+    QFETCH(double, ratio);
+    QFETCH(QSize, detectionSize);
+    QImage image = portrait().scaled(size).convertToFormat(QImage::Format_RGB32);
+    const QImage seen = image.scaled(detectionSize, Qt::IgnoreAspectRatio, Qt::FastTransformation)
+                            .convertToFormat(QImage::Format_BGR888);
+    image.setDevicePixelRatio(ratio);
+    // Rows drift by what they are padded with; to the detector that is black.
+    QByteArray bytes;
+    for (int y = 0; y < seen.height(); ++y)
+        bytes += QByteArray(reinterpret_cast<const char*>(seen.constScanLine(y)), seen.width() * 3)
+                     .leftJustified(seen.bytesPerLine(), '\0');
+    const auto expected = objectdetect_cnn(reinterpret_cast<const uchar*>(bytes.constData()), seen.width(),
+                                           seen.height(), seen.width() * 3);
+    QVERIFY(isSame(multimedia::faceDetect(image), expected));
+}
+
+void TestFaceDetect::faceMask_givesImageBack_withoutFaces()
+{
+    StderrCapture errors;
+    QVERIFY(multimedia::faceMask(QImage()).isNull());
+    QVERIFY(multimedia::faceDetect(QImage()).empty());
+    const QImage small = portrait().scaled(40, 40);
+    QCOMPARE(multimedia::faceMask(small), small);
+    const QImage line = portrait().scaled(2000, 1);
+    QCOMPARE(multimedia::faceMask(line), line);
+}
+
+void TestFaceDetect::faceMask_givesSameImage_fromManyThreads()
+{
+    const QImage image = portrait().scaledToHeight(160);
+    const QImage expected = multimedia::faceMask(image);
+    QVector<QFuture<QImage>> results;
+    for (int i = 0; i < 4; ++i)
+        results += QtConcurrent::run([image] { return multimedia::faceMask(image); });
+    for (const QFuture<QImage>& result : qAsConst(results))
+        QCOMPARE(result.result(), expected);
+}
+
+void TestFaceDetect::smear_isExponentialFilter_data()
+{
+    QTest::addColumn<QSize>("size");
+    QTest::addColumn<int>("weight");
+    QTest::newRow("1 pixel") << QSize(1, 1) << 14;
+    QTest::newRow("1 row") << QSize(9, 1) << 14;
+    QTest::newRow("2 columns") << QSize(2, 30) << 10;
+    QTest::newRow("side of 7") << QSize(7, 8) << 4;
+    QTest::newRow("side of 17") << QSize(20, 17) << 2;
+    QTest::newRow("side of 18") << QSize(18, 40) << 1;
+}
+
+void TestFaceDetect::smear_isExponentialFilter()
+{
+    QFETCH(QSize, size);
+    QFETCH(int, weight);
+    QImage image = portrait()
+                       .copy(180, 60, size.width(), size.height())
+                       .convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    std::array<std::vector<std::vector<int>>, 4> channels;
+    for (int c = 0; c < 4; ++c) {
+        for (int y = 0; y < image.height(); ++y) {
+            std::vector<int> row;
+            for (int x = 0; x < image.width(); ++x)
+                row.push_back(image.constScanLine(y)[4 * x + c]);
+            channels[c].push_back(row);
+        }
+        smearPlainly(&channels[c], weight);
+    }
+    multimedia::smear(&image);
+    for (int y = 0; y < image.height(); ++y) {
+        for (int i = 0; i < 4 * image.width(); ++i)
+            QCOMPARE(int(image.constScanLine(y)[i]), channels[i % 4][y][i / 4]);
+    }
+}
+
+void TestFaceDetect::blur_hidesFaceOnly_inEveryFormat_data()
+{
+    QTest::addColumn<QImage::Format>("format");
+    QTest::newRow("RGB32") << QImage::Format_RGB32;
+    QTest::newRow("ARGB32") << QImage::Format_ARGB32;
+    QTest::newRow("RGB888") << QImage::Format_RGB888;
+    QTest::newRow("BGR888") << QImage::Format_BGR888;
+    QTest::newRow("Grayscale8") << QImage::Format_Grayscale8;
+    QTest::newRow("Indexed8") << QImage::Format_Indexed8;
+}
+
+void TestFaceDetect::blur_hidesFaceOnly_inEveryFormat()
+{
+    QFETCH(QImage::Format, format);
+    const QImage seen = portrait();
+    const QImage image = seen.convertToFormat(format);
+    const QImage blurred = multimedia::withFacesBlurred(image, seen, {kFace});
+    QCOMPARE(blurred.format(), format);
+    QCOMPARE(blurred.size(), image.size());
+
+    const QRect face(kFace.x, kFace.y, kFace.w, kFace.h);
+    const QRect area = changed(image, blurred);
+    QVERIFY(area.contains(face.adjusted(4, 4, -4, -4)));
+    QVERIFY(face.adjusted(-25, -25, 25, 25).contains(area));
+
+    // A palette dithers, so detail is measured where there is none.
+    if (format == QImage::Format_Indexed8)
+        return;
+    const QRect inner = face.adjusted(15, 15, -15, -15);
+    QVERIFY2(detail(blurred, inner) < 0.15 * detail(image, inner),
+             qPrintable(QStringLiteral("%1 of %2").arg(detail(blurred, inner)).arg(detail(image, inner))));
+}
+
+void TestFaceDetect::blur_obeysScoreRule_data()
+{
+    QTest::addColumn<QVector<float>>("scores");
+    QTest::addColumn<QVector<bool>>("isBlurred");
+    QTest::newRow("0.94 alone") << QVector<float>{0.94F} << QVector<bool>{false};
+    QTest::newRow("0.96 alone") << QVector<float>{0.96F} << QVector<bool>{true};
+    QTest::newRow("0.94 beside 0.95") << QVector<float>{0.95F, 0.94F} << QVector<bool>{true, true};
+    QTest::newRow("0.90 beside 0.95") << QVector<float>{0.95F, 0.90F} << QVector<bool>{true, false};
+    QTest::newRow("14 faces") << QVector<float>(14, 0.5F) << QVector<bool>(14, true);
+}
+
+void TestFaceDetect::blur_obeysScoreRule()
+{
+    QFETCH(QVector<float>, scores);
+    QFETCH(QVector<bool>, isBlurred);
+    const QImage image = portrait();
+    std::vector<FaceRect_> faces;
+    for (int i = 0; i < scores.size(); ++i)
+        faces.push_back({scores[i], 20 + i % 4 * 110, 30 + i / 4 * 110, 40, 40, {}});
+
+    QLoggingCategory::setFilterRules(QStringLiteral("quillon.multimedia.debug=true"));
+    LogCapture log;
+    const QImage blurred = multimedia::withFacesBlurred(image, image, faces);
+    initTestCase();
+    QCOMPARE(log.count("face score:"), scores.size());
+    for (int i = 0; i < scores.size(); ++i) {
+        const QRect face(faces[i].x, faces[i].y, faces[i].w, faces[i].h);
+        QCOMPARE(image.copy(face) != blurred.copy(face), bool(isBlurred[i]));
+    }
+}
+
+void TestFaceDetect::blur_survives_oddFaces_data()
+{
+    QTest::addColumn<QRect>("rect");
+    QTest::addColumn<bool>("isBlurred");
+    QTest::newRow("level eyes") << QRect(180, 60, 90, 110) << true;
+    QTest::newRow("over the corner") << QRect(-20, -20, 60, 60) << true;
+    QTest::newRow("one pixel") << QRect(200, 100, 1, 1) << true;
+    QTest::newRow("narrow") << QRect(200, 100, 3, 200) << true;
+    QTest::newRow("nothing") << QRect(200, 100, 0, 0) << false;
+    QTest::newRow("negative") << QRect(200, 100, -5, 40) << false;
+    QTest::newRow("everything") << QRect(0, 0, 480, 480) << true;
+}
+
+void TestFaceDetect::blur_survives_oddFaces()
+{
+    QFETCH(QRect, rect);
+    QFETCH(bool, isBlurred);
+    const QImage image = portrait();
+    const FaceRect_ face = {0.99F, rect.x(), rect.y(), rect.width(), rect.height(), {}};
+    const QImage blurred = multimedia::withFacesBlurred(image, image, {face});
+    QCOMPARE(blurred.size(), image.size());
+    QCOMPARE(blurred != image, isBlurred);
+    const QRect surroundings =
+        rect.adjusted(-rect.width() - 2, -rect.height() - 2, rect.width() + 2, rect.height() + 2);
+    QVERIFY(surroundings.contains(changed(image, blurred)) || !isBlurred);
+}
+
+void TestFaceDetect::blur_scalesToImage_andTakesColoursFromDetectionImage()
+{
+    QImage image(960, 720, QImage::Format_RGB32);
+    image.fill(Qt::white);
+    image.setDevicePixelRatio(2.0);
+    QImage seen(480, 360, QImage::Format_BGR888);
+    seen.fill(QColor(200, 0, 0));
+    // Drawn in logical pixels of the image, which are two of its own: x of 100 becomes 50, times 2 for the
+    // scale between the images, times 2 on the way to the bits.
+    const FaceRect_ face = {0.99F, 100, 60, 80, 80, {}};
+    const QImage blurred = multimedia::withFacesBlurred(image, seen, {face});
+    QCOMPARE(blurred.devicePixelRatio(), 2.0);
+    const QRect area = changed(image, blurred);
+    QVERIFY2(std::abs(area.center().x() - 280) < 4 && std::abs(area.center().y() - 200) < 4,
+             qPrintable(QStringLiteral("%1 %2").arg(area.center().x()).arg(area.center().y())));
+    QVERIFY(area.width() > 180 && area.width() <= 196);
+    const QColor centre = blurred.pixelColor(280, 200);
+    QVERIFY(centre.red() > 190 && centre.green() < 5 && centre.blue() < 5);
+    QCOMPARE(blurred.pixelColor(area.topLeft()).name(), QStringLiteral("#ffffff"));
+}
+
+void TestFaceDetect::modelTool_refuses_whatDoesNotFit_data()
+{
+    QTest::addColumn<int>("position");
+    QTest::addColumn<int>("length");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("fits") << -1 << 0 << QString();
+    QTest::newRow("magic") << 0 << 0 << QStringLiteral("it does not begin as a face model does");
+    QTest::newRow("version") << 8 << 0 << QStringLiteral("its version is 0, not 1");
+    QTest::newRow("rows") << 12 << 0 << QStringLiteral("it has 25 rows, not 24");
+    QTest::newRow("size") << 16 << 0
+                          << QStringLiteral(
+                                 "it announces 2326817 and holds 2326816 bytes of weights and biases, "
+                                 "not 2326816");
+    QTest::newRow("content") << 1000000 << 0 << QStringLiteral("its checksum is wrong");
+    QTest::newRow("truncated") << -1 << -1
+                               << QStringLiteral(
+                                      "it announces 2326816 and holds 2326815 bytes of weights and "
+                                      "biases, not 2326816");
+    QTest::newRow("empty") << -1 << -2326840 << QStringLiteral("it is shorter than its header");
+}
+
+void TestFaceDetect::modelTool_refuses_whatDoesNotFit()
+{
+    QFETCH(int, position);
+    QFETCH(int, length);
+    QFETCH(QString, reason);
+    QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("model.bin"));
+    const QString tool = QStringLiteral(FACEMODEL_TOOL);
+    QCOMPARE(QProcess::execute(tool, {QStringLiteral("random"), QStringLiteral("5"), path}), 0);
+    QFile file(path);
+    QVERIFY(file.open(QFile::ReadWrite));
+    if (position >= 0) {
+        file.seek(position);
+        const char byte = file.read(1).at(0);
+        file.seek(position);
+        file.putChar(static_cast<char>(byte ^ 1));
+    }
+    QVERIFY(file.resize(file.size() + length));
+    file.close();
+
+    QProcess process;
+    process.start(tool, {QStringLiteral("check"), path});
+    QVERIFY(process.waitForFinished());
+    const QString said = QString::fromUtf8(process.readAllStandardError());
+    QCOMPARE(process.exitCode() == 0, reason.isEmpty());
+    QCOMPARE(said, reason.isEmpty() ? QString()
+                                    : QString(path % QStringLiteral(": error: not a usable face model: ") %
+                                              reason % QLatin1Char('\n')));
+}
+
+QTEST_MAIN(TestFaceDetect)
+#include "test_facedetect.moc"

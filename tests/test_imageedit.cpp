@@ -1,0 +1,650 @@
+#include "multimedia/imageedit/editdescription.h"
+#include "multimedia/imageedit/imageeditprovider.h"
+#include "multimedia/imageedit/imageedittask.h"
+#include "tests/support/imagebytes.h"
+#include "tests/support/logcapture.h"
+
+#include <QtGui/QImage>
+#include <QtGui/QPainter>
+#include <QtTest/QtTest>
+
+#include <optional>
+
+using ImageEdit::EditDescription;
+using ImageEdit::ImageEditProvider;
+using ImageEdit::ImageEditTask;
+
+namespace {
+
+/// No two pixels alike, so that a turn, a mirror or a shift by one pixel shows.
+QImage pattern(const QSize& size, int blue)
+{
+    QImage image(size, QImage::Format_RGB32);
+    for (int y = 0; y < size.height(); ++y)
+        for (int x = 0; x < size.width(); ++x)
+            image.setPixel(x, y, qRgb(x * 2, y * 2, blue));
+    return image;
+}
+
+/// Red and green above, blue and white below.
+QImage corners(const QSize& size)
+{
+    QImage image(size, QImage::Format_RGB32);
+    image.fill(Qt::white);
+    QPainter painter(&image);
+    const QSize half = size / 2;
+    painter.fillRect(0, 0, half.width(), half.height(), Qt::red);
+    painter.fillRect(half.width(), 0, half.width(), half.height(), Qt::green);
+    painter.fillRect(0, half.height(), half.width(), half.height(), Qt::blue);
+    return image;
+}
+
+QImage turned(const QImage& image, int quarters)
+{
+    QImage result = image;
+    for (int i = 0; i < ((quarters % 4) + 4) % 4; ++i) { // one quarter counter-clockwise
+        QImage next(result.height(), result.width(), result.format());
+        for (int y = 0; y < next.height(); ++y)
+            for (int x = 0; x < next.width(); ++x)
+                next.setPixel(x, y, result.pixel(result.width() - 1 - y, x));
+        result = next;
+    }
+    return result;
+}
+
+QRect fractionOf(const QSize& size, const QRectF& part)
+{
+    return QRectF(part.x() * size.width(), part.y() * size.height(), part.width() * size.width(),
+                  part.height() * size.height())
+        .toRect();
+}
+
+QVariantMap cropped(const QRectF& part, QVariantMap others = {})
+{
+    others.insert(QStringLiteral("x1"), part.left());
+    others.insert(QStringLiteral("y1"), part.top());
+    others.insert(QStringLiteral("x2"), part.x() + part.width());
+    others.insert(QStringLiteral("y2"), part.y() + part.height());
+    return others;
+}
+
+void writeFile(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(bytes), qint64(bytes.size()));
+}
+
+/// The most address space that the process ever had.
+qint64 peakBytes()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    status.open(QIODevice::ReadOnly);
+    const QString text = QString::fromLatin1(status.readAll());
+    static const QRegularExpression peak(QStringLiteral("VmPeak:\\s*(\\d+) kB"));
+    return peak.match(text).captured(1).toLongLong() * 1024;
+}
+
+} // namespace
+
+/// Edits of files, and the properties as native code sees them.
+class TestImageEdit : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cropRect_followsTable_data();
+    void cropRect_followsTable();
+    void edit_showsWhatUserSaw_data();
+    void edit_showsWhatUserSaw();
+    void maskPhoto_isCropped_onlyBySyncEdit();
+    void edit_limitsLongSide_data();
+    void edit_limitsLongSide();
+    void edit_takesEveryKindOfPicture_data();
+    void edit_takesEveryKindOfPicture();
+    void edit_fails_whenFileIsBad_data();
+    void edit_fails_whenFileIsBad();
+    void edit_keepsFiles_whenItFails();
+    void edit_keepsColouredDrawing_onGreyAndIndexedPictures_data();
+    void edit_keepsColouredDrawing_onGreyAndIndexedPictures();
+    void task_reportsCancelled_andLeavesNoFile();
+    void cancelEdit_neverDangles_whileEditsEnd();
+    void doEdit_refusesRequest_withoutFile();
+    void editImage_takesOnly_whatItMayEdit_data();
+    void editImage_takesOnly_whatItMayEdit();
+    void setters_emit_onlyOnChange();
+    void editReset_restoresDefaults();
+    void thumbnails_areMade_whereNeeded();
+
+private:
+    QString at(const QString& name) const { return folder->filePath(name); }
+    /// The code that `doEdit` reports.
+    int editInPool(const QString& source, const QString& target, const QVariantMap& info);
+    bool editAtOnce(const QString& source, QString target, const QVariantMap& info);
+
+    QTemporaryDir temporary;
+    std::optional<QTemporaryDir> folder;
+    ImageEditProvider* provider = nullptr;
+};
+
+void TestImageEdit::initTestCase()
+{
+    // What the library leaves in the temporary location goes with this folder.
+    QVERIFY(temporary.isValid());
+    qputenv("TMPDIR", temporary.path().toLocal8Bit());
+    provider = ImageEditProvider::instance();
+}
+
+void TestImageEdit::init()
+{
+    folder.emplace();
+    QVERIFY(folder->isValid());
+    provider->editReset();
+}
+
+int TestImageEdit::editInPool(const QString& source, const QString& target, const QVariantMap& info)
+{
+    BaseFile file(QStringLiteral("id"), source);
+    int stage = -1;
+    int code = -1;
+    auto filter = EditFileFilterPtr::create();
+    filter->file = &file;
+    filter->savePath = target;
+    filter->editInfo = info;
+    filter->clipCallback = [&](int told_stage, int told_code) {
+        stage = told_stage;
+        code = told_code;
+    };
+    provider->doEdit(filter);
+    // The object must outlive the edit even if it takes long.
+    while (code < 0)
+        QTest::qWait(1);
+    [&] { QCOMPARE(stage, 5); }();
+    return code;
+}
+
+bool TestImageEdit::editAtOnce(const QString& source, QString target, const QVariantMap& info)
+{
+    return provider->doEditSync(source, target, info);
+}
+
+void TestImageEdit::cropRect_followsTable_data()
+{
+    QTest::addColumn<int>("turns");
+    QTest::addColumn<bool>("mirrored");
+    QTest::addColumn<QRect>("expected");
+    // 200 x 100, from (0.29, 0.3) to (0.8, 0.71): truncated, also where binary fractions fall just short.
+    QTest::newRow("0") << 0 << false << QRect(57, 30, 102, 41);
+    QTest::newRow("1") << 1 << false << QRect(58, 28, 82, 51);
+    QTest::newRow("2") << 2 << false << QRect(39, 29, 102, 41);
+    QTest::newRow("3") << 3 << false << QRect(60, 19, 82, 51);
+    QTest::newRow("4") << 4 << false << QRect(0, 0, 102, 41);
+    QTest::newRow("-1") << -1 << false << QRect(0, 0, 102, 41);
+    QTest::newRow("0 mirrored") << 0 << true << QRect(41, 30, 102, 41);
+    QTest::newRow("1 mirrored") << 1 << true << QRect(60, 28, 82, 51);
+    QTest::newRow("2 mirrored") << 2 << true << QRect(59, 29, 102, 41);
+    QTest::newRow("3 mirrored") << 3 << true << QRect(58, 19, 82, 51);
+    QTest::newRow("7 mirrored") << 7 << true << QRect(98, 0, 102, 41);
+}
+
+void TestImageEdit::cropRect_followsTable()
+{
+    QFETCH(int, turns);
+    QFETCH(bool, mirrored);
+    QVariantMap info{{"x1", 0.29}, {"y1", 0.3}, {"x2", 0.8}, {"y2", 0.71}};
+    info.insert(QStringLiteral("revolvecount"), turns);
+    info.insert(QStringLiteral("mirrored"), mirrored);
+    QTEST(EditDescription(info).cropRect({200, 100}), "expected");
+
+    QCOMPARE(EditDescription({}).cropRect({200, 100}), QRect(0, 0, 0, 0));
+    info.insert(QStringLiteral("x1"), -1e300);
+    info.insert(QStringLiteral("y2"), qQNaN());
+    QVERIFY(EditDescription(info).cropRect({200, 100}).width() >= 0); // and no overflow
+}
+
+void TestImageEdit::edit_showsWhatUserSaw_data()
+{
+    QTest::addColumn<int>("turns");
+    QTest::addColumn<bool>("mirrored");
+    QTest::addColumn<QRectF>("part");
+    QTest::addColumn<bool>("drawn");
+    for (int turns : {0, 1, 2, 3, 4, 5, -1}) {
+        for (bool mirrored : {false, true}) {
+            for (bool drawn : {false, true}) {
+                const QString what = QStringLiteral("%1%2%3").arg(turns).arg(
+                    QLatin1String(mirrored ? " mirrored" : ""), QLatin1String(drawn ? " drawn on" : ""));
+                QTest::newRow(qPrintable("whole, " + what))
+                    << turns << mirrored << QRectF(0, 0, 1, 1) << drawn;
+                // Outside 0 to 3 a drawing would be stretched over a cut of another shape.
+                if (drawn && (turns < 0 || turns > 3))
+                    continue;
+                QTest::newRow(qPrintable("part, " + what))
+                    << turns << mirrored << QRectF(0.25, 0.125, 0.5, 0.75) << drawn;
+            }
+        }
+    }
+}
+
+void TestImageEdit::edit_showsWhatUserSaw()
+{
+    QFETCH(int, turns);
+    QFETCH(bool, mirrored);
+    QFETCH(QRectF, part);
+    QFETCH(bool, drawn);
+    const QImage source = pattern({64, 48}, 7);
+    QVERIFY(source.save(at("source.png")));
+
+    QImage expected;
+    if (turns >= 0 && turns < 4) {
+        const QImage seen = turned(source.mirrored(mirrored, false), turns);
+        expected = seen.copy(fractionOf(seen.size(), part));
+    } else { // cut from the corner, and turned all the same
+        const QSize size = fractionOf(source.size(), part).size();
+        const QImage cut = source.copy(mirrored ? 64 - size.width() : 0, 0, size.width(), size.height());
+        expected = turned(cut.mirrored(mirrored, false), turns);
+    }
+    QVariantMap info{{"revolvecount", turns}, {"mirrored", mirrored}};
+    // A drawing in the pixels that the user sees, of which the lower half is left free.
+    QImage drawing(turns % 2 ? QSize(48, 64) : QSize(64, 48), QImage::Format_ARGB32);
+    drawing.fill(Qt::transparent);
+    for (int y = 0; y < drawing.height() / 2; ++y)
+        for (int x = 0; x < drawing.width(); ++x)
+            drawing.setPixel(x, y, qRgb(x, y, 200));
+    if (drawn) {
+        QPainter(&expected).drawImage(0, 0, drawing.copy(fractionOf(drawing.size(), part)));
+        info.insert(QStringLiteral("editedImagePath"), at("drawing.png"));
+    }
+
+    for (bool in_pool : {false, true}) {
+        const QString target = at(in_pool ? "pool.png" : "sync.png");
+        QVERIFY(drawing.save(at("drawing.png")));
+        if (in_pool)
+            QCOMPARE(editInPool(at("source.png"), target, cropped(part, info)), 0);
+        else
+            QVERIFY(editAtOnce(at("source.png"), target, cropped(part, info)));
+        QCOMPARE(QImage(target).convertToFormat(expected.format()), expected);
+        QCOMPARE(QFile::exists(at("drawing.png")), !drawn);
+    }
+}
+
+void TestImageEdit::maskPhoto_isCropped_onlyBySyncEdit()
+{
+    const QImage blurred = pattern({3000, 20}, 99);
+    QVERIFY(pattern({64, 48}, 7).save(at("source.png")));
+    QVERIFY(blurred.save(at("blurred.png")));
+    const QRectF right_half(0.5, 0.0, 0.5, 1.0);
+    QVariantMap info = cropped(right_half, {{"mirrored", true}, {"revolvecount", 2}});
+    info.insert(QStringLiteral("maskPhotoPath"), at("blurred.png"));
+
+    // Not wanted: the source is used.
+    QVERIFY(editAtOnce(at("source.png"), at("out.png"), info));
+    QCOMPARE(QImage(at("out.png")).size(), QSize(32, 48));
+
+    info.insert(QStringLiteral("needMaskPhoto"), true);
+    const QImage seen = turned(blurred.mirrored(true, false), 2);
+    QVERIFY(editAtOnce(at("source.png"), at("out.png"), info));
+    QCOMPARE(QImage(at("out.png")), seen.copy(1500, 0, 1500, 20));
+    QCOMPARE(editInPool(at("source.png"), at("out.png"), info), 0);
+    QCOMPARE(QImage(at("out.png")), seen);
+
+    info.insert(QStringLiteral("maskPhotoPath"), QString()); // wanted, but there is none
+    QCOMPARE(editInPool(at("source.png"), at("out.png"), info), 0);
+    QCOMPARE(QImage(at("out.png")).size(), QSize(32, 48));
+}
+
+void TestImageEdit::edit_limitsLongSide_data()
+{
+    QTest::addColumn<QSize>("size");
+    QTest::addColumn<QRectF>("part");
+    QTest::addColumn<QSize>("expected");
+    QTest::newRow("twice too wide") << QSize(5120, 2560) << QRectF(0, 0, 1, 1) << QSize(2560, 1280);
+    QTest::newRow("too high") << QSize(1000, 3001) << QRectF(0, 0, 1, 1) << QSize(853, 2560);
+    QTest::newRow("just right") << QSize(2560, 200) << QRectF(0, 0, 1, 1) << QSize(2560, 200);
+    QTest::newRow("crop is small") << QSize(5120, 100) << QRectF(0.25, 0, 0.5, 1) << QSize(2560, 100);
+    QTest::newRow("needle") << QSize(8000, 2) << QRectF(0, 0, 1, 1) << QSize(2560, 1);
+}
+
+void TestImageEdit::edit_limitsLongSide()
+{
+    QFETCH(QSize, size);
+    QFETCH(QRectF, part);
+    QFETCH(QSize, expected);
+    for (const QString format : {"png", "jpg"}) {
+        const QString source = at("source." + format);
+        QVERIFY(corners(size).save(source, nullptr, 100));
+        QCOMPARE(editInPool(source, at("out.png"), cropped(part)), 0);
+        const QImage result(at("out.png"));
+        QCOMPARE(result.size(), expected);
+        if (expected.height() < 50)
+            continue;
+        const int right = result.width() - 5;
+        const int bottom = result.height() - 5;
+        const auto is_like = [&](int x, int y, Qt::GlobalColor wanted) {
+            const QColor got = result.pixelColor(x, y);
+            const QColor color(wanted);
+            return qAbs(got.red() - color.red()) + qAbs(got.green() - color.green()) +
+                       qAbs(got.blue() - color.blue()) <
+                   12;
+        };
+        QVERIFY(is_like(5, 5, Qt::red) && is_like(right, 5, Qt::green));
+        QVERIFY(is_like(5, bottom, Qt::blue) && is_like(right, bottom, Qt::white));
+    }
+}
+
+void TestImageEdit::edit_takesEveryKindOfPicture_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QSize>("expected");
+    const QImage image = corners({40, 20});
+    const QByteArray png = ImageBytes::encoded(image, "PNG");
+    QTest::newRow("1 pixel") << ImageBytes::encoded(image.copy(0, 0, 1, 1), "PNG") << "a.png" << QSize(1, 1);
+    QTest::newRow("16 bits") << ImageBytes::encoded(image.convertToFormat(QImage::Format_RGBA64), "PNG")
+                             << "a.png" << QSize(40, 20);
+    QTest::newRow("indexed") << ImageBytes::encoded(image.convertToFormat(QImage::Format_Indexed8), "PNG")
+                             << "a.png" << QSize(40, 20);
+    QTest::newRow("PNG called JPEG") << png << "a.jpg" << QSize(40, 20);
+    QTest::newRow("asks for double pixels") << png << "a@2x.png" << QSize(40, 20);
+    QTest::newRow("asks for no pixels") << png << "a@0x.png" << QSize(40, 20);
+    QTest::newRow("PNG and a web page") << png + "<html><script>1</script>"
+                                        << "a.html" << QSize(40, 20);
+    QTest::newRow("EXIF turn is not carried out")
+        << ImageBytes::turnedJpeg(image) << "a.jpg" << QSize(40, 20);
+    QFile cmyk(QStringLiteral(TEST_DATA_DIR "/imageedit/cmyk.jpg"));
+    QVERIFY(cmyk.open(QIODevice::ReadOnly));
+    QTest::newRow("CMYK") << cmyk.readAll() << "a.jpg" << QSize(32, 16);
+}
+
+void TestImageEdit::edit_takesEveryKindOfPicture()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QString, name);
+    QFETCH(QSize, expected);
+    writeFile(at(name), content);
+    QImage drawing(expected, QImage::Format_ARGB32);
+    drawing.fill(Qt::transparent);
+    drawing.setPixelColor(expected.width() - 1, expected.height() - 1, Qt::cyan);
+    for (bool in_pool : {false, true}) {
+        QVERIFY(drawing.save(at("drawing@3x.png")));
+        const QVariantMap info = cropped({0, 0, 1, 1}, {{"editedImagePath", at("drawing@3x.png")}});
+        if (in_pool)
+            QCOMPARE(editInPool(at(name), at("out.png"), info), 0);
+        else
+            QVERIFY(editAtOnce(at(name), at("out.png"), info));
+        const QImage result(at("out.png"));
+        QCOMPARE(result.size(), expected);
+        QCOMPARE(result.pixelColor(expected.width() - 1, expected.height() - 1), QColor(Qt::cyan));
+        if (expected.width() == 1)
+            continue;
+        const QColor corner = result.pixelColor(2, 2);
+        QVERIFY(corner.red() > 190 && corner.green() < 50 && corner.blue() < 50);
+        QVERIFY(result.pixelColor(expected.width() - 4, 3) != corner);
+    }
+}
+
+void TestImageEdit::edit_fails_whenFileIsBad_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QVariantMap>("info");
+    const QVariantMap whole = cropped({0, 0, 1, 1});
+    const QByteArray png = ImageBytes::encoded(pattern({100, 100}, 3), "PNG");
+    QTest::newRow("empty") << QByteArray() << whole;
+    QTest::newRow("no picture") << QByteArray(5000, 'x') << whole;
+    QTest::newRow("cut short") << png.left(png.size() / 2) << whole;
+    QTest::newRow("header only") << png.left(33) << whole;
+    QTest::newRow("PNG of 60000x60000") << ImageBytes::boastfulPng(60000) << whole;
+    QTest::newRow("PNG of 20000x20000") << ImageBytes::boastfulPng(20000) << whole;
+    QTest::newRow("BMP of 60000x60000") << ImageBytes::boastfulBmp(60000) << whole;
+    QTest::newRow("BMP of 20000x20000") << ImageBytes::boastfulBmp(20000) << cropped({0, 0, 0.001, 0.001});
+    QTest::newRow("crop far beyond") << png << cropped({0, 0, 1e9, 1e9});
+}
+
+void TestImageEdit::edit_fails_whenFileIsBad()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QVariantMap, info);
+    writeFile(at("bad.png"), content);
+    writeFile(at("good.png"), ImageBytes::encoded(pattern({100, 100}, 3), "PNG"));
+    const qint64 before = peakBytes();
+    QCOMPARE(editInPool(at("bad.png"), at("out.png"), info), 2);
+    QVERIFY(!editAtOnce(at("bad.png"), at("out.png"), info));
+    QVariantMap masked = info;
+    masked.insert(QStringLiteral("needMaskPhoto"), true);
+    masked.insert(QStringLiteral("maskPhotoPath"), at("bad.png"));
+    QVERIFY(!editAtOnce(at("good.png"), at("out.png"), masked));
+    if (info == cropped({0, 0, 1, 1}))
+        QCOMPARE(editInPool(at("good.png"), at("out.png"), masked), 2);
+    QVERIFY(!QFile::exists(at("out.png")));
+    QVERIFY(peakBytes() - before < 500'000'000);
+}
+
+void TestImageEdit::edit_keepsFiles_whenItFails()
+{
+    const QByteArray old("what was here before");
+    QVERIFY(corners({40, 20}).save(at("source.png")));
+    writeFile(at("drawing.png"), ImageBytes::boastfulPng(60000));
+    QVariantMap info = cropped({0, 0, 1, 1}, {{"editedImagePath", at("drawing.png")}});
+
+    // A drawing that cannot be read is left where it is.
+    const LogCapture log;
+    QVERIFY(editAtOnce(at("source.png"), at("out.png"), info));
+    QCOMPARE(QImage(at("out.png")), corners({40, 20}));
+    QVERIFY(QFile::exists(at("drawing.png")));
+    QCOMPARE(log.count("[drawOverlay]:\tcannot read the drawing"), 1);
+    QCOMPARE(log.count("[readImage]:\tpicture has over 100 megapixels"), 1);
+
+    // It is gone once it was drawn, even if the save fails; and what the target's place held stays.
+    for (const QString& target : {at("missing/out.png"), at("out.unknown")}) {
+        QVERIFY(corners({40, 20}).save(at("drawing.png")));
+        writeFile(at("out.unknown"), old);
+        QCOMPARE(editInPool(at("source.png"), target, info), 2);
+        QVERIFY(!QFile::exists(at("drawing.png")));
+        QFile kept(at("out.unknown"));
+        QVERIFY(kept.open(QIODevice::ReadOnly));
+        QCOMPARE(kept.readAll(), old);
+    }
+    // Nothing was drawn on a picture that cannot be read.
+    QVERIFY(corners({40, 20}).save(at("drawing.png")));
+    QCOMPARE(editInPool(at("nowhere.png"), at("other.png"), info), 2);
+    QVERIFY(QFile::exists(at("drawing.png")));
+    // A file may be edited into itself.
+    QVERIFY(editAtOnce(at("source.png"), at("source.png"), cropped({0, 0, 0.5, 0.5})));
+    QCOMPARE(QImage(at("source.png")).size(), QSize(20, 10));
+}
+
+void TestImageEdit::edit_keepsColouredDrawing_onGreyAndIndexedPictures_data()
+{
+    QTest::addColumn<QImage::Format>("format");
+    QTest::newRow("mono") << QImage::Format_Mono;
+    QTest::newRow("indexed") << QImage::Format_Indexed8;
+    QTest::newRow("grey") << QImage::Format_Grayscale8;
+    QTest::newRow("16 bits grey") << QImage::Format_Grayscale16;
+}
+
+void TestImageEdit::edit_keepsColouredDrawing_onGreyAndIndexedPictures()
+{
+    QFETCH(QImage::Format, format);
+    QImage white(20, 20, QImage::Format_RGB32);
+    white.fill(Qt::white);
+    QVERIFY(white.convertToFormat(format).save(at("source.png")));
+    QCOMPARE(QImage(at("source.png")).format(), format);
+    QImage drawing(20, 20, QImage::Format_ARGB32);
+    drawing.fill(Qt::transparent);
+    drawing.setPixelColor(3, 4, Qt::red);
+    QVERIFY(drawing.save(at("drawing.png")));
+    QVERIFY(editAtOnce(at("source.png"), at("out.png"),
+                       cropped({0, 0, 1, 1}, {{"editedImagePath", at("drawing.png")}})));
+    const QImage result(at("out.png"));
+    QCOMPARE(result.pixelColor(3, 4), QColor(Qt::red));
+    QCOMPARE(result.pixelColor(4, 3), QColor(Qt::white));
+}
+
+void TestImageEdit::task_reportsCancelled_andLeavesNoFile()
+{
+    QVERIFY(corners({40, 20}).save(at("source.png")));
+    const BaseFile file(QStringLiteral("id"), at("source.png"));
+    auto filter = EditFileFilterPtr::create();
+    filter->file = const_cast<BaseFile*>(&file);
+    filter->savePath = at("out.png");
+    filter->editInfo = cropped({0, 0, 1, 1});
+    ImageEditTask task(filter);
+    QSignalSpy spy(&task, &ImageEditTask::editFinish);
+    task.run();
+    QCOMPARE(spy.takeFirst().at(1).toInt(), 0);
+    QVERIFY(QFile::remove(at("out.png")));
+
+    task.cancel();
+    task.run();
+    QCOMPARE(spy.size(), 1);
+    QCOMPARE(spy.first().at(0).value<EditFileFilterPtr>(), filter);
+    QCOMPARE(spy.first().at(1).toInt(), 1);
+    QVERIFY(!QFile::exists(at("out.png")));
+}
+
+void TestImageEdit::cancelEdit_neverDangles_whileEditsEnd()
+{
+    QVERIFY(corners({300, 200}).save(at("source.png")));
+    constexpr int kEdits = 60;
+    std::vector<std::unique_ptr<BaseFile>> files;
+    std::vector<int> codes(kEdits, -1);
+    for (int i = 0; i < kEdits; ++i) {
+        const QString id = QString::number(i % 20); // later ones replace earlier ones
+        files.push_back(std::make_unique<BaseFile>(id, at("source.png")));
+        auto filter = EditFileFilterPtr::create();
+        filter->file = files.back().get();
+        filter->savePath = at(QStringLiteral("out%1.png").arg(i));
+        filter->editInfo = cropped({0, 0, 1, 1});
+        filter->clipCallback = [&codes, i](int, int code) { codes[size_t(i)] = code; };
+        provider->doEdit(filter);
+        if (i % 3 == 0)
+            QCOMPARE(provider->cancelEdit(id), EditState::Cancelled);
+    }
+    while (std::count(codes.begin(), codes.end(), -1) > 0) {
+        for (int id = 0; id < 20; id += 2)
+            provider->cancelEdit(QString::number(id));
+        QTest::qWait(1);
+    }
+    for (int i = 0; i < kEdits; ++i) {
+        QVERIFY(codes[size_t(i)] == 0 || codes[size_t(i)] == 1);
+        QCOMPARE(QFile::exists(at(QStringLiteral("out%1.png").arg(i))), codes[size_t(i)] == 0);
+    }
+    QCOMPARE(provider->cancelEdit(QStringLiteral("0")), EditState::None);
+    QCOMPARE(provider->cancelEdit(QStringLiteral("never seen")), EditState::None);
+}
+
+void TestImageEdit::doEdit_refusesRequest_withoutFile()
+{
+    const LogCapture log;
+    provider->doEdit({});
+    provider->doEdit(EditFileFilterPtr::create());
+    QCOMPARE(log.count("[doEdit]:\trequest names no file"), 2);
+}
+
+void TestImageEdit::editImage_takesOnly_whatItMayEdit_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QSize>("size"); ///< invalid if ignored
+    const QImage image = corners({96, 64});
+    const QByteArray gif = QByteArray::fromBase64("R0lGODlhAQABAIAAAP///wAAACwAAAAAAQABAAACAkQBADs=");
+    const QByteArray png = ImageBytes::encoded(image, "PNG");
+    QTest::newRow("PNG") << png << "a.png" << QSize(96, 64);
+    QTest::newRow("JPEG") << ImageBytes::encoded(image, "JPEG") << "a" << QSize(96, 64);
+    QTest::newRow("BMP called GIF") << ImageBytes::encoded(image, "BMP") << "a.gif" << QSize(96, 64);
+    QTest::newRow("PNG cut short") << png.left(png.size() / 2) << "a.png" << QSize(96, 64);
+    QTest::newRow("GIF called PNG") << gif << "a.png" << QSize();
+    QTest::newRow("GIF and PNG") << gif + png << "a.png" << QSize();
+    QTest::newRow("PPM") << ImageBytes::encoded(image, "PPM") << "a.png" << QSize();
+    QTest::newRow("nothing") << QByteArray() << "a.png" << QSize();
+    QTest::newRow("PNG of 60000x60000") << ImageBytes::boastfulPng(60000) << "a.png" << QSize();
+    QTest::newRow("BMP of 20000x20000") << ImageBytes::boastfulBmp(20000) << "a.bmp" << QSize();
+}
+
+void TestImageEdit::editImage_takesOnly_whatItMayEdit()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QString, name);
+    QFETCH(QSize, size);
+    writeFile(at(name), content);
+    QVERIFY(corners({80, 80}).save(at("before.png")));
+    provider->editImage(at("before.png"));
+    provider->setRotation(45.0);
+    QSignalSpy sizes(provider, &ImageEditProvider::imageSizeChanged);
+    const qint64 before = peakBytes();
+
+    provider->editImage(at(name), QSize(3, 3));
+    QCOMPARE(provider->srcPath(), at(size.isValid() ? name : "before.png"));
+    QCOMPARE(provider->imageSize(), size.isValid() ? size : QSize(80, 80));
+    QCOMPARE(provider->rotation(), size.isValid() ? 0.0 : 45.0);
+    QCOMPARE(sizes.size(), size.isValid() ? 2 : 0); // reset, then set
+
+    QVERIFY(peakBytes() - before < 500'000'000);
+}
+
+void TestImageEdit::setters_emit_onlyOnChange()
+{
+    QSignalSpy rotation(provider, &ImageEditProvider::rotationChanged);
+    QSignalSpy mirrored(provider, &ImageEditProvider::mirroredChanged);
+    QVector<ImageEditProvider::ScaleMode> modes;
+    connect(provider, &ImageEditProvider::scaleModeChanged, this, [&](auto mode) { modes += mode; });
+    QSignalSpy size(provider, &ImageEditProvider::imageSizeChanged);
+    for (int i = 0; i < 2; ++i) {
+        provider->setMirrored(true);
+        provider->setScaleMode(ImageEditProvider::S_9_16);
+        provider->setImageSize({3, 4});
+        provider->setRotation(90.0);
+        provider->setRotation(90.0 * (1.0 + 1e-13)); // as good as the same
+    }
+    QCOMPARE(mirrored.size(), 1);
+    QCOMPARE(modes, {ImageEditProvider::S_9_16});
+    provider->disconnect(this);
+    QCOMPARE(size.size(), 1);
+    QCOMPARE(rotation.size(), 1);
+    provider->setRotation(1e-15);
+    provider->setRotation(0.0); // nothing is nearly zero
+    QCOMPARE(rotation.size(), 3);
+}
+
+void TestImageEdit::editReset_restoresDefaults()
+{
+    QVERIFY(corners({96, 64}).save(at("source.png")));
+    provider->editImage(at("source.png"));
+    provider->setRotation(10.0);
+    provider->setMirrored(true);
+    provider->setScaleMode(ImageEditProvider::S_1_1);
+    provider->setFaceBlurEnabled(true);
+    provider->setFaceBlur(true);
+    QSignalSpy size(provider, &ImageEditProvider::imageSizeChanged);
+    QSignalSpy rotation(provider, &ImageEditProvider::rotationChanged);
+    provider->editReset();
+    provider->editReset();
+    QCOMPARE(size.size(), 1);
+    QCOMPARE(rotation.size(), 1);
+    QCOMPARE(provider->srcPath(), QString());
+    QCOMPARE(provider->imageSize(), QSize(-1, -1));
+    QCOMPARE(provider->rotation(), 0.0);
+    QVERIFY(!provider->mirrored() && !provider->faceBlurEnabled() && !provider->faceBlur());
+    QCOMPARE(provider->scaleMode(), ImageEditProvider::S_ORIGINAL);
+    QCOMPARE(provider->faceBlurPath(), QString());
+}
+
+void TestImageEdit::thumbnails_areMade_whereNeeded()
+{
+    QVERIFY(corners({1280, 640}).save(at("large.png")));
+    const QString thumb = provider->readThumbImage(at("large.png"));
+    QVERIFY(thumb.startsWith(temporary.path()) && thumb.endsWith(QLatin1String(".png")));
+    QVERIFY(thumb != at("large.png"));
+    QCOMPARE(QImage(thumb).size(), QSize(640, 320));
+    QVERIFY(corners({64, 64}).save(at("small.png")));
+    QCOMPARE(provider->readThumbImage(at("small.png")), at("small.png"));
+    QCOMPARE(provider->readThumbImage(at("nowhere.png")), at("nowhere.png"));
+
+    const QString bytes = provider->readThumbBytes(thumb);
+    QCOMPARE(QImage::fromData(QByteArray::fromBase64(bytes.toLatin1())).size(), QSize(32, 16));
+    QCOMPARE(provider->readThumbBytes(at("nowhere.png")), QString());
+}
+
+QTEST_GUILESS_MAIN(TestImageEdit)
+#include "test_imageedit.moc"

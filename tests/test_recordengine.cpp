@@ -1,0 +1,577 @@
+#include "multimedia/audiorecorder/audiorecorder.h"
+#include "multimedia/audiorecorder/recordengine.h"
+#include "multimedia/mediahandler/cwavewriter.h"
+#include "multimedia/multimediaprovider.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/mediacheck.h"
+#include "tests/support/soundcheck.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QFileInfo>
+#include <QtCore/QProcess>
+#include <QtCore/QTemporaryDir>
+#include <QtGui/QGuiApplication>
+#include <QtMultimedia/QAudioDeviceInfo>
+#include <QtQml/QQmlComponent>
+#include <QtQml/QQmlContext>
+#include <QtQml/QQmlEngine>
+#include <QtTest/QtTest>
+
+#include <algorithm>
+#include <cmath>
+#include <csignal>
+#include <map>
+#include <memory>
+
+/// Recordings of a real microphone, that of the private desktop.
+
+namespace {
+
+constexpr int kRate = 24000;
+constexpr int kPatience_ms = 20'000;
+constexpr auto kLeaveRecording = "--leave-recording";
+
+QString media(const char* name)
+{
+    return QStringLiteral(TEST_MEDIA_DIR "/voice/") + QLatin1String(name);
+}
+
+/// A program that plays sound, ended with the object.
+class Program : public QProcess
+{
+public:
+    Program(const QString& program, const QStringList& arguments)
+    {
+        setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        start(program, arguments);
+    }
+    ~Program() override
+    {
+        terminate();
+        waitForFinished();
+    }
+};
+
+bool pactl(const QStringList& arguments)
+{
+    return QProcess::execute(QStringLiteral("pactl"), arguments) == 0;
+}
+
+bool isListed(const QString& device)
+{
+    const auto devices = QAudioDeviceInfo::availableDevices(QAudio::AudioInput);
+    return std::any_of(devices.begin(), devices.end(),
+                       [&](const QAudioDeviceInfo& info) { return info.deviceName() == device; });
+}
+
+bool hasSound(const QVariantList& bands)
+{
+    return std::any_of(bands.begin(), bands.end(), [](const QVariant& band) { return band.toDouble() > 0; });
+}
+
+int threadCount()
+{
+    return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
+}
+
+QString writeWave(const QTemporaryDir& dir, const soundcheck::Samples& samples)
+{
+    QString path = dir.filePath(QStringLiteral("fed.wav"));
+    const QByteArray data(reinterpret_cast<const char*>(samples.data()), int(samples.size() * 2));
+    const QVariantMap info = {{QStringLiteral("channels"), 1},
+                              {QStringLiteral("sampleRate"), kRate},
+                              {QStringLiteral("sampleFormat"), QStringLiteral("PCMFormatInt16")}};
+    CWaveWriter::writeWaveFile({{QStringLiteral("pcmData"), data}, {QStringLiteral("pcmInfo"), info}}, path);
+    return path;
+}
+
+} // namespace
+
+class TestRecordEngine : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanup();
+
+    void qml_recordsSpeech();
+    void record_changesVoice_inEveryType();
+    void stopRecord_removesFile_whenNotSaved();
+    void startRecord_leavesRunningOne_alone();
+    void stopRecord_reportsNothing_withoutStart();
+    void storagePath_isKept_whenItCannotBeMade();
+    void config_isReplaced_andForgotten();
+    void convertToPCM_givesMap_orNothing();
+    void convertSamples_stretchesAndShrinks_data();
+    void convertSamples_stretchesAndShrinks();
+    void record_ends_withProcess_data();
+    void record_ends_withProcess();
+    void record_ends_whenMicrophoneVanishes();
+    void record_survives_deathOfServer();
+
+private:
+    /// Waits for the first report of a running recording.
+    bool runs();
+
+    QTemporaryDir dir;
+    RecordEngine* engine = nullptr;
+};
+
+void TestRecordEngine::initTestCase()
+{
+    engine = MultimediaProvider::instance().recordEngine();
+    QVERIFY(engine->storagePath().endsWith(QStringLiteral("/audio")));
+    QVERIFY(QFileInfo(engine->storagePath()).isDir());
+    // The server's client has its thread from the first look at the devices on.
+    QTRY_VERIFY(isListed(QStringLiteral("mic")));
+}
+
+void TestRecordEngine::cleanup()
+{
+    MultimediaProvider::unregist();
+    engine->cancelRecord();
+}
+
+bool TestRecordEngine::runs()
+{
+    return QSignalSpy(engine, &RecordEngine::updateRecordInfo).wait(kPatience_ms);
+}
+
+void TestRecordEngine::qml_recordsSpeech()
+{
+    QQmlEngine qml;
+    MultimediaProvider::registType(qml);
+    QQmlComponent component(&qml);
+    component.setData(R"(
+        import QtQml 2.15
+        QtObject {
+            id: page
+            property QtObject engine: MultimediaProvider.recordEngine
+            property var finished: []
+            property var durations: []
+            property var stops: []
+            property var spectra: []
+            property int device: engine.hasVisibleAudioInputDev()
+            function start() { engine.setSpectrumNum(40); return engine.startRecord() }
+            function stop() { return engine.stopRecord() }
+            function samples() { return engine.getSampleData() }
+            property var connections: Connections {
+                target: page.engine
+                function onRecordFinished(map) { page.finished.push(map) }
+                function onUpdateRecordInfo(duration, isStop) {
+                    page.durations.push(duration)
+                    page.stops.push(isStop)
+                }
+                function onVoiceAmplitudeChanged(bands) { page.spectra.push(bands) }
+            }
+        })",
+                      {});
+    const std::unique_ptr<QObject> page(component.create());
+    QVERIFY2(page, qPrintable(component.errorString()));
+    QCOMPARE(page->property("device").toInt(), 0);
+    const auto call = [&](const char* function) {
+        QVariant result;
+        QMetaObject::invokeMethod(page.get(), function, Q_RETURN_ARG(QVariant, result));
+        return result;
+    };
+    const auto list = [&](const char* property) { return page->property(property).toList(); };
+
+    QVERIFY(call("start").toBool());
+    QVERIFY(engine->isRecording());
+    QSignalSpy spectra(engine, &RecordEngine::voiceAmplitudeChanged);
+    QVERIFY(runs());
+    {
+        Program speech(QStringLiteral("feed-microphone"), {media("speech.wav")});
+        QTRY_VERIFY_WITH_TIMEOUT(!spectra.isEmpty() && hasSound(spectra.last().first().toList()),
+                                 kPatience_ms);
+        // The bars fall, and nothing more is told, when the speech is over.
+        QTRY_VERIFY_WITH_TIMEOUT(speech.state() == QProcess::NotRunning &&
+                                     !hasSound(spectra.last().first().toList()),
+                                 kPatience_ms);
+    }
+    spectra.clear();
+    QVERIFY(runs());
+    QVERIFY(runs());
+    QCOMPARE(spectra.count(), 0);
+    QVERIFY(call("stop").toBool());
+    QVERIFY(!engine->isRecording());
+
+    QCOMPARE(list("finished").size(), 1);
+    const QVariantMap finished = list("finished").first().toMap();
+    QCOMPARE(finished.keys(),
+             (QStringList{QStringLiteral("filePath"), QStringLiteral("sample"), QStringLiteral("size")}));
+    const QString path = finished.value(QStringLiteral("filePath")).toString();
+    QCOMPARE(QFileInfo(path).path(), engine->storagePath());
+    QVERIFY(QRegularExpression(QStringLiteral("/[0-9]{13}\\.aac$")).match(path).hasMatch());
+    QCOMPARE(finished.value(QStringLiteral("size")).toLongLong(), QFileInfo(path).size());
+    const QVariantList samples = finished.value(QStringLiteral("sample")).toList();
+    QCOMPARE(samples.size(), 1000);
+    QVERIFY(std::all_of(samples.begin(), samples.end(), [](const QVariant& sample) {
+        return sample.toDouble() >= 0 && sample.toDouble() <= 1;
+    }));
+    QCOMPARE(call("samples").toList().size(), 30);
+    QVERIFY(std::all_of(list("spectra").begin(), list("spectra").end(),
+                        [](const QVariant& bands) { return bands.toList().size() == 41; }));
+
+    const QVariantList durations = list("durations");
+    QVERIFY(std::is_sorted(durations.begin(), durations.end(), [](const QVariant& a, const QVariant& b) {
+        return a.toLongLong() < b.toLongLong();
+    }));
+    QCOMPARE(list("stops").count(true), 1);
+    QVERIFY(list("stops").last().toBool());
+
+    QCOMPARE(mediacheck::decodeErrors(path), QString());
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.read(2).toHex(), QByteArray("fff1"));
+    const auto recorded = mediacheck::decodeAudio(path, kRate);
+    // Up to three frames still waited, and one more is the encoder's.
+    const double missing_ms = durations.last().toDouble() - double(recorded.size()) * 1000 / kRate;
+    QVERIFY2(std::abs(missing_ms) < 250, qPrintable(QString::number(missing_ms)));
+    auto fed = mediacheck::decodeAudio(media("speech.wav"), kRate);
+    fed.resize(fed.size() - kRate / 2); // of silence, the end of which has not reached the file
+    const double correlation = soundcheck::bestCorrelation(recorded, fed);
+    qInfo("correlation with what was fed: %.4f", correlation);
+    QVERIFY(correlation > 0.9);
+}
+
+void TestRecordEngine::record_changesVoice_inEveryType()
+{
+    constexpr double kVoice_hz = 120;
+    RecordConfig config;
+    config.setInputDevice(QStringLiteral("mic"));
+    const QString fed = writeWave(dir, soundcheck::vowel(kRate, kVoice_hz, 1));
+    const Program voice(QStringLiteral("feed-microphone"), {QStringLiteral("--loop"), fed});
+
+    // The first one hears when the voice begins; all others record it at once.
+    const int threads = threadCount();
+    std::map<int, std::unique_ptr<AudioRecorder>> recorders;
+    std::map<int, qlonglong> durations;
+    std::map<int, soundcheck::Samples> sounds;
+    const auto start = [&](int type) {
+        auto& recorder = recorders[type] = std::make_unique<AudioRecorder>();
+        recorder->setRecordPath(dir.filePath(QStringLiteral("type%1.aac").arg(type)));
+        return recorder->startRecord(&config, type);
+    };
+    QVERIFY(start(0));
+    QSignalSpy heard(recorders[0].get(), &AudioRecorder::calcutedFFFTComplated);
+    QTRY_VERIFY_WITH_TIMEOUT(!heard.isEmpty() && hasSound(heard.last().first().toList()), kPatience_ms);
+    for (const int type : {1, 2, 3, 4, 5, 8})
+        QVERIFY(start(type));
+    QSignalSpy reports(engine, &RecordEngine::updateRecordInfo);
+    qlonglong result_ms = 0;
+    connect(engine, &RecordEngine::updateRecordInfo, &reports, [&](qlonglong duration, bool stopped) {
+        if (stopped)
+            result_ms = duration;
+    });
+    const auto recordedLately_ms = [&] {
+        return reports.isEmpty() ? 0 : reports.last().first().toLongLong();
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(recordedLately_ms() > 2500, kPatience_ms);
+
+    for (auto& [type, recorder] : recorders) {
+        QSignalSpy finished(recorder.get(), &AudioRecorder::recordFinish);
+        QVERIFY(recorder->stopRecord(true));
+        QTRY_COMPARE(recorder->state(), RECORDER_IDLE);
+        QCOMPARE(finished.count(), recorder->isChangeVoice() ? 1 : 0);
+        durations[type] = result_ms;
+        QCOMPARE(mediacheck::decodeErrors(recorder->recordPath()), QString());
+        sounds[type] = mediacheck::decodeAudio(recorder->recordPath(), kRate);
+        const auto sound_ms = qlonglong(sounds[type].size()) * 1000 / kRate;
+        qInfo("type %d: %lld ms, in the file %lld ms", type, durations[type], sound_ms);
+        QVERIFY(std::abs(durations[type] - sound_ms) < (type == 5 ? 800 : 400));
+    }
+    recorders.clear();
+    QTRY_VERIFY(threadCount() <= threads);
+
+    // Each was stopped a little later than the one before.
+    QVERIFY(std::abs(durations[5] - 2 * durations[4]) < 600);
+    QVERIFY(std::abs(durations[8] - durations[4] / 2) < 400);
+    for (const int type : {2, 3, 4})
+        QVERIFY(durations[type] >= durations[1] && durations[type] - durations[1] < 1200);
+
+    const std::map<int, double> pitches = {{0, 1}, {1, 2.6}, {2, 0.5}, {4, 1}, {5, 1}, {8, 1}};
+    for (const auto& [type, factor] : pitches) {
+        const double expected = kVoice_hz * factor;
+        const double found =
+            soundcheck::pitch(sounds[type], kRate, expected / 1.5, expected * 1.5, sounds[type].size() / 2);
+        qInfo("type %d: %.1f Hz", type, found);
+        QVERIFY(std::abs(found / expected - 1) < 0.03);
+    }
+    // 300 Hz on harmonics of 120: the sound has moved to the odd multiples of 60 Hz.
+    const auto oddShare = [&](int type) {
+        const auto& sound = sounds[type];
+        const soundcheck::Samples middle(sound.begin() + kRate / 2, sound.begin() + kRate * 3 / 2);
+        double share = 0;
+        for (int hz = 60; hz < 4000; hz += 120)
+            share += soundcheck::energyShare(middle, kRate, hz);
+        return share;
+    };
+    qInfo("share of the modulation: %.3f of type 3, %.4f of type 4", oddShare(3), oddShare(4));
+    QVERIFY(oddShare(3) > 0.2);
+    QVERIFY(oddShare(4) < 0.02);
+    const soundcheck::Samples part(sounds[4].begin() + kRate, sounds[4].begin() + kRate * 3 / 2);
+    const double correlation = soundcheck::bestCorrelation(sounds[0], part);
+    qInfo("correlation of type 4 with type 0: %.4f", correlation);
+    QVERIFY(correlation > 0.95); // each stream of the server is resampled at a moment of its own
+}
+
+void TestRecordEngine::stopRecord_removesFile_whenNotSaved()
+{
+    QSignalSpy finished(engine, &RecordEngine::recordFinished);
+    for (const int type : {0, 3}) {
+        QVERIFY(engine->startRecord(type));
+        QVERIFY(type != 0 || runs());
+        QCOMPARE(QDir(engine->storagePath()).entryList(QDir::Files).size(), 1);
+        QVERIFY(engine->stopRecord(false));
+        QCOMPARE(QDir(engine->storagePath()).entryList(QDir::Files).size(), 0);
+        QCOMPARE(engine->getSampleData().size(), type == 0 ? 30 : 0);
+    }
+    QVERIFY(engine->startRecord());
+    QVERIFY(runs());
+    engine->cancelRecord();
+    QCOMPARE(QDir(engine->storagePath()).entryList(QDir::Files).size(), 0);
+    QVERIFY(engine->getSampleData().isEmpty());
+    QCOMPARE(finished.count(), 0);
+}
+
+void TestRecordEngine::startRecord_leavesRunningOne_alone()
+{
+    QSignalSpy finished(engine, &RecordEngine::recordFinished);
+    QVERIFY(engine->startRecord());
+    const QStringList files = QDir(engine->storagePath()).entryList(QDir::Files);
+    QVERIFY(runs());
+    QVERIFY(!engine->startRecord());
+    QVERIFY(!engine->startRecord(1));
+    QVERIFY(engine->isRecording());
+    QVERIFY(engine->stopRecord());
+    QCOMPARE(QDir(engine->storagePath()).entryList(QDir::Files), files);
+    const QVariantMap map = finished.last().first().toMap();
+    QCOMPARE(QFileInfo(map.value(QStringLiteral("filePath")).toString()).fileName(), files.first());
+    QVERIFY(map.value(QStringLiteral("size")).toLongLong() > 0);
+}
+
+void TestRecordEngine::stopRecord_reportsNothing_withoutStart()
+{
+    QSignalSpy finished(engine, &RecordEngine::recordFinished);
+    QVERIFY(engine->stopRecord());
+    QCOMPARE(finished.count(), 1);
+    const QVariantMap map = finished.first().first().toMap();
+    QVERIFY(map.value(QStringLiteral("sample")).toList().isEmpty());
+    QCOMPARE(map.value(QStringLiteral("size")).toLongLong(), 0);
+    QVERIFY(engine->stopRecord(false));
+    engine->cancelRecord();
+    QVERIFY(!engine->isRecording());
+}
+
+void TestRecordEngine::storagePath_isKept_whenItCannotBeMade()
+{
+    const QString good = engine->storagePath();
+    const QString bad = QStringLiteral("/proc/none/audio");
+    QSignalSpy changed(engine, &RecordEngine::storagePathChanged);
+    QSignalSpy finished(engine, &RecordEngine::recordFinished);
+    const LogCapture log;
+    engine->setStoragePath(bad);
+    engine->setStoragePath(bad);
+    QCOMPARE(changed.count(), 1);
+    QCOMPARE(engine->storagePath(), bad);
+    QCOMPARE(log.count(bad), 1);
+    QVERIFY(engine->startRecord());
+    QVERIFY(runs());
+    QVERIFY(engine->stopRecord());
+    QCOMPARE(finished.last().first().toMap().value(QStringLiteral("size")).toLongLong(), 0);
+
+    engine->setStoragePath(good);
+    QVERIFY(engine->startRecord());
+    QVERIFY(runs());
+    QVERIFY(engine->stopRecord());
+    QVERIFY(finished.last().first().toMap().value(QStringLiteral("size")).toLongLong() > 0);
+}
+
+void TestRecordEngine::config_isReplaced_andForgotten()
+{
+    RecordConfig* own = engine->config();
+    QCOMPARE(own->inputDevice(), QStringLiteral("Default"));
+    QCOMPARE(own->sampleRate(), 24000);
+    QCOMPARE(own->channels(), 1);
+    QSignalSpy rates(own, &RecordConfig::sampleRateChanged);
+    own->setSampleRate(24000);
+    own->setSampleRate(48000);
+    own->setSampleRate(24000);
+    QCOMPARE(rates.count(), 2);
+    QSignalSpy changed(engine, &RecordEngine::configChanged);
+    {
+        RecordConfig other;
+        engine->setConfig(&other);
+        engine->setConfig(&other);
+        QVERIFY(engine->startRecord());
+    }
+    // It has taken its configuration with it, not the recording.
+    QVERIFY(runs());
+    QVERIFY(engine->stopRecord(false));
+    QVERIFY(!engine->startRecord());
+    engine->setConfig(own);
+    QCOMPARE(changed.count(), 2);
+
+    QSignalSpy states(engine, &RecordEngine::stateChanged);
+    engine->setState(2);
+    engine->setState(2);
+    QCOMPARE(states.count(), 2);
+    QCOMPARE(states.last(), (QList<QVariant>{QString(), 2}));
+}
+
+void TestRecordEngine::convertToPCM_givesMap_orNothing()
+{
+    const QVariantMap pcm = engine->convertToPCM(media("speech.aac"));
+    QVERIFY(pcm.value(QStringLiteral("pcmData")).toByteArray().size() > kRate);
+    QCOMPARE(pcm.value(QStringLiteral("pcmInfo")).toMap().value(QStringLiteral("sampleRate")).toInt(), kRate);
+    QVERIFY(engine->convertToPCM(QString()).isEmpty());
+    QVERIFY(engine->convertToPCM(media("none.aac")).isEmpty());
+    QVERIFY(engine->convertToPCM(media("empty.wav")).isEmpty());
+}
+
+void TestRecordEngine::convertSamples_stretchesAndShrinks_data()
+{
+    using List = QList<double>;
+    constexpr double kAny = -1; // of the random values
+    QTest::addColumn<int>("count");
+    QTest::addColumn<List>("source");
+    QTest::addColumn<List>("expected");
+    QTest::newRow("empty") << 5 << List() << List();
+    QTest::newRow("same") << 3 << List{1, 2, 3} << List{1, 2, 3};
+    QTest::newRow("none") << 0 << List{1, 2} << List();
+    QTest::newRow("negative") << -3 << List{1, 2} << List();
+    QTest::newRow("huge") << 2000000000 << List{1, 2} << List();
+    QTest::newRow("shrink") << 3 << List{1, 2, 3, 4, 5, 6, 7} << List{1, 3, 5};
+    QTest::newRow("shrink to one") << 1 << List{1, 2, 3} << List{1};
+    QTest::newRow("one more") << 5 << List{1, 2, 3, 4} << List{1, 1.5, 2, 3, 4};
+    QTest::newRow("half more") << 6 << List{1, 2, 3, 4} << List{1, 1.5, 2, 2.5, 3, 4};
+    QTest::newRow("twice") << 6 << List{1, 2, 3} << List{1, 1.5, 2.5, 3, 2, 3};
+    QTest::newRow("of one") << 10 << List{4} << List{4, 4, 4, 4, 4, 4, 4, 4, 4, 4};
+    // Two random values in the first gap, then midpoints, and no gap is left for the rest.
+    QTest::newRow("too many") << 8 << List{1, 2, 3} << List{1, kAny, kAny, 2.5, 2, 3, 3};
+}
+
+void TestRecordEngine::convertSamples_stretchesAndShrinks()
+{
+    QFETCH(int, count);
+    QFETCH(QList<double>, source);
+    QFETCH(QList<double>, expected);
+    const QList<double> result = engine->convertSamples(count, source);
+    qInfo() << result;
+    QCOMPARE(result.size(), expected.size());
+    for (int i = 0; i < result.size(); ++i) {
+        if (expected[i] < 0)
+            QVERIFY(result[i] >= source[0] && result[i] <= source[1]);
+        else
+            QCOMPARE(result[i], expected[i]);
+    }
+}
+
+void TestRecordEngine::record_ends_withProcess_data()
+{
+    QTest::addColumn<QString>("type");
+    for (const char* type : {"0", "1", "8"})
+        QTest::newRow(type) << QString::fromLatin1(type);
+}
+
+void TestRecordEngine::record_ends_withProcess()
+{
+    QFETCH(QString, type);
+    Program process(QCoreApplication::applicationFilePath(), {QLatin1String(kLeaveRecording), type});
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process.exitCode(), 0);
+}
+
+void TestRecordEngine::record_ends_whenMicrophoneVanishes()
+{
+    // Everything else that can be recorded from hears a tone.
+    const QString tone = writeWave(dir, soundcheck::tone(kRate, 1000, 1, 20000));
+    const Program speakers(QStringLiteral("paplay"), {QStringLiteral("-d"), QStringLiteral("spk"), tone});
+    engine->config()->setInputDevice(QStringLiteral("mic"));
+    QSignalSpy finished(engine, &RecordEngine::recordFinished);
+    QVERIFY(engine->startRecord());
+    QVERIFY(runs());
+    QVERIFY(runs());
+    const LogCapture log;
+    QVERIFY(pactl({QStringLiteral("unload-module"), QStringLiteral("module-remap-source")}));
+    const Program room(QStringLiteral("feed-microphone"), {QStringLiteral("--loop"), tone});
+    QTRY_COMPARE_WITH_TIMEOUT(log.count("audio input device mic is gone"), 1, kPatience_ms);
+    QVERIFY(engine->isRecording());
+    QVERIFY(engine->stopRecord());
+    const QString path = finished.last().first().toMap().value(QStringLiteral("filePath")).toString();
+    QCOMPARE(mediacheck::decodeErrors(path), QString());
+    const auto recorded = mediacheck::decodeAudio(path, kRate);
+    QVERIFY(!recorded.empty());
+    QVERIFY(mediacheck::rms(recorded) < 10);
+
+    QVERIFY(!engine->startRecord());
+    QVERIFY(!engine->hasVisibleAudioInputDev(QStringLiteral("mic")));
+    QVERIFY(pactl({QStringLiteral("load-module"), QStringLiteral("module-remap-source"),
+                   QStringLiteral("source_name=mic"), QStringLiteral("master=micbus.monitor")}));
+    QTRY_VERIFY_WITH_TIMEOUT(isListed(QStringLiteral("mic")), kPatience_ms);
+    QVERIFY(engine->startRecord());
+    QVERIFY(runs());
+    QVERIFY(engine->stopRecord(false));
+    engine->config()->setInputDevice(QStringLiteral("Default"));
+}
+
+void TestRecordEngine::record_survives_deathOfServer()
+{
+    std::unique_ptr<Program> another;
+    auto server = pid_t(qEnvironmentVariableIntValue("RIG_PULSE_PID"));
+    QVERIFY(engine->startRecord() && engine->stopRecord(false)); // the spectrum's thread stays from then on
+    const int threads = threadCount();
+    for (const int type : {0, 1}) {
+        QSignalSpy finished(engine, &RecordEngine::recordFinished);
+        QVERIFY(engine->startRecord(type));
+        QVERIFY(type != 0 || runs());
+        const LogCapture log;
+        QCOMPARE(kill(server, SIGKILL), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(log.count("Connection terminated") > 0, kPatience_ms);
+        // The recorder is told nothing.
+        QVERIFY(engine->isRecording());
+        QVERIFY(engine->stopRecord(type == 0));
+        QCOMPARE(finished.count(), type == 0 ? 1 : 0);
+        if (type == 0)
+            QCOMPARE(mediacheck::decodeErrors(
+                         finished.last().first().toMap().value(QStringLiteral("filePath")).toString()),
+                     QString());
+        QVERIFY(!engine->startRecord(type));
+        QVERIFY(!engine->isRecording());
+        another = std::make_unique<Program>(QStringLiteral("pulse-server"),
+                                            QStringList{qEnvironmentVariable("RIG_DIR")});
+        QVERIFY(another->waitForStarted());
+        server = pid_t(another->processId());
+        QTRY_VERIFY_WITH_TIMEOUT(engine->isRecording() || engine->startRecord(), kPatience_ms);
+        QVERIFY(runs());
+        QVERIFY(engine->stopRecord(false));
+    }
+    QTRY_VERIFY(threadCount() <= threads);
+}
+
+/// A host that ends without stopping its recording.
+int leaveRecording(int argc, char** argv)
+{
+    const QCoreApplication application(argc, argv);
+    RecordEngine* engine = RecordEngine::instance();
+    if (!engine->startRecord(QCoreApplication::arguments().value(2).toInt()))
+        return 1;
+    // A changed voice tells nothing before half a second of it.
+    QObject::connect(engine, &RecordEngine::updateRecordInfo, &application,
+                     [] { QCoreApplication::exit(0); });
+    return QCoreApplication::exec();
+}
+
+int main(int argc, char** argv)
+{
+    if (argc > 1 && QLatin1String(argv[1]) == QLatin1String(kLeaveRecording))
+        return leaveRecording(argc, argv);
+    const QGuiApplication application(argc, argv);
+    TestRecordEngine test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "test_recordengine.moc"

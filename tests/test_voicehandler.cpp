@@ -1,0 +1,183 @@
+#include "multimedia/audiorecorder/voicehandler.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/soundcheck.h"
+
+#include <QtTest/QtTest>
+
+#include <cstring>
+
+namespace {
+
+constexpr int kRate = 24000;
+constexpr int kUnchanged = 4;
+
+QByteArray bytesOf(const soundcheck::Samples& samples)
+{
+    return {reinterpret_cast<const char*>(samples.data()), int(samples.size() * sizeof(samples[0]))};
+}
+
+/// A handler and what came out of it, by queued delivery as a recorder gets it.
+struct Handled
+{
+    Handled()
+    {
+        QObject::connect(&handler, &VoiceHandler::dataHandled, &handler,
+                         [this](const QByteArray& data) { output += data; });
+        QObject::connect(&handler, &VoiceHandler::closed, &handler, [this] { ++ends; });
+    }
+
+    QByteArray output;
+    int ends = 0;
+    VoiceHandler handler;
+};
+
+} // namespace
+
+class TestVoiceHandler : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void handler_passesVoice_inEveryBlockSize_data();
+    void handler_passesVoice_inEveryBlockSize();
+    void handler_givesAsMuchAsItGot_withEffect_data();
+    void handler_givesAsMuchAsItGot_withEffect();
+    void handler_givesSecondChannel_ofStereo();
+    void close_endsAtOnce_whenBufferIsEmpty();
+    void close_doesNothing_whenNeverOpened();
+    void close_dropsEverything_immediately();
+    void openHandler_takesUpWhatWaits_andOpensAgain();
+    void openHandler_staysFinished_onBadFormat();
+};
+
+void TestVoiceHandler::handler_passesVoice_inEveryBlockSize_data()
+{
+    QTest::addColumn<int>("block");
+    for (const int block : {2, 100, 960, 2400, 100000})
+        QTest::addRow("%d bytes", block) << block;
+}
+
+void TestVoiceHandler::handler_passesVoice_inEveryBlockSize()
+{
+    QFETCH(int, block);
+    const QByteArray input = bytesOf(soundcheck::vowel(kRate, 120, 0.3));
+    Handled handled;
+    handled.handler.openHandler(kRate, 1, 16, kUnchanged);
+    QCOMPARE(handled.handler.handlerState(), VoiceHandler::HandlerRunning);
+    for (int i = 0; i < input.size(); i += block)
+        handled.handler.putOriginalData(input.mid(i, block));
+    handled.handler.close(false);
+    handled.handler.close(false);
+    QTRY_COMPARE(handled.ends, 1);
+    QCOMPARE(handled.output, input);
+    QVERIFY(!handled.handler.hasOrginalData());
+    handled.handler.close(true);
+    QVERIFY(handled.handler.finished());
+    QCoreApplication::processEvents();
+    QCOMPARE(handled.ends, 1);
+}
+
+void TestVoiceHandler::handler_givesAsMuchAsItGot_withEffect_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<int>("bytes");
+    for (const int type : {1, 2, 3}) {
+        for (const int bytes : {2, 960, 12346})
+            QTest::addRow("type %d, %d bytes", type, bytes) << type << bytes;
+    }
+}
+
+void TestVoiceHandler::handler_givesAsMuchAsItGot_withEffect()
+{
+    QFETCH(int, type);
+    QFETCH(int, bytes);
+    Handled handled;
+    handled.handler.openHandler(kRate, 1, 16, type);
+    const QByteArray input = bytesOf(soundcheck::vowel(kRate, 120, 1)).mid(100, bytes);
+    handled.handler.putOriginalData(input);
+    handled.handler.close(false);
+    QTRY_COMPARE(handled.ends, 1);
+    QCOMPARE(handled.output.size(), input.size());
+    QVERIFY(handled.output != input);
+}
+
+void TestVoiceHandler::handler_givesSecondChannel_ofStereo()
+{
+    soundcheck::Samples input;
+    for (int16_t i = 0; i < 4800; ++i)
+        input.insert(input.end(), {int16_t(1), i});
+    Handled handled;
+    handled.handler.openHandler(kRate, 2, 16, kUnchanged);
+    handled.handler.putOriginalData(bytesOf(input));
+    handled.handler.close(false);
+    QTRY_COMPARE(handled.ends, 1);
+    // One sample a frame, and silence up to the bytes that were fed.
+    QCOMPARE(handled.output.size(), int(input.size() * 2));
+    soundcheck::Samples output(input.size());
+    std::memcpy(output.data(), handled.output.constData(), size_t(handled.output.size()));
+    for (size_t i = 0; i < output.size(); ++i)
+        QCOMPARE(output[i], int16_t(i < 4800 ? i : 0));
+}
+
+void TestVoiceHandler::close_endsAtOnce_whenBufferIsEmpty()
+{
+    Handled handled;
+    handled.handler.openHandler(kRate, 1, 16, 1);
+    handled.handler.close(false);
+    QTRY_COMPARE(handled.ends, 1);
+    QCOMPARE(handled.output.size(), 0);
+}
+
+void TestVoiceHandler::close_doesNothing_whenNeverOpened()
+{
+    Handled handled;
+    handled.handler.putOriginalData("kept");
+    handled.handler.close(false);
+    handled.handler.close(true);
+    QVERIFY(handled.handler.finished());
+    QVERIFY(handled.handler.hasOrginalData());
+    handled.handler.clear();
+    QVERIFY(!handled.handler.hasOrginalData());
+}
+
+void TestVoiceHandler::close_dropsEverything_immediately()
+{
+    for (int round = 0; round < 20; ++round) {
+        Handled handled;
+        handled.handler.openHandler(kRate, 1, 16, round % 4);
+        handled.handler.putOriginalData(QByteArray(round * 5000 + 1, 'x'));
+        if (round % 2 != 0)
+            handled.handler.close(false);
+        handled.handler.close(true);
+        QVERIFY(handled.handler.finished());
+        QVERIFY(!handled.handler.hasOrginalData());
+    }
+}
+
+void TestVoiceHandler::openHandler_takesUpWhatWaits_andOpensAgain()
+{
+    Handled handled;
+    for (int round = 1; round <= 3; ++round) {
+        handled.output.clear();
+        handled.handler.putOriginalData(QByteArray(3000, char(round)));
+        handled.handler.openHandler(kRate, 1, 16, kUnchanged);
+        handled.handler.close(false);
+        QTRY_COMPARE(handled.ends, round);
+        handled.handler.close(true);
+        QCOMPARE(handled.output, QByteArray(3000, char(round)));
+    }
+}
+
+void TestVoiceHandler::openHandler_staysFinished_onBadFormat()
+{
+    const LogCapture log;
+    Handled handled;
+    handled.handler.openHandler(kRate, 1, 8, 1);
+    handled.handler.openHandler(0, 1, 16, 1);
+    handled.handler.openHandler(kRate, 0, 16, 1);
+    QVERIFY(handled.handler.finished());
+    QCOMPARE(log.count("openHandler"), 3);
+}
+
+QTEST_GUILESS_MAIN(TestVoiceHandler)
+#include "test_voicehandler.moc"
