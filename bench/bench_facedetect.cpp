@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -153,77 +154,97 @@ std::vector<unsigned char> randomBytes(std::size_t count)
     return bytes;
 }
 
-void runLayer(benchmark::State& state, const facedetectcnn::KernelFamily* family, ImageSize image,
-              std::size_t layer)
+/// What a layer's convolution reads and writes.
+struct LayerBlobs
 {
-    facedetectcnn::forceKernelFamily(family);
-    init_parameters();
-    const LayerRun run = layerRun(layer, image);
-    CDataBlob<unsigned char> input;
-    input.create(run.width, run.height, run.channels);
-    const auto bytes = randomBytes(static_cast<std::size_t>(run.channels));
-    for (std::int32_t y = 0; y < run.height; ++y) {
-        for (std::int32_t x = 0; x < run.width; ++x)
-            std::copy(bytes.begin(), bytes.end(), input.pixel(x, y));
+    LayerBlobs(std::size_t index, ImageSize image)
+        : layer(index)
+    {
+        const LayerRun run = layerRun(layer, image);
+        input.create(run.width, run.height, run.channels);
+        const auto bytes = randomBytes(static_cast<std::size_t>(run.channels));
+        for (std::int32_t y = 0; y < run.height; ++y) {
+            for (std::int32_t x = 0; x < run.width; ++x)
+                std::copy(bytes.begin(), bytes.end(), input.pixel(x, y));
+        }
     }
+    void run() { convolution(input, g_pFilters[layer], &output); }
+
+    std::size_t layer;
+    CDataBlob<unsigned char> input;
     CDataBlob<std::int32_t> output;
+};
+
+void benchLayer(benchmark::State& state, ImageSize image, std::size_t layer)
+{
+    LayerBlobs blobs(layer, image);
+    const LayerRun run = layerRun(layer, image);
     compare(
-        state, run.products(), [&] { convolution(input, g_pFilters[layer], &output); }, oneDnnLayer(run));
+        state, run.products(), [&] { blobs.run(); }, oneDnnLayer(run));
 }
 
-void runWhole(benchmark::State& state, const facedetectcnn::KernelFamily* family, ImageSize image)
+void benchAllLayers(benchmark::State& state, ImageSize image, const std::function<void()>& ours)
 {
-    facedetectcnn::forceKernelFamily(family);
     double products = 0.0;
     for (std::size_t layer = 0; layer < kLayers.size(); ++layer)
         products += layerRun(layer, image).products();
-    const auto pixels = randomBytes(3U * image.width * image.height);
-    compare(
-        state, products,
-        [&] {
-            benchmark::DoNotOptimize(
-                objectdetect_cnn(pixels.data(), image.width, image.height, 3 * image.width));
-        },
-        oneDnnNetwork(image));
+    compare(state, products, ours, oneDnnNetwork(image));
 }
 
-/// The network without the decoding, which grows with the number of candidates.
-void runHeads(benchmark::State& state, const facedetectcnn::KernelFamily* family, ImageSize image)
+/// The convolutions alone, into 32-bit sums, as oneDNN does them.
+void benchConvolutions(benchmark::State& state, ImageSize image)
 {
-    facedetectcnn::forceKernelFamily(family);
-    double products = 0.0;
+    std::vector<std::unique_ptr<LayerBlobs>> layers;
     for (std::size_t layer = 0; layer < kLayers.size(); ++layer)
-        products += layerRun(layer, image).products();
+        layers.push_back(std::make_unique<LayerBlobs>(layer, image));
+    benchAllLayers(state, image, [&] {
+        for (const auto& layer : layers)
+            layer->run();
+    });
+}
+
+/// From the image to the heads: with unfolding, requantisation and pooling.
+void benchHeads(benchmark::State& state, ImageSize image)
+{
     const auto pixels = randomBytes(3U * image.width * image.height);
-    compare(
-        state, products,
-        [&] {
-            facedetectcnn::Branches branches;
-            facedetectcnn::runNetwork(pixels.data(), image.width, image.height, 3 * image.width, &branches);
-        },
-        oneDnnNetwork(image));
+    benchAllLayers(state, image, [&] {
+        facedetectcnn::Branches branches;
+        facedetectcnn::runNetwork(pixels.data(), image.width, image.height, 3 * image.width, &branches);
+    });
+}
+
+/// From the image to the faces: with decoding, which grows with what the model takes for faces.
+void benchFaces(benchmark::State& state, ImageSize image)
+{
+    const auto pixels = randomBytes(3U * image.width * image.height);
+    benchAllLayers(state, image, [&] {
+        benchmark::DoNotOptimize(objectdetect_cnn(pixels.data(), image.width, image.height, 3 * image.width));
+    });
+}
+
+void registerBenchmark(const std::string& part, ImageSize image, const facedetectcnn::KernelFamily* family,
+                       const std::function<void(benchmark::State&)>& work)
+{
+    const std::string name =
+        part + "/" + std::to_string(image.width) + "x" + std::to_string(image.height) + "/" + family->name;
+    benchmark::RegisterBenchmark(name.c_str(),
+                                 [family, work](benchmark::State& state) {
+                                     facedetectcnn::forceKernelFamily(family);
+                                     work(state);
+                                 })
+        ->UseManualTime()
+        ->Unit(benchmark::kMicrosecond);
 }
 
 void registerAll(const facedetectcnn::KernelFamily* family, ImageSize image)
 {
-    const std::string size = std::to_string(image.width) + "x" + std::to_string(image.height);
-    const std::string suffix = "/" + size + "/" + family->name;
-    benchmark::RegisterBenchmark(("faces" + suffix).c_str(),
-                                 [family, image](benchmark::State& state) { runWhole(state, family, image); })
-        ->UseManualTime()
-        ->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark(("heads" + suffix).c_str(),
-                                 [family, image](benchmark::State& state) { runHeads(state, family, image); })
-        ->UseManualTime()
-        ->Unit(benchmark::kMillisecond);
-    for (std::size_t layer = 0; layer < kLayers.size(); ++layer) {
-        const std::string title = "layer" + std::to_string(layer) + suffix;
-        benchmark::RegisterBenchmark(
-            title.c_str(),
-            [family, image, layer](benchmark::State& state) { runLayer(state, family, image, layer); })
-            ->UseManualTime()
-            ->Unit(benchmark::kMicrosecond);
-    }
+    registerBenchmark("faces", image, family, [image](benchmark::State& state) { benchFaces(state, image); });
+    registerBenchmark("heads", image, family, [image](benchmark::State& state) { benchHeads(state, image); });
+    registerBenchmark("convolutions", image, family,
+                      [image](benchmark::State& state) { benchConvolutions(state, image); });
+    for (std::size_t layer = 0; layer < kLayers.size(); ++layer)
+        registerBenchmark("layer" + std::to_string(layer), image, family,
+                          [image, layer](benchmark::State& state) { benchLayer(state, image, layer); });
 }
 
 } // namespace
@@ -233,6 +254,7 @@ int main(int argc, char** argv)
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
+    init_parameters();
     benchmark::AddCustomContext("int8 peak of one core, GMAC/s", std::to_string(peak() / 1e9));
     for (const ImageSize image : {ImageSize{320, 240}, ImageSize{480, 360}, ImageSize{480, 480}}) {
         for (const facedetectcnn::KernelFamily* family : facedetectcnn::kernelFamilies())

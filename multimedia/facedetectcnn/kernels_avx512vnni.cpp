@@ -84,6 +84,41 @@ void convolveTile(const ConvolutionSpan& span, const unsigned char* input, std::
     *largest = top;
 }
 
+/// The same for up to 8 filters, which half a vector holds: two halves go through at a time.
+template<int Pixels>
+void convolveNarrowTile(const ConvolutionSpan& span, const unsigned char* input, std::int32_t* output,
+                        __m512i* largest)
+{
+    const __m256i bias = _mm256_mullo_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(span.biases)),
+                                            _mm256_set1_epi32(span.inputBias));
+    __m256i sums[Pixels];
+#pragma GCC unroll 8
+    for (int p = 0; p < Pixels; ++p)
+        sums[p] = bias;
+
+    for (std::int32_t row = 0; row < span.rows; ++row) {
+        const unsigned char* run = input + row * span.rowStep;
+        const signed char* weights = span.weights + row * span.weightRowStep;
+        for (std::int32_t i = 0; i < span.runBytes; i += 4, weights += kGroupBytes) {
+            const __m256i group = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(weights));
+#pragma GCC unroll 8
+            for (int p = 0; p < Pixels; ++p)
+                sums[p] = _mm256_dpbusd_epi32(sums[p],
+                                              _mm256_set1_epi32(load32(run + p * span.pixelStep + i)), group);
+        }
+    }
+
+    const auto mask = static_cast<__mmask8>((1U << static_cast<unsigned>(span.filters)) - 1U);
+    const std::ptrdiff_t outputStep = span.outputStep;
+    __m256i top = _mm256_setzero_si256();
+#pragma GCC unroll 8
+    for (int p = 0; p < Pixels; ++p, output += outputStep) {
+        top = _mm256_max_epi32(top, sums[p]);
+        _mm256_mask_storeu_epi32(output, mask, sums[p]);
+    }
+    *largest = _mm512_max_epi32(*largest, _mm512_zextsi256_si512(top));
+}
+
 using Tile = void (*)(const ConvolutionSpan&, const unsigned char*, std::int32_t*, __m512i*);
 constexpr Tile kTiles[kBlocksAtOnce][kPixelsAtOnce + 1] = {
     {nullptr, convolveTile<1, 1>, convolveTile<1, 2>, convolveTile<1, 3>, convolveTile<1, 4>,
@@ -96,16 +131,29 @@ constexpr Tile kTiles[kBlocksAtOnce][kPixelsAtOnce + 1] = {
      convolveTile<4, 5>, convolveTile<4, 6>, nullptr, nullptr},
 };
 
+constexpr Tile kNarrowTiles[kPixelsAtOnce + 1] = {
+    nullptr,
+    convolveNarrowTile<1>,
+    convolveNarrowTile<2>,
+    convolveNarrowTile<3>,
+    convolveNarrowTile<4>,
+    convolveNarrowTile<5>,
+    convolveNarrowTile<6>,
+    convolveNarrowTile<7>,
+    convolveNarrowTile<8>,
+};
+
 std::int32_t convolve(const ConvolutionSpan& span)
 {
     __m512i largest = _mm512_setzero_si512();
     const std::int32_t atOnce = pixelsAtOnce(span.blocks);
+    const Tile* tilesOfSizes = span.filters <= kFilters / 2 ? kNarrowTiles : kTiles[span.blocks - 1];
     const unsigned char* input = span.input;
     std::int32_t* output = span.output;
     std::int32_t left = span.pixels;
     for (std::int32_t tiles = (left + atOnce - 1) / atOnce; tiles > 0; --tiles) {
         const std::int32_t pixels = (left + tiles - 1) / tiles;
-        kTiles[span.blocks - 1][pixels](span, input, output, &largest);
+        tilesOfSizes[pixels](span, input, output, &largest);
         input += pixels * span.pixelStep;
         output += pixels * span.outputStep;
         left -= pixels;
