@@ -82,6 +82,8 @@ private Q_SLOTS:
     void restart_getsNothingOfEarlierVoice();
     void host_mayEndRecording_whenToldDuration_data();
     void host_mayEndRecording_whenToldDuration();
+    void host_mayStartAnew_whenToldOfTail_data();
+    void host_mayStartAnew_whenToldOfTail();
     void sampleData_readsBytesBigEndian();
     void start_fails_withoutDevice();
     void start_goesOn_withoutEncoderOrFile_data();
@@ -129,7 +131,9 @@ bool TestAudioRecorder::start(int type)
 {
     if (!recorder->startRecord(&config, type))
         return false;
-    recorder->findChild<QAudioInput*>()->stop();
+    // That of an earlier recording may still be there.
+    for (QAudioInput* input : recorder->findChildren<QAudioInput*>())
+        input->stop();
     return true;
 }
 
@@ -327,7 +331,7 @@ void TestAudioRecorder::host_mayEndRecording_whenToldDuration_data()
     QTest::addColumn<int>("type");
     QTest::addColumn<QString>("act");
     for (const int type : {int(Direct), int(Half), int(Plain)}) {
-        for (const char* act : {"save", "drop", "clear", "restart"})
+        for (const char* act : {"save", "save each time", "drop", "clear", "restart"})
             QTest::addRow("type %d, %s", type, act) << type << QString::fromLatin1(act);
     }
 }
@@ -338,11 +342,11 @@ void TestAudioRecorder::host_mayEndRecording_whenToldDuration()
     QFETCH(QString, act);
     bool acted = false;
     on_report = [&] {
-        if (std::exchange(acted, true))
+        if (std::exchange(acted, true) && act != QLatin1String("save each time"))
             return;
         if (act == QLatin1String("clear"))
             recorder->clearData();
-        recorder->stopRecord(act == QLatin1String("save"));
+        recorder->stopRecord(act.startsWith(QLatin1String("save")));
         if (act == QLatin1String("restart"))
             QVERIFY(start(type));
     };
@@ -354,6 +358,34 @@ void TestAudioRecorder::host_mayEndRecording_whenToldDuration()
         capture(voice(kRate * 2));
     QVERIFY(recorder->stopRecord(true));
     QTRY_COMPARE(recorder->state(), RECORDER_IDLE);
+}
+
+void TestAudioRecorder::host_mayStartAnew_whenToldOfTail_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::newRow("direct") << int(Direct);
+    QTest::newRow("handler") << int(Plain);
+}
+
+void TestAudioRecorder::host_mayStartAnew_whenToldOfTail()
+{
+    QFETCH(int, type);
+    bool acted = false;
+    on_report = [&] {
+        if (std::exchange(acted, true))
+            return;
+        QVERIFY(recorder->stopRecord(false));
+        QVERIFY(start(type));
+    };
+    QVERIFY(start(type));
+    // The stop that reports is one of a recording that is gone.
+    QVERIFY(!recorder->stopRecord(true));
+    QVERIFY(acted);
+    QCOMPARE(recorder->state(), RECORDER_RECORDING);
+    capture(voice(kRate * 2));
+    QVERIFY(recorder->stopRecord(true));
+    QTRY_COMPARE(recorder->state(), RECORDER_IDLE);
+    QCOMPARE(reports.last().duration_ms, qlonglong(durationOf(kRate * 2)));
 }
 
 void TestAudioRecorder::sampleData_readsBytesBigEndian()

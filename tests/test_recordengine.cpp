@@ -226,9 +226,9 @@ void TestRecordEngine::qml_recordsSpeech()
     QVERIFY(file.open(QIODevice::ReadOnly));
     QCOMPARE(file.read(2).toHex(), QByteArray("fff1"));
     const auto recorded = mediacheck::decodeAudio(path, kRate);
-    // Up to three frames still waited, and one more is the encoder's.
+    // Up to three frames still waited, or more on a busy machine, and one more is the encoder's.
     const double missing_ms = durations.last().toDouble() - double(recorded.size()) * 1000 / kRate;
-    QVERIFY2(std::abs(missing_ms) < 250, qPrintable(QString::number(missing_ms)));
+    QVERIFY2(std::abs(missing_ms) < 600, qPrintable(QString::number(missing_ms)));
     auto fed = mediacheck::decodeAudio(media("speech.wav"), kRate);
     fed.resize(fed.size() - kRate / 2); // of silence, the end of which has not reached the file
     const double correlation = soundcheck::bestCorrelation(recorded, fed);
@@ -276,6 +276,8 @@ void TestRecordEngine::record_changesVoice_inEveryType()
         QTRY_COMPARE(recorder->state(), RECORDER_IDLE);
         QCOMPARE(finished.count(), recorder->isChangeVoice() ? 1 : 0);
         durations[type] = result_ms;
+    }
+    for (const auto& [type, recorder] : recorders) {
         QCOMPARE(mediacheck::decodeErrors(recorder->recordPath()), QString());
         sounds[type] = mediacheck::decodeAudio(recorder->recordPath(), kRate);
         const auto sound_ms = qlonglong(sounds[type].size()) * 1000 / kRate;
@@ -285,11 +287,11 @@ void TestRecordEngine::record_changesVoice_inEveryType()
     recorders.clear();
     QTRY_VERIFY(threadCount() <= threads);
 
-    // Each was stopped a little later than the one before.
+    // All were started and stopped at nearly the same time.
     QVERIFY(std::abs(durations[5] - 2 * durations[4]) < 600);
     QVERIFY(std::abs(durations[8] - durations[4] / 2) < 400);
     for (const int type : {2, 3, 4})
-        QVERIFY(durations[type] >= durations[1] && durations[type] - durations[1] < 1200);
+        QVERIFY(std::abs(durations[type] - durations[1]) < 600);
 
     const std::map<int, double> pitches = {{0, 1}, {1, 2.6}, {2, 0.5}, {4, 1}, {5, 1}, {8, 1}};
     for (const auto& [type, factor] : pitches) {

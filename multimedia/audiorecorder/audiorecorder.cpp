@@ -335,17 +335,24 @@ bool AudioRecorder::stopRecord(bool isSave)
 {
     if (m_state == RECORDER_IDLE)
         return true;
+    // From the report of the tail: the stop under way sees to it, and asked again would report again.
+    if (isSave && m_stopping)
+        return false;
     if (m_audioInput && !canGoOn())
         m_captureRead = m_capture.size();
     stopRecordDev();
     if (!isSave) {
+        m_stopping = false;
         m_state = RECORDER_IDLE;
         if (isChangeVoice())
             closeVoiceHandler(true);
         finish();
         return true;
     }
+    m_stopping = true;
     readTailData();
+    if (!std::exchange(m_stopping, false))
+        return false;
     if (isChangeVoice() && m_voiceHandler) {
         closeVoiceHandler(false);
         m_state = RECORDER_CLOSING;

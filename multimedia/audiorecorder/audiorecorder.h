@@ -59,6 +59,7 @@ public:
     bool startRecord(RecordConfig* config, int changerType);
     /// Ends the capture. The file is complete then, except with a voice changer that is to be saved:
     /// `recordFinish` follows. Such a recording of less than half a second stays in closing.
+    /// False when it is to be saved and, from a report of its duration, was stopped or dropped meanwhile.
     bool stopRecord(bool isSave);
     /// Where the next recording goes; the extension chooses the container. Nothing while one is under way.
     void setRecordPath(const QString& path);
@@ -135,6 +136,7 @@ private:
     QString m_recordPath;
     std::unique_ptr<SpeexPreprocessState_, SpeexDeleter> m_speex;
     RECORDER_STATE m_state = RECORDER_IDLE;
+    bool m_stopping = false; ///< the tail is being read; false again when the host drops the recording then
     QPointer<RecordConfig> m_config; ///< not owned
     QAudioFormat m_wanted;           ///< what `m_config` said when the recording started
     CMediaEncode m_encoder;
