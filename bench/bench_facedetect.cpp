@@ -33,7 +33,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using facedetectcnn::kLayers;
-using facedetectcnn::LayerShape;
 
 struct ImageSize
 {
@@ -102,7 +101,7 @@ void compare(benchmark::State& state, double products, const std::function<void(
     std::vector<double> ourTimes;
     std::vector<double> theirTimes;
     std::vector<double> ratios;
-    for (auto iteration : state) {
+    while (state.KeepRunning()) {
         ourTimes.push_back(microseconds(ours));
         state.SetIterationTime(ourTimes.back() * 1e-6);
         if (theirs) {

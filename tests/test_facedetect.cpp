@@ -71,12 +71,14 @@ void smearPlainly(std::vector<std::vector<int>>* rows, int weight)
     };
     const auto column = [&](int x, bool isUpwards) {
         std::vector<int*> line;
+        line.reserve(rows->size());
         for (int y = 0; y < height; ++y)
             line.push_back(&(*rows)[isUpwards ? height - 1 - y : y][x]);
         return line;
     };
     const auto row = [&](int y, bool isLeftwards) {
         std::vector<int*> line;
+        line.reserve(rows->front().size());
         for (int x = 0; x < width; ++x)
             line.push_back(&(*rows)[y][isLeftwards ? width - 1 - x : x]);
         return line;
@@ -196,6 +198,7 @@ void TestFaceDetect::smear_isExponentialFilter()
     for (int c = 0; c < 4; ++c) {
         for (int y = 0; y < image.height(); ++y) {
             std::vector<int> row;
+            row.reserve(static_cast<std::size_t>(image.width()));
             for (int x = 0; x < image.width(); ++x)
                 row.push_back(image.constScanLine(y)[4 * x + c]);
             channels[c].push_back(row);
@@ -259,6 +262,7 @@ void TestFaceDetect::blur_obeysScoreRule()
     QFETCH(QVector<bool>, isBlurred);
     const QImage image = portrait();
     std::vector<FaceRect_> faces;
+    faces.reserve(static_cast<std::size_t>(scores.size()));
     for (int i = 0; i < scores.size(); ++i)
         faces.push_back({scores[i], 20 + i % 4 * 110, 30 + i / 4 * 110, 40, 40, {}});
 

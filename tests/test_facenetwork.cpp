@@ -46,7 +46,7 @@ QByteArray difference(const CDataBlob<std::int32_t>& head, const slowfacenet::He
     CDataBlob<std::int32_t> flat;
     if (!blob2vector(head, &flat) || static_cast<std::size_t>(flat.channels) != expected.values.size())
         return "the size differs";
-    if (std::memcmp(&head.scale, &expected.scale, sizeof(float)) != 0)
+    if (head.scale != expected.scale)
         return "the scale differs";
     const auto [ours, theirs] = std::mismatch(expected.values.begin(), expected.values.end(), flat.data);
     if (ours == expected.values.end())
@@ -90,6 +90,7 @@ std::vector<float> keptScores(const std::vector<Candidate>& candidates, int topK
     CDataBlob<float> output;
     detection_output(prior, loc, conf, 0.3F, 0.5F, topK, keepTopK, &output);
     std::vector<float> scores;
+    scores.reserve(static_cast<std::size_t>(output.width));
     for (int i = 0; i < output.width; ++i)
         scores.push_back(output.pixel(i, 0)[0]);
     return scores;
@@ -125,6 +126,7 @@ void TestFaceNetwork::parallelFirstDetections_giveSerialResults()
 {
     QVERIFY(!param_initialized);
     std::vector<slowfacenet::Image> images;
+    images.reserve(4);
     for (int i = 0; i < 4; ++i)
         images.push_back(slowfacenet::randomImage(100 + i, 96 + 16 * i, 80, 0));
     std::vector<std::vector<FaceRect_>> results(images.size());

@@ -131,8 +131,8 @@ void TestOpenInput::openInput_refusesLocalFile_whenAskedForHttp()
 {
     QVERIFY(packets("secret.ts", InputOrigin::Http) < 0);
     InputPtr input;
-    QVERIFY(openInput(input, "file://" + path("secret.ts"), {InputOrigin::Http}) < 0);
-    QVERIFY(openInput(input, "file:" + path("secret.ts"), {InputOrigin::Http}) < 0);
+    QVERIFY(openInput(input, "file://" + path("secret.ts").toStdString(), {InputOrigin::Http}) < 0);
+    QVERIFY(openInput(input, "file:" + path("secret.ts").toStdString(), {InputOrigin::Http}) < 0);
 }
 
 QTEST_GUILESS_MAIN(TestOpenInput)

@@ -314,7 +314,7 @@ void TestPlayer::transport_staysConsistent_underRandomCallsFromFourThreads()
         };
         AudioPlayer* player = PlayerHost::player();
         for (int i = 0; i < 250; ++i) {
-            const QString source = sources[pick(sources.size())];
+            const QString& source = sources[pick(sources.size())];
             switch (pick(10)) {
             case 0:
             case 1:

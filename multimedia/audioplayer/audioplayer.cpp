@@ -107,7 +107,7 @@ void AudioPlayer::breakPlay(const QString& path, qlonglong durationMs)
     m_pausedPos = 0;
 }
 
-void AudioPlayer::play(QString filePath, qlonglong seekPos)
+void AudioPlayer::play(const QString& filePath, qlonglong seekPos)
 {
     if (QThread::currentThread() != &m_thread) {
         QMetaObject::invokeMethod(this, [this, filePath, seekPos] { play(filePath, seekPos); });
@@ -201,21 +201,18 @@ void AudioPlayer::resume()
 
 void AudioPlayer::stop(bool wait)
 {
-    {
-        const QMutexLocker locker(&m_mutex);
-        if (!m_callback || !m_callbackData)
-            return;
-        if (m_state == PlayPlaying) {
-            m_state = PlayStopping;
-            if (wait) {
-                // The lock stays held: the player's own report waits, and the host hears the stop below
-                // first.
-                QEventLoop loop;
-                m_stopLoop = &loop;
-                QTimer::singleShot(kStopWaitMs, &loop, &QEventLoop::quit);
-                loop.exec();
-                m_stopLoop = nullptr;
-            }
+    // Held throughout, so that the host hears of the request first and then of the player's leaving.
+    const QMutexLocker locker(&m_mutex);
+    if (!m_callback || !m_callbackData)
+        return;
+    if (m_state == PlayPlaying) {
+        m_state = PlayStopping;
+        if (wait) {
+            QEventLoop loop;
+            m_stopLoop = &loop;
+            QTimer::singleShot(kStopWaitMs, &loop, &QEventLoop::quit);
+            loop.exec();
+            m_stopLoop = nullptr;
         }
     }
     sendAudioEvent(EventStopped);

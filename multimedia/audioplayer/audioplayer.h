@@ -55,7 +55,7 @@ struct AVStream;
 ///     http             Underload(true) first, Underload(false) with the first data
 ///     stop             ..., Stopped (by `stop`), Stopped (by the player), Closed
 ///     pause            ..., Paused, Closed; a resume is a new play from the same position
-///     break            ..., Closed; a break during a read also sends Finished
+///     break            ..., Closed; a break during a read also sends Finished, or Error if the read failed
 ///     failure          ..., Error, Closed
 ///
 /// Without an output device, or when the output is lost, playback goes on in silence at real-time pace, and
@@ -73,6 +73,7 @@ public:
 
     /// Made on first use, by preference on the main thread; lives until the process ends.
     static AudioPlayer* instance();
+    ~AudioPlayer() override;
     /// Ends playback and the thread for good. The host calls it before its application object goes.
     void release();
 
@@ -122,7 +123,7 @@ public Q_SLOTS:
     /// Plays `filePath` from `seekPos` (ms) and returns when that has ended. Does nothing unless the last
     /// `breakPlay` announced this path, which is how outdated requests die. From another thread the call is
     /// queued.
-    void play(QString filePath, qlonglong seekPos = 0);
+    void play(const QString& filePath, qlonglong seekPos = 0);
 
 private:
     /// What the player was asked for last; the odd ones make the decode loop leave.
@@ -137,7 +138,6 @@ private:
     struct Media;
 
     AudioPlayer();
-    ~AudioPlayer() override;
 
     // Transport and events: audioplayer.cpp
     void playNow(const QString& filePath, qlonglong seekPos);

@@ -20,6 +20,7 @@ constexpr std::chrono::milliseconds kBusyPause(20);
 constexpr int64_t kNearEndUs = 1'000'000;
 constexpr int kLongFrameMs = 49; ///< a longer frame is reported on its own
 constexpr int kFramesPerProgress = 3;
+
 /// The left channel of a frame of 16-bit stereo, as decimal numbers.
 QStringList sampleTexts(const AVFrame& frame, const std::atomic<bool>& running)
 {

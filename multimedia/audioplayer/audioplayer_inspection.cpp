@@ -100,7 +100,7 @@ QString detectedFormat(const AVInputFormat* format, AVCodecID codec)
     const bool has_extensions = format->extensions && *format->extensions;
     const QString claimed = QString::fromLatin1(has_extensions ? format->extensions : format->name);
     const QStringList parts = claimed.split(QLatin1Char(','));
-    const QString codec_name = QString::fromLatin1(avcodec_get_name(codec));
+    QString codec_name = QString::fromLatin1(avcodec_get_name(codec));
     if (parts.contains(codec_name) && isDetectable(codec_name))
         return codec_name;
     const auto found = std::find_if(parts.cbegin(), parts.cend(), isDetectable);

@@ -147,7 +147,7 @@ private:
     template<int Tile>
     void take(std::int32_t* output, std::int32_t pixels, std::int32_t block)
     {
-        alignas(64) std::int32_t sums[kSide][kSide];
+        alignas(64) std::int32_t sums[kSide][kSide] = {};
         Tiles::template store<Tile>(sums, sizeof(sums[0]));
         const std::int32_t filtersLeft = span.filters - block * kSide;
         const std::int32_t filters = filtersLeft < kSide ? filtersLeft : kSide;

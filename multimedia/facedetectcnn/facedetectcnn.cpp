@@ -99,6 +99,7 @@ std::vector<FaceRect_> objectdetect_cnn(const unsigned char* rgbImageData, std::
                      kFaces, &boxes);
 
     std::vector<FaceRect_> faces;
+    faces.reserve(static_cast<std::size_t>(boxes.width));
     for (std::int32_t i = 0; i < boxes.width; ++i)
         faces.push_back(toFace(boxes.pixel(i, 0), width, height));
     return faces;

@@ -15,12 +15,10 @@
 
 namespace {
 
-using facedetectcnn::kBiasCount;
 using facedetectcnn::kLayers;
 using facedetectcnn::kModelMagic;
 using facedetectcnn::kModelVersion;
 using facedetectcnn::kPayloadBytes;
-using facedetectcnn::kWeightCount;
 using facedetectcnn::LayerShape;
 using facedetectcnn::ModelHeader;
 

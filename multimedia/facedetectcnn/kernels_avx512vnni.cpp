@@ -4,6 +4,12 @@
 /// AVX-512 with VNNI: one instruction multiplies four bytes of input by four weights of 16 filters and adds
 /// them up. A tile of pixels by blocks stays in registers while the input goes by.
 
+#if defined(__GNUC__) && !defined(__clang__)
+// Partial redundancy elimination gives each sum a second register in the innermost loop, and they run out:
+// half the speed.
+#    pragma GCC optimize("no-tree-pre")
+#endif
+
 namespace facedetectcnn {
 namespace {
 

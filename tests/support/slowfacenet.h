@@ -14,11 +14,11 @@ namespace slowfacenet {
 
 struct Layer
 {
-    int kernelSize;
-    int stride;
-    int inputs;
-    int outputs;
-    float scale;
+    int kernelSize = 0;
+    int stride = 0;
+    int inputs = 0;
+    int outputs = 0;
+    float scale = 0.0F;
     std::vector<signed char> weights; ///< output, input, row, column
     std::vector<std::int32_t> biases;
 };

@@ -1,5 +1,6 @@
 #include "examples/host/tour/mediatable.h"
 #include "examples/host/tour/tour.h"
+#include "multimedia/audioplayer/audioplayer.h"
 #include "multimedia/multimediaprovider.h"
 
 extern "C" {
@@ -21,7 +22,8 @@ struct Stop
 };
 
 constexpr Stop kStops[] = {
-    {"Screen recording", screenStop},
+    {"Devices", deviceStop},  {"Screen recording", screenStop}, {"Voice messages", voiceStop},
+    {"Playback", playerStop}, {"Pictures", pictureStop},
 };
 
 } // namespace
@@ -52,6 +54,7 @@ int main(int argc, char* argv[])
                      .arg(QDir::cleanPath(QDir(arguments[1]).absolutePath())));
         good = printMediaTable(tour.made()) && !tour.failed();
     }
+    AudioPlayer::instance()->release();
     MultimediaProvider::unregist();
     return good ? 0 : 1;
 }

@@ -5,6 +5,7 @@
 #include <QtCore/QThread>
 
 #include <cstdio>
+#include <unistd.h>
 
 namespace {
 
@@ -65,7 +66,15 @@ void Tour::startSurroundings()
 
 void Tour::say(const QString& line) const
 {
-    std::printf("%s\n", qPrintable(line));
+    std::printf("%s%s\n", isatty(STDOUT_FILENO) ? "\r\033[K" : "", qPrintable(line));
+    std::fflush(stdout);
+}
+
+void Tour::showLive(const QString& line) const
+{
+    if (!isatty(STDOUT_FILENO))
+        return;
+    std::printf("\r%s\033[K", qPrintable(line));
     std::fflush(stdout);
 }
 
@@ -79,11 +88,25 @@ void Tour::keep(const QString& file, const QString& name)
 {
     const QString target = path(name);
     QFile::remove(target);
+    // The library's temporary files may lie on another disk: QFile copies there.
     if (!QFile::rename(file, target)) {
         fail(QStringLiteral("%1 was not made").arg(name));
         return;
     }
     files += target;
+}
+
+bool Tour::make(const QString& file, const QString& arguments)
+{
+    QProcess ffmpeg;
+    ffmpeg.start(QStringLiteral("ffmpeg"), QStringList{QStringLiteral("-v"), QStringLiteral("error"),
+                                                       QStringLiteral("-nostdin"), QStringLiteral("-y")} +
+                                               arguments.split(QLatin1Char(' ')) + QStringList{file});
+    const bool made = ffmpeg.waitForFinished() && ffmpeg.exitCode() == 0;
+    if (!made)
+        fail(QStringLiteral("%1 cannot be made: ").arg(file) +
+             QString::fromUtf8(ffmpeg.readAllStandardError()));
+    return made;
 }
 
 void Tour::pass(int duration_ms) const

@@ -20,12 +20,16 @@ public:
 
     /// One line for the person who watches.
     void say(const QString& line) const;
+    /// A line that the next one overwrites; only where somebody watches a terminal.
+    void showLive(const QString& line) const;
     /// One line for the person who watches, and the tour will count as failed.
     void fail(const QString& line);
     bool failed() const { return has_failed; }
 
     /// Moves a file that the library made into the folder, under `name`, and puts it on the list.
     void keep(const QString& file, const QString& name);
+    /// Makes an input file with the `ffmpeg` program; false, and a failure, if that does not work.
+    bool make(const QString& file, const QString& arguments);
     /// What was made, in the order of making.
     const QStringList& made() const { return files; }
     QString path(const QString& name) const { return out.filePath(name); }
@@ -47,3 +51,11 @@ private:
 
 /// Records the screen with sound to MP4, and to GIF.
 void screenStop(Tour& tour);
+/// Lists microphones, loudspeakers, cameras and screens.
+void deviceStop(Tour& tour);
+/// Plays a file at three speeds, and shows its tags and cover.
+void playerStop(Tour& tour);
+/// Records the microphone in every voice.
+void voiceStop(Tour& tour);
+/// Blurs the faces of a photo, crops, turns and mirrors it, and adjusts its colours.
+void pictureStop(Tour& tour);
