@@ -5,10 +5,12 @@ extern "C" {
 #include <libavfilter/avfilter.h>
 #include <libavformat/avformat.h>
 #include <libavutil/dict.h>
+#include <libavutil/mem.h>
 #include <libswresample/swresample.h>
 #include <libswscale/swscale.h>
 }
 
+#include <cstdint>
 #include <memory>
 
 /// @file
@@ -61,6 +63,10 @@ struct IoContextDeleter
 {
     void operator()(AVIOContext* context) const { avio_close(context); }
 };
+struct BufferDeleter
+{
+    void operator()(uint8_t* buffer) const { av_free(buffer); }
+};
 } // namespace detail
 
 using CodecContextPtr = std::unique_ptr<AVCodecContext, detail::CodecContextDeleter>;
@@ -72,6 +78,8 @@ using FilterInOutPtr = std::unique_ptr<AVFilterInOut, detail::FilterInOutDeleter
 using InputPtr = std::unique_ptr<AVFormatContext, detail::InputDeleter>;
 using OutputPtr = std::unique_ptr<AVFormatContext, detail::OutputDeleter>;
 using IoContextPtr = std::unique_ptr<AVIOContext, detail::IoContextDeleter>;
+/// Bytes from `av_malloc`.
+using BufferPtr = std::unique_ptr<uint8_t, detail::BufferDeleter>;
 
 /// An `AVDictionary` that frees itself.
 class Dictionary

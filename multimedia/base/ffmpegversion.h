@@ -3,6 +3,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavdevice/avdevice.h>
+#include <libavformat/avformat.h>
 #include <libavutil/channel_layout.h>
 #include <libavutil/frame.h>
 #include <libswresample/swresample.h>
@@ -24,6 +25,12 @@ namespace multimedia {
 inline void registerFFmpeg()
 {
     avdevice_register_all();
+}
+
+/// Time base of the codec that the demuxer probed the stream with.
+inline AVRational codecTimeBase(const AVStream* stream)
+{
+    return av_stream_get_codec_timebase(stream);
 }
 
 inline int channelCount(uint64_t mask)
