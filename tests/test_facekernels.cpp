@@ -134,8 +134,7 @@ template<class T>
 bool isSame(const CDataBlob<T>& a, const CDataBlob<T>& b)
 {
     return a.width == b.width && a.height == b.height && a.channels == b.channels &&
-           a.channelStep == b.channelStep && a.bias == b.bias &&
-           std::memcmp(&a.scale, &b.scale, sizeof(float)) == 0 &&
+           a.channelStep == b.channelStep && a.bias == b.bias && a.scale == b.scale &&
            std::memcmp(a.data, b.data, a.pixelCount() * a.channelStep) == 0;
 }
 
