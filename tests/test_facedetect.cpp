@@ -12,6 +12,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 namespace {
 
@@ -295,7 +296,12 @@ void TestFaceDetect::blur_survives_oddFaces()
     QFETCH(QRect, rect);
     QFETCH(bool, isBlurred);
     const QImage image = portrait();
+    constexpr int kFar = std::numeric_limits<int>::max();
     const FaceRect_ face = {0.99F, rect.x(), rect.y(), rect.width(), rect.height(), {}};
+    // Landmarks as far apart as they go: no turn that a number can hold.
+    FaceRect_ torn = face;
+    torn.lm = {-kFar, 0, kFar, 1, 0, 0, 0, -kFar, 0, kFar};
+    QCOMPARE(multimedia::withFacesBlurred(image, image, {torn}) != image, isBlurred);
     const QImage blurred = multimedia::withFacesBlurred(image, image, {face});
     QCOMPARE(blurred.size(), image.size());
     QCOMPARE(blurred != image, isBlurred);

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 namespace multimedia {
@@ -54,14 +55,16 @@ struct Patch
 };
 
 /// pi through the arctangent, in hundredths: not an angle, yet it is what fixes the patch's turn.
-int turn(int dy, int dx)
+/// What no int can hold, as for level eyes, gives the most negative one.
+int turn(std::int64_t dy, std::int64_t dx)
 {
     constexpr double kPi = 3.14159265358979323846;
     const double value = kPi / std::atan(static_cast<double>(dy) / static_cast<double>(dx)) * 100.0;
-    return std::isfinite(value) ? qRound(value) : std::numeric_limits<int>::min();
+    return std::abs(value) < std::numeric_limits<int>::max() ? qRound(value)
+                                                             : std::numeric_limits<int>::min();
 }
 
-double tiltOf(const std::array<int, 10>& lm)
+double tiltOf(const std::array<std::int64_t, 10>& lm)
 {
     const int eyes = turn(lm[3] - lm[1], lm[2] - lm[0]);
     const int mouth = turn(lm[9] - lm[7], lm[8] - lm[6]);
@@ -70,12 +73,13 @@ double tiltOf(const std::array<int, 10>& lm)
 
 Patch patchOf(const FaceRect_& face, double dpr, const QSize& detectionSize, double scaleX, double scaleY)
 {
-    const auto logical = [dpr](int value) { return static_cast<int>(value / dpr); };
-    const int x = logical(face.x);
-    const int y = logical(face.y);
-    const int w = logical(face.w);
-    const int h = logical(face.h);
-    std::array<int, 10> lm = {};
+    // Landmarks may lie anywhere, so that their differences need more than an int.
+    const auto logical = [dpr](int value) { return static_cast<std::int64_t>(value / dpr); };
+    const auto x = static_cast<double>(logical(face.x));
+    const auto y = static_cast<double>(logical(face.y));
+    const auto w = static_cast<double>(logical(face.w));
+    const auto h = static_cast<double>(logical(face.h));
+    std::array<std::int64_t, 10> lm = {};
     std::transform(face.lm.begin(), face.lm.end(), lm.begin(), logical);
 
     const int left = static_cast<int>(x - w * 0.1);

@@ -4,9 +4,10 @@
 
 /// @file
 /// Convolution by tiles of 16 pixels by 16 filters. The tile operations are a parameter, so that the loops
-/// can be run on a processor without them.
+/// can be run on a processor without them. Everything has internal linkage, as kernelfamily.h asks.
 
 namespace facedetectcnn {
+namespace {
 
 /// The operand of the instruction that shapes the eight tile registers.
 struct alignas(64) TileShapes
@@ -18,8 +19,6 @@ struct alignas(64) TileShapes
     unsigned char rows[16] = {};
 };
 static_assert(sizeof(TileShapes) == 64);
-
-namespace {
 
 /// Registers 0 to 3 hold sums of two sets of pixels by two blocks, 4 and 5 the pixels' input, 6 and 7
 /// weights.

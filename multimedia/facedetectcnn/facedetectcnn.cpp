@@ -95,8 +95,9 @@ std::vector<FaceRect_> objectdetect_cnn(const unsigned char* rgbImageData, std::
     softmax1vector2class(&confidences);
 
     CDataBlob<float> boxes;
-    detection_output(priors, locations, confidences, kOverlapThreshold, kConfidenceThreshold, kCandidates,
-                     kFaces, &boxes);
+    if (!detection_output(priors, locations, confidences, kOverlapThreshold, kConfidenceThreshold,
+                          kCandidates, kFaces, &boxes))
+        return {};
 
     std::vector<FaceRect_> faces;
     faces.reserve(static_cast<std::size_t>(boxes.width));

@@ -20,9 +20,9 @@ void buildStem(const ConvInfo& row, Filters* layer)
     const std::int32_t weights = row.kernelSize * row.kernelSize * row.channels;
     for (std::int32_t i = 0; i < row.filterCount; ++i) {
         CDataBlob<signed char> window;
-        window.create(row.kernelSize, row.kernelSize, row.channels);
-        window.setInt8FilterData(row.weights + i * weights, row.biases[i], row.kernelSize, row.kernelSize,
-                                 row.channels);
+        if (window.create(row.kernelSize, row.kernelSize, row.channels))
+            window.setInt8FilterData(row.weights + i * weights, row.biases[i], row.kernelSize, row.kernelSize,
+                                     row.channels);
         auto flat = std::make_unique<CDataBlob<signed char>>();
         blob2vector(window, flat.get());
         layer->filters.push_back(std::move(flat));
@@ -37,9 +37,9 @@ void buildLayer(const ConvInfo& row, Filters* layer)
     const std::int32_t weights = row.kernelSize * row.kernelSize * row.channels;
     for (std::int32_t i = 0; i < row.filterCount; ++i) {
         auto filter = std::make_unique<CDataBlob<signed char>>();
-        filter->create(row.kernelSize, row.kernelSize, row.channels);
-        filter->setInt8FilterData(row.weights + i * weights, row.biases[i], row.kernelSize, row.kernelSize,
-                                  row.channels);
+        if (filter->create(row.kernelSize, row.kernelSize, row.channels))
+            filter->setInt8FilterData(row.weights + i * weights, row.biases[i], row.kernelSize,
+                                      row.kernelSize, row.channels);
         layer->filters.push_back(std::move(filter));
     }
 }

@@ -18,8 +18,9 @@ namespace {
 #ifdef __x86_64__
 bool hasAvx512Vnni()
 {
-    return __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512bw") != 0 &&
-           __builtin_cpu_supports("avx512vl") != 0 && __builtin_cpu_supports("avx512vnni") != 0;
+    return __builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("avx512f") != 0 &&
+           __builtin_cpu_supports("avx512bw") != 0 && __builtin_cpu_supports("avx512vl") != 0 &&
+           __builtin_cpu_supports("avx512vnni") != 0;
 }
 
 /// Linux keeps the tile registers from a process until it has asked for them.

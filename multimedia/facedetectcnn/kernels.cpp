@@ -2,11 +2,12 @@
 
 #include "multimedia/facedetectcnn/kernelchoice.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <initializer_list>
+#include <limits>
 
 using facedetectcnn::KernelFamily;
 using facedetectcnn::kernelFamily;
@@ -77,7 +78,10 @@ bool blob2vector(const CDataBlob<T>& input, CDataBlob<T>* output)
         std::fputs("blob2vector: The input or output data is null.\n", stderr);
         return false;
     }
-    if (!output->create(1, 1, input.width * input.height * input.channels))
+    // A count that no blob can hold is left to `create` to refuse.
+    const std::int64_t count = static_cast<std::int64_t>(input.width) * input.height * input.channels;
+    const std::int64_t limit = std::numeric_limits<std::int32_t>::max();
+    if (!output->create(1, 1, static_cast<std::int32_t>(std::min(count, limit))))
         return false;
     output->scale = input.scale;
     output->bias = input.bias;
