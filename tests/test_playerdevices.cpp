@@ -126,7 +126,8 @@ void TestPlayerDevices::playback_soundsAgain_whenServerReturns()
     QTRY_VERIFY(host->playTime() > killed_ms + 500);
     server.start();
     Monitor monitor;
-    QTRY_VERIFY(host->playTime() > killed_ms + 4500); // Qt looks for a server after 3 s
+    // Qt looks for a server after 3 s.
+    QTRY_VERIFY_WITH_TIMEOUT(host->playTime() > killed_ms + 5500, 15'000);
     const Monitor::Sound sound = monitor.stop();
     qInfo("heard %.3f s after the return", sound.duration_s);
     QVERIFY(sound.duration_s > 0.5);
@@ -140,7 +141,7 @@ void TestPlayerDevices::playback_goesOnInSilence_whenServerDies()
     server.kill();
     QTRY_COMPARE_WITH_TIMEOUT(host->order(), kWhole, 10'000);
     qInfo("3 s lasted %.3f s", lasted());
-    QVERIFY(std::abs(lasted() - 3) < 0.5);
+    QVERIFY(lasted() > 2.5 && lasted() < 4); // a busy machine wakes late
     QVERIFY(std::abs(host->playTime() - 3000) < 100);
 }
 
@@ -150,7 +151,7 @@ void TestPlayerDevices::playback_isSilentAndWhole_withoutServer()
     host->play(kTone, 1500);
     QTRY_COMPARE(host->order(), kWhole);
     qInfo("1.5 s lasted %.3f s", lasted());
-    QVERIFY(std::abs(lasted() - 1.5) < 0.3);
+    QVERIFY(lasted() > 1.2 && lasted() < 2.5);
     QVERIFY(std::abs(host->playTime() - 3000) < 100);
 }
 

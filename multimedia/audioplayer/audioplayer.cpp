@@ -25,7 +25,7 @@ constexpr qint64 kLongestMs = 1'000'000'000'000'000; ///< leaves room for micros
 
 qint64 bounded(qint64 ms)
 {
-    return std::min(ms, kLongestMs);
+    return std::clamp(ms, -kLongestMs, kLongestMs);
 }
 
 bool isHttpPath(const QString& path)
@@ -133,6 +133,7 @@ void AudioPlayer::playNow(const QString& filePath, qlonglong seekPos)
             return;
         g_needToInterruptOpen = false;
         g_interruptOpened = false;
+        g_startTime = 0; // the last read of the source before may have left it running
         m_isHttp = isHttpPath(filePath);
         m_seekBase = m_isHttp ? bounded(seekPos) : 0;
         m_state = PlayPlaying;

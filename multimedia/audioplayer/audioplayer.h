@@ -95,8 +95,8 @@ public:
     void pause(bool paused);
     /// @param wait  waits 200 ms in a local event loop, so that the device has gone quiet
     void stop(bool wait);
-    /// From 0.5 to 2.0. Above that x the speed is 2(x - 2), which starts over at 0.5 for 2.25. A value that
-    /// cannot be played ends the playback in an error. Kept for the sources to come.
+    /// From 0.5 to 2.0. Above that x plays at 2(x - 2), from 1.0 for 2.5 on. A value that cannot be played,
+    /// such as one between 2.0 and 2.5, ends the playback in an error. Kept for the sources to come.
     void setSpeed(double speed);
     /// The sound ends; the playback goes on in silence.
     void closeAudioOutput();

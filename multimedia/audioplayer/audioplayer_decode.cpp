@@ -17,7 +17,9 @@ namespace {
 constexpr qint64 kPollUs = 10'000; ///< how late a request may be seen during a pause of the loop
 constexpr std::chrono::seconds kRetryPause(1);
 constexpr std::chrono::milliseconds kBusyPause(20);
-constexpr int64_t kNearEndUs = 1'000'000;
+constexpr int64_t kNearEndMs = 1000;
+/// One packet of a slower source becomes minutes of output, in a single frame of any size.
+constexpr int kLowestRateHz = 1000;
 constexpr int kLongFrameMs = 49; ///< a longer frame is reported on its own
 constexpr int kFramesPerProgress = 3;
 
@@ -73,6 +75,8 @@ bool AudioPlayer::initDecoder(AVStream* stream)
     multimedia::CodecContextPtr& codec = m_media->codec;
     codec.reset(decoder ? avcodec_alloc_context3(decoder) : nullptr);
     if (!codec || avcodec_parameters_to_context(codec.get(), stream->codecpar) < 0)
+        return false;
+    if (codec->sample_rate < kLowestRateHz)
         return false;
     codec->pkt_timebase = stream->time_base;
     const uint64_t channels = multimedia::channelMask(*codec);
@@ -158,7 +162,7 @@ AudioPlayer::Next AudioPlayer::retryLater()
 {
     g_startTime = 0;
     AVFormatContext* format = m_media->format.get();
-    if (format->duration != 0 && m_playTime >= (format->duration - kNearEndUs) / 1000) {
+    if (format->duration != 0 && m_playTime >= format->duration / 1000 - kNearEndMs) {
         releaseAV();
         return Next::Leave;
     }
@@ -242,7 +246,7 @@ bool AudioPlayer::writeFilteredFrames()
     AVFrame* frame = m_media->frame.get();
     while (m_running && av_buffersink_get_frame(m_media->buffer_sink, frame) >= 0) {
         if (m_frameDurationMs == 0)
-            m_frameDurationMs = frame->nb_samples * 1000 / frame->sample_rate;
+            m_frameDurationMs = static_cast<int>(qint64{frame->nb_samples} * 1000 / frame->sample_rate);
         if (leaveIfAsked() || !writeFrame(*frame))
             return false;
         sendProgress(*frame);

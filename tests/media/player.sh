@@ -35,5 +35,8 @@ head -c 3000 plain.m4r >truncated.m4r
 : >empty.mp3
 head -c 100000 /dev/zero >zeros.mp3
 echo "this is no music" >text.mp3
+# Claims one sample a second, so that a packet lasts for hours.
+make -f lavfi -i "$(tone 1)" -t 0.1 -c:a pcm_s16le hostile-rate.wav
+printf '\x01\0\0\0' | dd of=hostile-rate.wav bs=1 seek=24 conv=notrunc status=none
 make -f lavfi -i testsrc=size=64x48:duration=0.2 silent.mp4
 make -f lavfi -i testsrc=size=64x48:duration=0.2 -f lavfi -i "$(tone 0.2)" video.mp4

@@ -62,6 +62,16 @@ public:
     {
         return last(EventProgress).event.info.value(QStringLiteral("PlayTime"), -1).toLongLong();
     }
+    /// Whether a position within `tolerance_ms` of `ms` was reported while sound was written.
+    bool wasNear(qint64 ms, qint64 tolerance_ms) const
+    {
+        const auto events = all();
+        return std::any_of(events.begin(), events.end(), [=](const Heard& entry) {
+            const QVariantMap& info = entry.event.info;
+            return info.contains("Samples") &&
+                   std::abs(info.value("PlayTime").toLongLong() - ms) < tolerance_ms;
+        });
+    }
     /// All events in words, a run of progress events as one.
     QString order() const
     {
