@@ -47,28 +47,12 @@ void waitFor(const std::atomic<int64_t>& count, int64_t wanted)
         std::this_thread::yield();
 }
 
-/// A handle pushed into a queue, a pass of the Worker for it, and back: one frame at a time, as in a
-/// recording.
-void queueAndWorker(benchmark::State& state)
-{
-    std::atomic<int64_t> taken = 0;
-    StageInput<FrameHandle>* queue = nullptr;
-    StageInput<FrameHandle> input([&] {
-        taken += int64_t(queue->take().size());
-        return queue->refilled();
-    });
-    queue = &input;
-    int64_t pushed = 0;
-    for ([[maybe_unused]] auto _ : state) {
-        input.push(createFrame());
-        waitFor(taken, ++pushed);
-    }
-    input.finish();
-}
-BENCHMARK(queueAndWorker)->UseRealTime()->Unit(benchmark::kMicrosecond);
-
-/// The same with the queue never empty: what the lock and the list cost.
-void queueUnderLoad(benchmark::State& state)
+/// A handle pushed into a queue and a pass of the Worker for it.
+///
+/// @param one_at_a_time  the next frame comes when the pass is done, as in a recording; else the queue is
+/// never empty,
+///                       and what is measured is the lock and the list
+void queueAndWorker(benchmark::State& state, bool one_at_a_time)
 {
     std::atomic<int64_t> taken = 0;
     StageInput<FrameHandle>* queue = nullptr;
@@ -81,11 +65,14 @@ void queueUnderLoad(benchmark::State& state)
     for ([[maybe_unused]] auto _ : state) {
         input.push(createFrame());
         ++pushed;
+        if (one_at_a_time)
+            waitFor(taken, pushed);
     }
     waitFor(taken, pushed);
     input.finish();
 }
-BENCHMARK(queueUnderLoad)->UseRealTime();
+BENCHMARK_CAPTURE(queueAndWorker, one_at_a_time, true)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(queueAndWorker, under_load, false)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
 void crop(benchmark::State& state)
 {

@@ -50,7 +50,9 @@ private:
     class Window : public QRasterWindow
     {
     public:
-        explicit Window(int screen_index) : screen_index(screen_index) {}
+        explicit Window(int screen_index)
+            : screen_index(screen_index)
+        {}
         void advance()
         {
             ++tick;
