@@ -22,8 +22,8 @@ struct Stop
 };
 
 constexpr Stop kStops[] = {
-    {"Devices", deviceStop},  {"Screen recording", screenStop}, {"Voice messages", voiceStop},
-    {"Playback", playerStop}, {"Pictures", pictureStop},
+    {"Devices", deviceStop},  {"Screen recording", screenStop},     {"Voice messages", voiceStop},
+    {"Playback", playerStop}, {"GIFs and conversion", convertStop}, {"Pictures", pictureStop},
 };
 
 } // namespace

@@ -57,5 +57,7 @@ void deviceStop(Tour& tour);
 void playerStop(Tour& tour);
 /// Records the microphone in every voice.
 void voiceStop(Tour& tour);
+/// Makes GIFs smaller, turns one into a video, converts a video.
+void convertStop(Tour& tour);
 /// Blurs the faces of a photo, crops, turns and mirrors it, and adjusts its colours.
 void pictureStop(Tour& tour);
