@@ -1,0 +1,432 @@
+#include "multimedia/base/warning.h"
+#include "multimedia/videoprovider/toolcommand.h"
+#include "multimedia/videoprovider/videoprovider.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/mediacheck.h"
+
+#include <QtCore/QDir>
+#include <QtCore/QElapsedTimer>
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtCore/QLoggingCategory>
+#include <QtCore/QTemporaryDir>
+#include <QtCore/QUrl>
+#include <QtTest/QtTest>
+
+#include <signal.h>
+
+namespace {
+
+QString media(const char* name)
+{
+    return QStringLiteral(TEST_MEDIA_DIR "/videoprovider/") + QLatin1String(name);
+}
+
+QString tool(const QString& name)
+{
+    return QCoreApplication::applicationDirPath() + QLatin1Char('/') + name;
+}
+
+/// Puts a shell script, or nothing, in the place of `ffmpeg` while it lives.
+class FakeTool
+{
+public:
+    explicit FakeTool(const QByteArray& script = {})
+    {
+        QFile::rename(tool("ffmpeg"), tool("ffmpeg.kept"));
+        if (script.isEmpty())
+            return;
+        QFile file(tool("ffmpeg"));
+        file.open(QIODevice::WriteOnly);
+        file.write("#!/bin/sh\n" + script);
+        file.close();
+        file.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
+    }
+    ~FakeTool() { restore(); }
+    /// Also after a run that ended too early to do it.
+    static void restore()
+    {
+        if (!QFileInfo(tool("ffmpeg.kept")).isSymLink())
+            return;
+        QFile::remove(tool("ffmpeg"));
+        QFile::rename(tool("ffmpeg.kept"), tool("ffmpeg"));
+    }
+};
+
+/// Ends all programs that this process has started.
+void killChildren()
+{
+    QFile children(QStringLiteral("/proc/self/task/%1/children").arg(QCoreApplication::applicationPid()));
+    if (!children.open(QIODevice::ReadOnly))
+        return;
+    for (const QByteArray& pid : children.readAll().split(' ')) {
+        if (pid.toInt() > 0)
+            kill(pid.toInt(), SIGKILL);
+    }
+}
+
+} // namespace
+
+class TestVideoProvider : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void convert_tellsProgress_andMakesMp4();
+    void queue_goesOn_whenOneIsMissing();
+    void cancel_endsTheHead_andGoesOn();
+    void report_mayAddTheNext();
+    void convert_takesPathAsOne_data();
+    void convert_takesPathAsOne();
+    void queue_stands_whenToolIsAbsent();
+    void queue_ends_whenToolHangsOrFloods();
+    void standardErrorOf_isBounded();
+    void firstFrame_isWritten();
+    void rotation_isRead_data();
+    void rotation_isRead();
+    void gifAndMp4_areMade_withTrailingOptions();
+    void gif_failsOrWaits();
+    void words_reachTheToolAsOne_data();
+    void words_reachTheToolAsOne();
+
+private:
+    QString path(const QString& name) const { return folder.filePath(name); }
+    /// The codes told for `filter` so far, the early one first.
+    QList<int> codes(const ConvertFileFilterPtr& filter) const;
+    ConvertFileFilterPtr add(const QString& source);
+
+    QTemporaryDir folder;
+    VideoProvider* provider = nullptr;
+    QList<QPair<ConvertFileFilterPtr, int>> reports;
+};
+
+QList<int> TestVideoProvider::codes(const ConvertFileFilterPtr& filter) const
+{
+    QList<int> result;
+    for (const auto& report : reports) {
+        if (report.first == filter)
+            result += report.second;
+    }
+    return result;
+}
+
+ConvertFileFilterPtr TestVideoProvider::add(const QString& source)
+{
+    auto filter = ConvertFileFilterPtr::create();
+    provider->addConvertVideo(source, filter);
+    return filter;
+}
+
+void TestVideoProvider::initTestCase()
+{
+    QVERIFY(folder.isValid());
+    QVERIFY(qputenv("TMPDIR", folder.path().toUtf8()));
+    FakeTool::restore();
+    QVERIFY(QFile::exists(tool("ffmpeg")) && QFile::exists(tool("ffprobe")));
+    MultimediaCategoryLogging().setEnabled(QtDebugMsg, true);
+    provider = VideoProvider::instance();
+    connect(provider, &VideoProvider::videoConvertComplete, this,
+            [this](const ConvertFileFilterPtr& filter, int code) {
+                reports.append({filter, code});
+            });
+}
+
+void TestVideoProvider::init()
+{
+    reports.clear();
+}
+
+/// Comes first: the total stays that of the first file for as long as the process lives.
+void TestVideoProvider::convert_tellsProgress_andMakesMp4()
+{
+    QList<QPair<int, int>> progress;
+    connect(provider, &VideoProvider::convertProgressChanged, this,
+            [&progress](const ConvertFileFilterPtr&, int current, int total) {
+                progress.append({current, total});
+            });
+    provider->cancelConvertVideo(); // nothing to cancel
+    const auto filter = add(QUrl::fromLocalFile(media("long.mp4")).toString());
+    QCOMPARE(codes(filter), QList<int>{2}); // a URL is no path yet
+    QTRY_COMPARE_WITH_TIMEOUT(codes(filter), (QList<int>{2, 0}), 60000);
+    QCOMPARE(filter->outputFile, path("long.mp4"));
+    const QJsonObject video = mediacheck::stream(mediacheck::probe(filter->outputFile), "video");
+    QCOMPARE(video["codec_name"].toString(), QStringLiteral("h264"));
+    QCOMPARE(video["nb_read_frames"].toString(), QStringLiteral("75"));
+    QCOMPARE(mediacheck::decodeErrors(filter->outputFile), QString());
+    QVERIFY(!QImage(path("long.jpg")).isNull());
+
+    QVERIFY(progress.size() >= 2);
+    QCOMPARE(progress.first(), qMakePair(0, 3));
+    for (int i = 1; i < progress.size(); ++i) {
+        QVERIFY(progress[i].first >= progress[i - 1].first && progress[i].first <= 3);
+        QCOMPARE(progress[i].second, 3);
+    }
+    progress.clear();
+    const auto second = add(media("short.mp4"));
+    QTRY_COMPARE(codes(second), (QList<int>{0, 0}));
+    QCOMPARE(progress.isEmpty() ? 3 : progress.first().second, 3);
+    provider->disconnect(SIGNAL(convertProgressChanged(ConvertFileFilterPtr, int, int)));
+}
+
+void TestVideoProvider::queue_goesOn_whenOneIsMissing()
+{
+    const auto first = add(media("short.mp4"));
+    const auto missing = add(path("missing.mp4"));
+    const auto last = add(media("short.mp4"));
+    QCOMPARE(codes(first) + codes(missing) + codes(last), (QList<int>{0, 2, 0}));
+    QCOMPARE(first->outputFile, media("short.mp4"));
+    QTRY_COMPARE(codes(last), (QList<int>{0, 0}));
+    QCOMPARE(codes(first), (QList<int>{0, 0}));
+    QCOMPARE(codes(missing), (QList<int>{2, 2}));
+    QCOMPARE(missing->outputFile, QString());
+    QCOMPARE(reports.last().first, last);
+    QVERIFY(first->outputFile != last->outputFile);
+    QCOMPARE(mediacheck::decodeErrors(first->outputFile), QString());
+    QCOMPARE(mediacheck::decodeErrors(last->outputFile), QString());
+}
+
+void TestVideoProvider::cancel_endsTheHead_andGoesOn()
+{
+    FakeTool hanging("case \"$*\" in *long.mp4*-y*) exec sleep 1000;; esac; exec \"$0.kept\" \"$@\"");
+    const auto head = add(media("long.mp4"));
+    const auto next = add(media("short.mp4"));
+    provider->cancelConvertVideo();
+    QTRY_COMPARE(codes(next), (QList<int>{0, 0}));
+    QCOMPARE(codes(head), (QList<int>{0, 1}));
+    QCOMPARE(head->outputFile, media("long.mp4"));
+}
+
+void TestVideoProvider::report_mayAddTheNext()
+{
+    ConvertFileFilterPtr second;
+    const auto first = add(media("short.mp4"));
+    QObject context;
+    connect(provider, &VideoProvider::videoConvertComplete, &context,
+            [&](const ConvertFileFilterPtr& filter, int) {
+                if (filter == first && !second)
+                    second = add(media("turned90.mp4"));
+            });
+    QTRY_VERIFY(second && codes(second) == (QList<int>{0, 0}));
+    QCOMPARE(codes(first), (QList<int>{0, 0}));
+    QVERIFY(second->outputFile.contains("turned90"));
+}
+
+void TestVideoProvider::convert_takesPathAsOne_data()
+{
+    QTest::addColumn<QString>("name");
+    for (const char* name : {"two words", "a\"quote\"", "\"", "-y", "-i \"x\" -y", "%1 %2 %3", "concat:a|b",
+                             "$(touch x);'`", "\u97f3\u58f0", "line\nbreak", "trailing "})
+        QTest::newRow(name) << QString::fromUtf8(name);
+}
+
+void TestVideoProvider::convert_takesPathAsOne()
+{
+    QFETCH(QString, name);
+    QDir(folder.path()).mkpath("odd");
+    // Relative, so that the tool's argument begins as the name does.
+    const QString before = QDir::currentPath();
+    QVERIFY(QDir::setCurrent(path("odd")));
+    QVERIFY(QFile::copy(media("turned90.mp4"), name + ".mp4"));
+    const QStringList files = QDir().entryList(QDir::Files);
+
+    const auto filter = add(name + ".mp4");
+    QTRY_COMPARE(codes(filter), (QList<int>{0, 0}));
+    QCOMPARE(QFileInfo(filter->outputFile).path(), folder.path());
+    QVERIFY(QFileInfo(filter->outputFile).completeBaseName().startsWith(name));
+    QCOMPARE(provider->readVideoRotation(name + ".mp4"), 90);
+    QVERIFY(!QImage(provider->fetchVideoFirstFrame(name + ".mp4")).isNull());
+    QSignalSpy gif(provider, &VideoProvider::gifConvertComplete);
+    provider->mp4ToGif(name + ".mp4", "id");
+    QVERIFY(gif.wait());
+    QCOMPARE(gif[0][0].toString(), path(name + ".gif"));
+    QVERIFY(QFile::exists(path(name + ".gif")));
+
+    QCOMPARE(QDir().entryList(QDir::Files), files);
+    QVERIFY(QFile::remove(name + ".mp4"));
+    QVERIFY(QDir::setCurrent(before));
+}
+
+void TestVideoProvider::queue_stands_whenToolIsAbsent()
+{
+    QSignalSpy gif(provider, &VideoProvider::gifConvertComplete);
+    LogCapture log;
+    ConvertFileFilterPtr filter;
+    {
+        FakeTool absent;
+        filter = add(media("short.mp4"));
+        provider->mp4ToGif(media("short.mp4"), "absent");
+        QTRY_COMPARE(log.count("could not start"), 2);
+        provider->fetchVideoFirstFrame(media("short.mp4"));
+        QCOMPARE(log.count("could not start"), 3);
+    }
+    QCOMPARE(codes(filter), QList<int>{0});
+    QCOMPARE(gif.count(), 0);
+    provider->convertVideoToMp4();
+    QTRY_COMPARE(codes(filter), (QList<int>{0, 0}));
+}
+
+void TestVideoProvider::queue_ends_whenToolHangsOrFloods()
+{
+    {
+        FakeTool flooding(
+            "case \"$*\" in *-y*info*|*info*-y*) head -c 30000000 /dev/zero | tr '\\0' 'x' >&2;; esac");
+        const auto filter = add(media("short.mp4"));
+        QTRY_COMPARE_WITH_TIMEOUT(codes(filter), (QList<int>{0, 2}), 30000);
+        QCOMPARE(filter->outputFile, QString());
+    }
+    FakeTool hanging("case \"$*\" in *info*) exec sleep 1000;; esac");
+    const auto filter = add(media("short.mp4"));
+    QSignalSpy gif(provider, &VideoProvider::gifConvertComplete);
+    provider->mp4ToGif(media("long.mp4"), "hanging");
+    provider->cancelConvertVideo();
+    QTRY_COMPARE(codes(filter), (QList<int>{0, 1}));
+    QCOMPARE(gif.count(), 0);
+    killChildren();
+    QTRY_COMPARE(gif.count(), 1);
+    QCOMPARE(gif[0], (QList<QVariant>{"", "hanging"}));
+}
+
+void TestVideoProvider::standardErrorOf_isBounded()
+{
+    FakeTool flooding("exec yes err >&2");
+    QElapsedTimer timer;
+    timer.start();
+    const QString text = toolcommand::standardErrorOf(toolcommand::quoted(tool("ffmpeg")), 500);
+    QVERIFY(timer.elapsed() >= 500);
+    QCOMPARE(text.size(), 1 << 20);
+    FakeTool::restore();
+    FakeTool hanging("echo before >&2; exec sleep 1000");
+    QCOMPARE(toolcommand::standardErrorOf(toolcommand::quoted(tool("ffmpeg")), 500),
+             QStringLiteral("before\n"));
+}
+
+void TestVideoProvider::firstFrame_isWritten()
+{
+    const QString first = provider->fetchVideoFirstFrame(QUrl::fromLocalFile(media("moving.gif")).toString());
+    QCOMPARE(first, folder.path() + "//moving.jpg");
+    QCOMPARE(QImage(first).size(), QSize(160, 120));
+    QFile broken(path("broken.mp4"));
+    QVERIFY(broken.open(QIODevice::WriteOnly) && broken.write("no video") > 0);
+    broken.close();
+    QCOMPARE(provider->fetchVideoFirstFrame(broken.fileName()), QString());
+    QCOMPARE(provider->fetchVideoFirstFrame(path("missing.mp4")), QString());
+    QCOMPARE(provider->fetchVideoFirstFrame(""), QString());
+}
+
+void TestVideoProvider::rotation_isRead_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<int>("degrees");
+    QTest::newRow("none") << media("short.mp4") << 0;
+    QTest::newRow("90") << media("turned90.mp4") << 90;
+    QTest::newRow("180") << media("turned180.mp4") << -180;
+    QTest::newRow("270") << media("turned270.mp4") << -90;
+    QTest::newRow("URL") << QUrl::fromLocalFile(media("turned90.mp4")).toString() << 90;
+    QTest::newRow("missing") << path("missing.mp4") << 0;
+    QTest::newRow("empty") << QString() << 0;
+}
+
+void TestVideoProvider::rotation_isRead()
+{
+    QFETCH(QString, file);
+    QTEST(provider->readVideoRotation(file), "degrees");
+}
+
+void TestVideoProvider::gifAndMp4_areMade_withTrailingOptions()
+{
+    LogCapture log;
+    QSignalSpy gif(provider, &VideoProvider::gifConvertComplete);
+    QSignalSpy mp4(provider, &VideoProvider::mp4ConvertComplete);
+    for (const char* name : {"moving.gif", "long.gif", "turned90.gif", "moving.mp4"})
+        QFile::remove(path(name));
+    provider->mp4ToGif(media("turned90.mp4"), "default");
+    provider->mp4ToGif(media("long.mp4"), "sized", 100, 50, 5);
+    provider->gifToMp4(media("moving.gif"), "back", 100, 50);
+    QTRY_COMPARE_WITH_TIMEOUT(gif.count(), 2, 30000);
+    QTRY_COMPARE(mp4.count(), 1);
+    QCOMPARE(mp4[0], (QList<QVariant>{path("moving.mp4"), "back"}));
+
+    const QString ffmpeg = tool("ffmpeg");
+    QVERIFY(log.text().contains(QStringLiteral("cmd: %1 -hide_banner -v info -i \"%2\" -r 12 %3\n")
+                                    .arg(ffmpeg, media("turned90.mp4"), path("turned90.gif"))));
+    QVERIFY(log.text().contains(QStringLiteral("cmd: %1 -hide_banner -v info -i \"%2\" -r 5 %3 -s 100x50\n")
+                                    .arg(ffmpeg, media("long.mp4"), path("long.gif"))));
+    QVERIFY(log.text().contains(
+        QStringLiteral("cmd: %1 -hide_banner -v info -i \"%2\" -r 30 %3 -s 100x50 -c:v h264_qsv")
+            .arg(ffmpeg, media("moving.gif"), path("moving.mp4"))));
+    // What stands behind the output does not apply to it.
+    const QJsonObject sized = mediacheck::stream(mediacheck::probe(path("long.gif")), "video");
+    QCOMPARE(sized["width"].toInt(), 1280);
+    QCOMPARE(sized["r_frame_rate"].toString(), QStringLiteral("5/1"));
+    const QJsonObject back = mediacheck::stream(mediacheck::probe(path("moving.mp4")), "video");
+    QCOMPARE(back["codec_name"].toString(), QStringLiteral("h264"));
+    QCOMPARE(back["width"].toInt(), 160);
+    QCOMPARE(back["r_frame_rate"].toString(), QStringLiteral("30/1"));
+}
+
+void TestVideoProvider::gif_failsOrWaits()
+{
+    QSignalSpy gif(provider, &VideoProvider::gifConvertComplete);
+    provider->mp4ToGif(path("missing.mp4"), "missing");
+    QTRY_COMPARE(gif.count(), 1);
+    QCOMPARE(gif[0], (QList<QVariant>{"", "missing"}));
+
+    // The tool asks before it overwrites, and nobody answers.
+    QFile taken(path("short.gif"));
+    QVERIFY(taken.open(QIODevice::WriteOnly) && taken.write("precious") > 0);
+    taken.close();
+    provider->mp4ToGif(media("short.mp4"), "taken");
+    QVERIFY(!gif.wait(500));
+    killChildren();
+    QTRY_COMPARE(gif.count(), 2);
+    QCOMPARE(gif[1], (QList<QVariant>{"", "taken"}));
+    QCOMPARE(QFileInfo(taken).size(), 8);
+}
+
+void TestVideoProvider::words_reachTheToolAsOne_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("as_one_word");
+    QTest::addColumn<QString>("input");
+    QTest::newRow("plain") << "/a/b.mp4"
+                           << "/a/b.mp4"
+                           << "/a/b.mp4";
+    QTest::newRow("relative") << "b.mp4"
+                              << "b.mp4"
+                              << "b.mp4";
+    QTest::newRow("blank") << "/a b"
+                           << "\"/a b\""
+                           << "/a b";
+    QTest::newRow("quote") << "/a\"b"
+                           << "\"/a\"\"\"b\""
+                           << "/a\"b";
+    QTest::newRow("option") << "-b.mp4"
+                            << "-b.mp4"
+                            << "file:-b.mp4";
+    QTest::newRow("protocol") << "http://b"
+                              << "http://b"
+                              << "file:http://b";
+    QTest::newRow("address of a file") << "file:///b"
+                                       << "file:///b"
+                                       << "file:///b";
+    QTest::newRow("colon") << "/a:b"
+                           << "/a:b"
+                           << "/a:b";
+    QTest::newRow("empty") << ""
+                           << ""
+                           << "file:";
+}
+
+void TestVideoProvider::words_reachTheToolAsOne()
+{
+    QFETCH(QString, path);
+    QTEST(toolcommand::asOneWord(path), "as_one_word");
+    QTEST(toolcommand::inputPath(path), "input");
+    if (!path.isEmpty())
+        QCOMPARE(QProcess::splitCommand(QString("x " + toolcommand::quoted(path))), (QStringList{"x", path}));
+}
+
+QTEST_GUILESS_MAIN(TestVideoProvider)
+#include "test_videoprovider.moc"
