@@ -114,7 +114,7 @@ QList<int> TestVideoProvider::codes(const ConvertFileFilterPtr& filter) const
 
 ConvertFileFilterPtr TestVideoProvider::add(const QString& source)
 {
-    const auto filter = ConvertFileFilterPtr::create();
+    auto filter = ConvertFileFilterPtr::create();
     provider->addConvertVideo(source, filter);
     return filter;
 }
