@@ -1,6 +1,7 @@
 #include "multimedia/multimediaprovider.h"
 
 #include "multimedia/devicemgr/devicetypedefine.h"
+#include "multimedia/videoeditor/videoeditor.h"
 #include "quillon/graphicdefines.h"
 
 #include <QtQml/QQmlContext>
@@ -10,6 +11,13 @@ namespace {
 constexpr auto kModule = "Quillon";
 constexpr int kMajor = 1;
 constexpr int kMinor = 0;
+constexpr QSize kFrameSize(120, 96);
+
+QObject* videoEditor(QQmlEngine*, QJSEngine*)
+{
+    VideoEditor::instance()->setImageFrameSize(kFrameSize);
+    return VideoEditor::instance();
+}
 } // namespace
 
 MultimediaProvider& MultimediaProvider::instance()
@@ -29,6 +37,8 @@ void MultimediaProvider::registType(QQmlEngine& engine)
                                      "GraphicDefines", enums_only);
     qmlRegisterUncreatableType<ImageEdit::ImageEditProvider>(kModule, kMajor, kMinor, "ImageEditProvider",
                                                              enums_only);
+    qmlRegisterSingletonType<VideoEditor>(kModule, kMajor, kMinor, "VideoEditor", videoEditor);
+    VideoEditor::instance()->bindQmlEngine(&engine);
     qRegisterMetaType<ImageEdit::ImageEditProvider*>("ImageEditProvider*");
     engine.rootContext()->setContextProperty(QStringLiteral("MultimediaProvider"), &instance());
 }

@@ -97,6 +97,7 @@ void TestOpenInput::openInput_refuses_whatReachesForMore_data()
     QTest::newRow("playlist of itself")
         << QByteArray("#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\nmovie.mp4\n#EXT-X-ENDLIST\n");
     QTest::newRow("script beside the file") << QByteArray("ffconcat version 1.0\nfile secret.ts\n");
+    QTest::newRow("text") << QByteArray("a line of text\n").repeated(1000);
     QTest::newRow("session description") << QByteArray(
         "v=0\no=- 0 0 IN IP4 127.0.0.1\ns=x\nc=IN IP4 127.0.0.1\nt=0 0\nm=audio 5004 RTP/AVP 0\n");
 }

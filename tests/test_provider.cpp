@@ -1,5 +1,6 @@
 #include "multimedia/devicemgr/devicetypedefine.h"
 #include "multimedia/multimediaprovider.h"
+#include "multimedia/videoeditor/videoeditor.h"
 #include "quillon/graphicdefines.h"
 
 #include <QtQml/QQmlComponent>
@@ -26,14 +27,19 @@ void TestProvider::registType_opensModule_forEveryEngine()
             "import QtQml 2.15; import Quillon 1.0;"
             "QtObject { property var values: [DeviceTypeDefine.Null, DeviceTypeDefine.AudioInput,"
             "DeviceTypeDefine.AudioOutput, DeviceTypeDefine.Camera, DeviceTypeDefine.Screen];"
-            "property int arrow: GraphicDefines.Arrow;"
-            "property QtObject provider: MultimediaProvider }",
+            "property int arrow: GraphicDefines.Arrow; property QtObject editor: VideoEditor;"
+            "property QtObject images: ImageContext; property QtObject provider: MultimediaProvider }",
             {});
         const QScopedPointer<QObject> object(component.create());
         QVERIFY2(object, qPrintable(component.errorString()));
         QCOMPARE(object->property("values").toList(), (QVariantList{0, 1, 2, 3, 4}));
         QCOMPARE(object->property("arrow").toInt(), int(GraphicDefines::Arrow));
         QCOMPARE(object->property("provider").value<QObject*>(), &MultimediaProvider::instance());
+
+        QCOMPARE(object->property("editor").value<QObject*>(), VideoEditor::instance());
+        QCOMPARE(VideoEditor::instance()->getSize(), QSize(120, 96));
+        QVERIFY(object->property("images").value<QObject*>());
+        QVERIFY(engine->imageProvider(QStringLiteral("videoimageprovider")));
 
         component.setData("import Quillon 1.0; DeviceTypeDefine {}", {});
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral(".*")));

@@ -46,6 +46,12 @@ int setContextOptions(AVFormatContext* context)
     return code;
 }
 
+/// FFmpeg would show a text as the film of a terminal.
+bool isText(const AVFormatContext& context)
+{
+    return std::strcmp(context.iformat->name, "tty") == 0;
+}
+
 bool isRegularFile(const std::string& path)
 {
     std::error_code error;
@@ -89,7 +95,10 @@ int openInput(InputPtr& input, const std::string& path, const InputOptions& opti
     const std::string url = local ? kFileScheme + path : path;
     code = avformat_open_input(&context, url.c_str(), nullptr, protocol_options.address());
     input.reset(context);
-    return code;
+    if (code < 0 || !isText(*context))
+        return code;
+    input.reset();
+    return AVERROR_INVALIDDATA;
 }
 
 } // namespace multimedia

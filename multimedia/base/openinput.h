@@ -28,7 +28,7 @@ struct InputOptions
 /// An input opens itself and nothing else: a playlist, a script or an image pattern that names other files,
 /// devices or addresses fails, whatever the extension says. A local path is taken by the letter, so that
 /// "concat:a|b" or "http://host/x" is only an odd file name; folders, pipes and devices are refused before
-/// they can block. Probing and the number of streams are bounded.
+/// they can block. A text is no media. Probing and the number of streams are bounded.
 ///
 /// @param path   UTF-8
 /// @param input  the result; null on failure

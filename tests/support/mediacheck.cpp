@@ -87,6 +87,36 @@ QImage frameAt(const QString& path, int index)
     return QImage::fromData(png, "PNG");
 }
 
+std::vector<int> lumas(const QString& path)
+{
+    const QByteArray bytes = output(
+        QStringLiteral("ffmpeg"),
+        kQuiet + QStringList{QStringLiteral("-i"), path, QStringLiteral("-map"), QStringLiteral("0:v:0"),
+                             QStringLiteral("-vf"), QStringLiteral("extractplanes=y,crop=1:1"),
+                             QStringLiteral("-vsync"), QStringLiteral("passthrough"), QStringLiteral("-f"),
+                             QStringLiteral("rawvideo"), QStringLiteral("-")});
+    std::vector<int> values;
+    for (const char byte : bytes)
+        values.push_back(uint8_t(byte));
+    return values;
+}
+
+std::vector<double> pictureTimes(const QString& path)
+{
+    const QByteArray lines =
+        output(QStringLiteral("ffprobe"),
+               {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-select_streams"),
+                QStringLiteral("v:0"), QStringLiteral("-show_entries"),
+                QStringLiteral("frame=best_effort_timestamp_time"), QStringLiteral("-of"),
+                QStringLiteral("csv=p=0"), path});
+    std::vector<double> times;
+    for (const QByteArray& line : lines.split('\n')) {
+        if (!line.isEmpty())
+            times.push_back(line.split(',').first().toDouble());
+    }
+    return times;
+}
+
 std::vector<int16_t> decodeAudio(const QString& path, int sample_rate)
 {
     const QByteArray bytes =

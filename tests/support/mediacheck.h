@@ -30,6 +30,11 @@ int distinctFrames(const QString& path);
 /// Picture number `index`, null when there is none.
 QImage frameAt(const QString& path, int index);
 
+/// Luma, 0 to 255, in the middle of each picture of the first video stream.
+std::vector<int> lumas(const QString& path);
+/// When each picture of the first video stream is shown, in seconds.
+std::vector<double> pictureTimes(const QString& path);
+
 /// Sound as 16-bit samples of one channel.
 std::vector<int16_t> decodeAudio(const QString& path, int sample_rate);
 /// Share of the tenths of a second, 0 to 1, whose energy lies at `frequency_hz`. A gap or a jump of the phase

@@ -1,0 +1,112 @@
+#pragma once
+
+#include "multimedia/base/ffmpegptr.h"
+#include "quillon/editfilefilter.h"
+
+#include <QtCore/QMap>
+#include <QtCore/QString>
+#include <QtCore/QThread>
+
+#include <atomic>
+#include <vector>
+
+/// Copies a span of a video into another file, without decoding: from the key frame at or before the start to
+/// the first packet beyond the end. Each stream's times begin at 0.
+///
+/// Video, sound and subtitles are copied, with their rotation; what else is in the file is not. The target's
+/// container follows from its suffix. One object serves one clip, which ends in one `clipFinish`, emitted on
+/// the thread that clips, or on the caller's for a refused request:
+///
+/// | code         | meaning                   | target file                      |
+/// |--------------|---------------------------|----------------------------------|
+/// | `kDone`      | the span was written      | complete                         |
+/// | `kCancelled` | cancelled                 | removed                          |
+/// | `kFailed`    | failed or refused         | removed if the clip had begun it |
+///
+/// The destructor cancels and waits, for one packet at most.
+class VideoClipThread : public QThread
+{
+    Q_OBJECT
+
+public:
+    enum Code { kDone = 0, kCancelled = 1, kFailed = 2 };
+
+    VideoClipThread();
+    ~VideoClipThread() override;
+
+    /// Refuses a missing source, a negative start, an end before the start, and an empty target.
+    ///
+    /// @param sync  clips on the calling thread; otherwise the call returns at once
+    /// @return false if the request was refused
+    bool startClip(EditFileFilterPtr filter, bool sync);
+    /// Clips from path to path; times are in milliseconds. Always true; what cannot be done is reported by
+    /// `clipFinish`.
+    bool startClip(const QString& src, const QString& dst, long long start, long long end, bool sync);
+    /// Takes effect at the next packet. Any thread.
+    void cancelClip();
+
+    /// True as soon as `clipFinish` is on its way. Any thread.
+    bool hasEnded() const { return m_ended; }
+
+    /// The work, for the request that was started.
+    void clip();
+    /// Whether packets of a stream of FFmpeg's media type `type` are copied.
+    static bool isSupportStreamType(int type);
+    /// Id of the requested file; empty for a clip by paths.
+    QString getFileId() const;
+    /// Ends the clip as failed.
+    void clipError();
+    /// Closes both files, and removes the target that the clip has begun unless it is to be kept.
+    void resetCtx(bool keepFile);
+
+Q_SIGNALS:
+    void clipFinish(EditFileFilterPtr editFilePtr, int code);
+
+protected:
+    void run() override;
+
+private:
+    /// In the source's time base.
+    struct StreamTimes
+    {
+        int64_t first_dts;
+        int64_t step; ///< duration of the first packet, 1 or more
+        int64_t last_dts;
+    };
+
+    void begin(bool sync);
+    bool openSource();
+    bool openTarget();
+    bool addStream(AVStream& source);
+    bool seekToStart();
+    bool seek(int64_t target_us);
+    bool findKeyFrame();
+    void copyPackets();
+    int targetIndex(const AVPacket& packet) const;
+    bool isBeforeStart(const AVPacket& packet) const;
+    bool isBeyondEnd(const AVPacket& packet) const;
+    int64_t completeTimes(AVPacket& packet);
+    void writePacket(AVPacket& packet);
+    bool finishTarget();
+    void end(Code code);
+
+    qint64 m_startTime = 0;
+    qint64 m_endTime = 0;
+    QString m_srcPath;
+    QString m_dstPath;
+    /// From the request to the end or `cancelClip`.
+    std::atomic<bool> m_running{false};
+    std::atomic<bool> m_ended{false};
+    EditFileFilterPtr m_filter;
+    multimedia::InputPtr m_inputContext;
+    multimedia::OutputPtr m_outputContext;
+    /// The target file is this clip's own, to be removed if the clip does not succeed.
+    bool m_targetBegun = false;
+    int m_videoIndex = -1;
+    /// By index in the source; -1 for a stream that is not copied.
+    std::vector<int> m_targetIndex;
+    /// By index in the source.
+    QMap<int, StreamTimes> m_times;
+    /// Decoding time of the key frame to begin at, where the seek does not end at one.
+    int64_t m_firstTime = AV_NOPTS_VALUE;
+};

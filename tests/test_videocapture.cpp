@@ -1,0 +1,325 @@
+#include "multimedia/base/ffmpegptr.h"
+#include "multimedia/base/rotation.h"
+#include "multimedia/videocapture/videocapture.h"
+#include "multimedia/videocapture/videoinformation.h"
+#include "tests/support/logcapture.h"
+
+extern "C" {
+#include <libavutil/display.h>
+}
+
+#include <QtCore/QDir>
+#include <QtCore/QMetaProperty>
+#include <QtCore/QTemporaryDir>
+#include <QtGui/QImage>
+#include <QtTest/QtTest>
+
+#include <array>
+
+namespace {
+
+constexpr QSize kUnknownSize(-1, -1);
+
+QString media(const QString& name)
+{
+    return QStringLiteral(TEST_MEDIA_DIR "/video/") + name;
+}
+
+/// A muxer's stream, to be given a rotation.
+struct Stream
+{
+    Stream()
+        : format(avformat_alloc_context())
+        , stream(avformat_new_stream(format, nullptr))
+    {}
+    ~Stream() { avformat_free_context(format); }
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+
+    void setMatrix(const std::array<int32_t, 9>& matrix) const
+    {
+        memcpy(av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, sizeof matrix), matrix.data(),
+               sizeof matrix);
+    }
+    void setMatrix(double counterclockwise) const
+    {
+        std::array<int32_t, 9> matrix{};
+        av_display_rotation_set(matrix.data(), -counterclockwise);
+        setMatrix(matrix);
+    }
+
+    AVFormatContext* format;
+    AVStream* stream;
+};
+
+} // namespace
+
+class TestVideoCapture : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { av_log_set_level(AV_LOG_QUIET); }
+    void rotation_isReadFromEitherForm_data();
+    void rotation_isReadFromEitherForm();
+    void rotation_isWrittenInBothForms();
+    void probe_answers_whatTheFileIs_data();
+    void probe_answers_whatTheFileIs();
+    void probe_refuses_whatIsNoVideo_data();
+    void probe_refuses_whatIsNoVideo();
+    void firstFrame_isUpright_andAtMost1024Wide_data();
+    void firstFrame_isUpright_andAtMost1024Wide();
+    void firstFrame_fails_forBadInput_data();
+    void firstFrame_fails_forBadInput();
+    void containerRotation_isReadFromContainerOnly();
+    void probes_releaseTheirFiles();
+    void information_isCopied_withoutRotation();
+    void information_showsEveryField_toQml();
+
+private:
+    VideoCapture* const capture = VideoCapture::instance();
+};
+
+void TestVideoCapture::rotation_isReadFromEitherForm_data()
+{
+    QTest::addColumn<double>("counterclockwise");
+    QTest::addColumn<int>("clockwise");
+    QTest::addColumn<int>("display_matrix");
+    QTest::newRow("0") << 0. << 0 << 0;
+    QTest::newRow("90") << 90. << 270 << 90;
+    QTest::newRow("-90") << -90. << 90 << 270;
+    QTest::newRow("180") << 180. << 180 << 180;
+    QTest::newRow("45") << 45. << 315 << 45;
+}
+
+void TestVideoCapture::rotation_isReadFromEitherForm()
+{
+    QFETCH(double, counterclockwise);
+    QFETCH(int, clockwise);
+    QFETCH(int, display_matrix);
+    const Stream turned;
+    turned.setMatrix(counterclockwise);
+    QCOMPARE(multimedia::rotateTag(*turned.stream), std::optional(clockwise));
+    QCOMPARE(capture->getDisplayMatrix(turned.stream), display_matrix);
+
+    av_dict_set(&turned.stream->metadata, "ROTATE", "-90 degrees", 0);
+    QCOMPARE(multimedia::rotateTag(*turned.stream), std::optional(-90));
+
+    const Stream plain;
+    QCOMPARE(multimedia::rotateTag(*plain.stream), std::optional<int>());
+    QCOMPARE(capture->getDisplayMatrix(plain.stream), 0);
+    plain.setMatrix(std::array<int32_t, 9>{});
+    QCOMPARE(multimedia::rotateTag(*plain.stream), std::optional<int>());
+    QCOMPARE(capture->getDisplayMatrix(plain.stream), 0);
+}
+
+void TestVideoCapture::rotation_isWrittenInBothForms()
+{
+    const Stream target;
+    QVERIFY(multimedia::setRotation(*target.stream, 90));
+    QCOMPARE(av_dict_get(target.stream->metadata, "rotate", nullptr, 0)->value, "90");
+    QCOMPARE(multimedia::displayTurn(*target.stream), std::optional(-90.));
+    QVERIFY(multimedia::setRotation(*target.stream, 180));
+    QCOMPARE(multimedia::displayTurn(*target.stream), std::optional(-90.));
+}
+
+void TestVideoCapture::probe_answers_whatTheFileIs_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QSize>("size");
+    QTest::addColumn<QString>("format");
+    QTest::addColumn<int>("duration_ms");
+    QTest::newRow("mp4") << "base.mp4" << QSize(160, 120) << "mov" << 8000;
+    QTest::newRow("mkv") << "base.mkv" << QSize(160, 120) << "mkv" << 8021;
+    QTest::newRow("avi") << "base.avi" << QSize(160, 120) << "avi" << 8000;
+    QTest::newRow("turned by 90") << "rotate90.mp4" << QSize(120, 160) << "mov" << 8000;
+    QTest::newRow("turned by 180") << "rotate180.mov" << QSize(160, 120) << "mov" << 8000;
+    QTest::newRow("turned by 270") << "rotate270.mp4" << QSize(120, 160) << "mov" << 8000;
+    QTest::newRow("tag") << "tag90.mkv" << QSize(120, 160) << "mkv" << 8021;
+    QTest::newRow("cover beside video") << "cover.mp4" << QSize(160, 120) << "mov" << 8000;
+    QTest::newRow("truncated") << "truncated.mp4" << QSize(160, 120) << "mov" << 8000;
+}
+
+void TestVideoCapture::probe_answers_whatTheFileIs()
+{
+    QFETCH(QString, file);
+    QFETCH(QSize, size);
+    QFETCH(QString, format);
+    QFETCH(int, duration_ms);
+    QCOMPARE(capture->videoSourceSize(media(file)), size);
+
+    long long duration = -1;
+    QString found_format;
+    QSize found_size;
+    QVERIFY(capture->syncDecodeFormat(media(file), duration, found_format, found_size));
+    QCOMPARE(found_size, size);
+    QCOMPARE(found_format, format);
+    QVERIFY2(qAbs(duration - duration_ms) <= 40, qPrintable(QString::number(duration)));
+}
+
+void TestVideoCapture::probe_refuses_whatIsNoVideo_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QSize>("size");
+    for (const char* file :
+         {"missing.mp4", "empty.mp4", "text.mp4", "headonly.mp4", "sound.m4a", "titles.srt", ".", ""})
+        QTest::newRow(file) << file << kUnknownSize;
+    QTest::newRow("cover of a sound") << "cover.mp3" << QSize(64, 64);
+    QTest::newRow("recognised by its name") << "nameonly.cdg" << QSize(300, 216);
+    QTest::newRow("barely recognised") << "base.ts" << QSize(160, 120);
+}
+
+void TestVideoCapture::probe_refuses_whatIsNoVideo()
+{
+    QFETCH(QString, file);
+    QFETCH(QSize, size);
+    QCOMPARE(capture->videoSourceSize(media(file)), size);
+    long long duration = -7;
+    QString format = QStringLiteral("old");
+    QString image = QStringLiteral("old");
+    QSize found_size(7, 7);
+    QVERIFY(!capture->syncDecodeFormat(media(file), duration, format, found_size));
+    QVERIFY(!capture->syncDecodeFormat(media(file), duration, format, image, found_size));
+    QCOMPARE(image, QStringLiteral("old"));
+    QCOMPARE(found_size, QSize(7, 7));
+}
+
+void TestVideoCapture::firstFrame_isUpright_andAtMost1024Wide_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QSize>("image_size");
+    QTest::addColumn<QSize>("video_size");
+    QTest::addColumn<QPoint>("red_corner");
+    QTest::newRow("1920x1080") << "1920x1080.mp4" << QSize(1024, 576) << QSize(1920, 1080) << QPoint();
+    QTest::newRow("1000x700") << "1000x700.mp4" << QSize(1000, 700) << QSize(1000, 700) << QPoint();
+    QTest::newRow("1001x700") << "1001x700.mp4" << QSize(1008, 704) << QSize(1001, 700) << QPoint();
+    QTest::newRow("upright") << "base.mp4" << QSize(160, 120) << QSize(160, 120) << QPoint(10, 10);
+    QTest::newRow("90") << "rotate90.mp4" << QSize(120, 160) << QSize(120, 160) << QPoint(110, 10);
+    QTest::newRow("180") << "rotate180.mov" << QSize(160, 120) << QSize(160, 120) << QPoint(150, 110);
+    QTest::newRow("270") << "rotate270.mp4" << QSize(120, 160) << QSize(120, 160) << QPoint(10, 150);
+    QTest::newRow("webm") << "base.webm" << QSize(160, 120) << QSize(160, 120) << QPoint(10, 10);
+    QTest::newRow("corrupt") << "corrupt.mp4" << QSize(160, 120) << QSize(160, 120) << QPoint(10, 10);
+}
+
+void TestVideoCapture::firstFrame_isUpright_andAtMost1024Wide()
+{
+    QFETCH(QString, file);
+    QFETCH(QSize, image_size);
+    QFETCH(QSize, video_size);
+    QFETCH(QPoint, red_corner);
+    long long duration = -1;
+    QString format;
+    QString path;
+    QSize size;
+    QVERIFY(capture->syncDecodeFormat(media(file), duration, format, path, size));
+    QCOMPARE(size, video_size);
+    QVERIFY(path.startsWith(QDir::tempPath()) && path.endsWith(QLatin1String(".jpg")));
+    const QImage image(path);
+    QVERIFY(QFile::remove(path));
+    QCOMPARE(image.size(), image_size);
+    if (red_corner.isNull())
+        return;
+    for (const QPoint corner :
+         {QPoint(10, 10), QPoint(image.width() - 10, 10), QPoint(10, image.height() - 10),
+          QPoint(image.width() - 10, image.height() - 10)})
+        QCOMPARE(image.pixelColor(corner).red() > 120, corner == red_corner);
+
+    const QTemporaryDir folder;
+    const QString own = folder.filePath(QStringLiteral("own.png"));
+    QVERIFY(capture->syncDecodeCapture(media(file), own));
+    QCOMPARE(QImage(own).size(), image_size);
+    const QString bytes = folder.filePath(QStringLiteral("bytes.bmp"));
+    QVERIFY(capture->captureFirstFrame(media(file).toUtf8().constData(), bytes));
+    QCOMPARE(QImage(bytes), QImage(own).convertToFormat(QImage(bytes).format()));
+}
+
+void TestVideoCapture::firstFrame_fails_forBadInput_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("image");
+    QTest::newRow("text") << "text.mp4"
+                          << "image.png";
+    QTest::newRow("sound") << "sound.m4a"
+                           << "image.png";
+    QTest::newRow("missing") << "missing.mp4"
+                             << "image.png";
+    QTest::newRow("no such folder") << "base.mp4"
+                                    << "missing/image.png";
+    QTest::newRow("unknown suffix") << "base.mp4"
+                                    << "image.nothing";
+}
+
+void TestVideoCapture::firstFrame_fails_forBadInput()
+{
+    QFETCH(QString, file);
+    QFETCH(QString, image);
+    const QTemporaryDir folder;
+    QVERIFY(!capture->syncDecodeCapture(media(file), folder.filePath(image)));
+    QVERIFY(!capture->captureFirstFrame(media(file).toUtf8().constData(), folder.filePath(image)));
+    QVERIFY(QDir(folder.path()).isEmpty());
+}
+
+void TestVideoCapture::containerRotation_isReadFromContainerOnly()
+{
+    QCOMPARE(capture->rotation(media(QStringLiteral("containerrotation.mkv"))), 90);
+    QCOMPARE(capture->rotation(media(QStringLiteral("tag90.mkv"))), 0);
+    QCOMPARE(capture->rotation(media(QStringLiteral("rotate90.mp4"))), 0);
+    QCOMPARE(capture->rotation(media(QStringLiteral("text.mp4"))), 0);
+}
+
+void TestVideoCapture::probes_releaseTheirFiles()
+{
+    const LogCapture log; // 200 lines that nobody wants to read
+    const QDir descriptors(QStringLiteral("/proc/self/fd"));
+    const QTemporaryDir folder;
+    const QString image = folder.filePath(QStringLiteral("image.png"));
+    capture->syncDecodeCapture(media(QStringLiteral("base.mp4")), image);
+    const int before = descriptors.entryList().size();
+    for (int i = 0; i < 100; ++i) {
+        QVERIFY(capture->videoSourceSize(media(QStringLiteral("base.mp4"))).isValid());
+        QVERIFY(!capture->videoSourceSize(media(QStringLiteral("headonly.mp4"))).isValid());
+        QVERIFY(!capture->videoSourceSize(media(QStringLiteral("sound.m4a"))).isValid());
+        QVERIFY(capture->syncDecodeCapture(media(QStringLiteral("rotate90.mp4")), image));
+        QVERIFY(!capture->syncDecodeCapture(media(QStringLiteral("base.mp4")),
+                                            folder.filePath(QStringLiteral("x"))));
+    }
+    QCOMPARE(descriptors.entryList().size(), before);
+}
+
+void TestVideoCapture::information_isCopied_withoutRotation()
+{
+    VideoInformation source;
+    source.facts.valid = true;
+    source.facts.videoWidth = 1920;
+    source.facts.audioCodecID = 3;
+    source.facts.videoRotate = 90;
+    const VideoInformation copy(source);
+    QCOMPARE(copy.getVideoRotate(), 0);
+    QCOMPARE(copy.getVideoWidth(), 1920);
+    QCOMPARE(copy.getAudioCodecID(), 3);
+    VideoInformation assigned;
+    assigned.facts.videoRotate = 180;
+    assigned = source;
+    QCOMPARE(assigned.getVideoRotate(), 180);
+    QVERIFY(assigned.isValid());
+}
+
+void TestVideoCapture::information_showsEveryField_toQml()
+{
+    VideoInformation information;
+    information.facts = {true, true, 5'000'000'000, 3, 1920, 1080, 4,  5,  6,  7, 8,
+                         9,    true, 48000,         2, 11,   12,   13, 14, 15, 16};
+    const QVariantList expected{
+        true, true, qlonglong(5'000'000'000), 3, 1920, 1080, 5, 6, 7, 8, 9, true, 48000, 2, 11, 12, 13, 14,
+        15,   16};
+    const QMetaObject& meta = VideoInformation::staticMetaObject;
+    QCOMPARE(meta.propertyCount() - meta.propertyOffset(), expected.size());
+    for (int i = 0; i < expected.size(); ++i) {
+        const QMetaProperty property = meta.property(meta.propertyOffset() + i);
+        QCOMPARE(property.read(&information), expected[i]);
+        QVERIFY(!property.isWritable());
+    }
+}
+
+QTEST_GUILESS_MAIN(TestVideoCapture)
+#include "test_videocapture.moc"

@@ -1,0 +1,526 @@
+#include "multimedia/videoeditor/videoclipthread.h"
+#include "multimedia/videoeditor/videoeditor.h"
+#include "tests/support/mediacheck.h"
+
+#include <QtCore/QJsonArray>
+#include <QtCore/QTemporaryDir>
+#include <QtTest/QtTest>
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <thread>
+#include <utility>
+
+namespace {
+
+constexpr int kPictures_per_s = 25;
+constexpr int kFirstLuma = 16;
+
+QString media(const QString& name)
+{
+    return QStringLiteral(TEST_MEDIA_DIR "/video/") + name;
+}
+
+/// One request, and the file record that it points at.
+class Request
+{
+public:
+    Request(const QString& id, const QString& source, const QString& target, qlonglong start_ms,
+            qlonglong end_ms)
+        : file(id, source)
+        , filter(EditFileFilterPtr::create())
+    {
+        filter->file = &file;
+        filter->savePath = target;
+        filter->editInfo = {{QStringLiteral("startTime"), start_ms}, {QStringLiteral("endTime"), end_ms}};
+        filter->clipCallback = [this](int stage, int code) {
+            stages += stage;
+            codes += code;
+        };
+    }
+    Request(const Request&) = delete;
+    Request& operator=(const Request&) = delete;
+
+    BaseFile file;
+    EditFileFilterPtr filter;
+    QList<int> stages;
+    QList<int> codes;
+};
+
+/// Clips on this thread; the code that was reported, -1 if there was not exactly one.
+int clipSync(const QString& source, const QString& target, qlonglong start_ms, qlonglong end_ms)
+{
+    VideoClipThread thread;
+    QSignalSpy finished(&thread, &VideoClipThread::clipFinish);
+    thread.startClip(source, target, start_ms, end_ms, true);
+    return finished.size() == 1 ? finished.first().at(1).toInt() : -1;
+}
+
+/// When the first beep begins that has silence before it, in seconds.
+double firstBeep(const QString& path)
+{
+    constexpr int kRate = 48000;
+    constexpr int kLoud = 3000;
+    int silent_samples = 0;
+    int index = 0;
+    for (const int16_t sample : mediacheck::decodeAudio(path, kRate)) {
+        if (std::abs(sample) < kLoud)
+            ++silent_samples;
+        else if (silent_samples > kRate / 4)
+            return double(index) / kRate;
+        else
+            silent_samples = 0;
+        ++index;
+    }
+    return -1;
+}
+
+/// Writing beyond `bytes` fails for as long as it lives, as on a full disk.
+class FullDisk
+{
+public:
+    explicit FullDisk(rlim_t bytes)
+    {
+        previous_handler = std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &previous);
+        const rlimit limit{bytes, previous.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FullDisk()
+    {
+        setrlimit(RLIMIT_FSIZE, &previous);
+        std::signal(SIGXFSZ, previous_handler);
+    }
+    FullDisk(const FullDisk&) = delete;
+    FullDisk& operator=(const FullDisk&) = delete;
+
+private:
+    rlimit previous{};
+    void (*previous_handler)(int) = nullptr;
+};
+
+/// The reading end of a named pipe that a clip writes to: the clip stands still whenever the pipe is full.
+class SlowTarget
+{
+public:
+    explicit SlowTarget(const QString& path)
+    {
+        const QByteArray name = path.toLocal8Bit();
+        mkfifo(name.constData(), 0600);
+        descriptor = open(name.constData(), O_RDONLY | O_NONBLOCK);
+    }
+    ~SlowTarget() { close(descriptor); }
+    SlowTarget(const SlowTarget&) = delete;
+    SlowTarget& operator=(const SlowTarget&) = delete;
+
+    int waitingBytes() const
+    {
+        int bytes = 0;
+        ioctl(descriptor, FIONREAD, &bytes);
+        return bytes;
+    }
+    /// Takes what is there.
+    qint64 drain()
+    {
+        QByteArray buffer(1 << 20, 0);
+        return qMax<qint64>(0, read(descriptor, buffer.data(), size_t(buffer.size())));
+    }
+
+private:
+    int descriptor = -1;
+};
+
+} // namespace
+
+class TestVideoClip : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { av_log_set_level(AV_LOG_QUIET); }
+    void clip_copiesSpan_data();
+    void clip_copiesSpan();
+    void clip_keepsRotation_data();
+    void clip_keepsRotation();
+    void clip_reportsFailure_andLeavesNothing_data();
+    void clip_reportsFailure_andLeavesNothing();
+    void clip_keepsFiles_itHasNotBegun();
+    void clip_fails_onFullDisk_data();
+    void clip_fails_onFullDisk();
+    void clip_ends_withDamagedSource_data();
+    void clip_ends_withDamagedSource();
+    void cancel_takesEffectAtNextPacket_andLeavesNothing();
+    void cancel_isNotLost_beforeThreadRuns();
+    void editor_refusesAtOnce_data();
+    void editor_refusesAtOnce();
+    void editor_clipsTwoFilesAtOnce();
+    void editor_cancelsFormerClip_ofSameFile();
+
+private:
+    QString target(const QString& name) const { return folder.filePath(name); }
+
+    QTemporaryDir folder;
+};
+
+void TestVideoClip::clip_copiesSpan_data()
+{
+    QTest::addColumn<QString>("source");
+    QTest::addColumn<QString>("suffix");
+    QTest::addColumn<int>("start_ms");
+    QTest::addColumn<int>("end_ms");
+    QTest::addColumn<int>("first_picture");
+    QTest::addColumn<int>("last_picture");
+    QTest::addColumn<int>("streams");
+    for (const char* kind : {"mp4", "mov", "mkv", "webm", "avi"})
+        QTest::newRow(kind) << QStringLiteral("base.%1").arg(kind) << kind << 3000 << 5000 << 50 << 125 << 2;
+    // The first picture of the transport stream stands at 1480 ms.
+    QTest::newRow("ts") << "base.ts"
+                        << "ts" << 5000 << 7000 << 50 << 138 << 2;
+    QTest::newRow("ts, before the first key frame") << "base.ts"
+                                                    << "ts" << 1000 << 4000 << 0 << 63 << 2;
+    QTest::newRow("from the beginning") << "base.mp4"
+                                        << "mp4" << 0 << 1000 << 0 << 25 << 2;
+    QTest::newRow("from the beginning of mkv") << "base.mkv"
+                                               << "mkv" << 0 << 1000 << 0 << 25 << 2;
+    QTest::newRow("at a key frame") << "base.mp4"
+                                    << "mp4" << 2000 << 3000 << 50 << 75 << 2;
+    QTest::newRow("to the end") << "base.mp4"
+                                << "mp4" << 6500 << 60000 << 150 << 199 << 2;
+    QTest::newRow("no time") << "base.mp4"
+                             << "mp4" << 3000 << 3000 << 50 << 75 << 2;
+    QTest::newRow("long group of pictures") << "longgop.mp4"
+                                            << "mp4" << 7000 << 7500 << 0 << 187 << 1;
+    QTest::newRow("variable rate") << "vfr.mkv"
+                                   << "mkv" << 3000 << 5000 << 60 << 124 << 2;
+    QTest::newRow("no sound") << "silent.mp4"
+                              << "mp4" << 3000 << 5000 << 50 << 125 << 1;
+    QTest::newRow("two videos") << "twovideos.mp4"
+                                << "mp4" << 3000 << 5000 << 50 << 125 << 3;
+    QTest::newRow("data behind") << "data.mov"
+                                 << "mov" << 3000 << 5000 << 50 << 125 << 2;
+    QTest::newRow("data in front") << "datafirst.mov"
+                                   << "mov" << 3000 << 5000 << 50 << 125 << 2;
+    QTest::newRow("subtitles, attachment") << "rich.mkv"
+                                           << "mkv" << 3000 << 5500 << 50 << 137 << 3;
+    QTest::newRow("mkv to mp4") << "base.mkv"
+                                << "mp4" << 3000 << 5000 << 50 << 125 << 2;
+    QTest::newRow("ts to mp4") << "base.ts"
+                               << "mp4" << 5000 << 7000 << 50 << 138 << 2;
+    QTest::newRow("mp4 to ts") << "base.mp4"
+                               << "ts" << 3000 << 5000 << 50 << 125 << 2;
+    QTest::newRow("mov to mkv") << "base.mov"
+                                << "mkv" << 3000 << 5000 << 50 << 125 << 2;
+}
+
+void TestVideoClip::clip_copiesSpan()
+{
+    QFETCH(QString, source);
+    QFETCH(QString, suffix);
+    QFETCH(int, start_ms);
+    QFETCH(int, end_ms);
+    QFETCH(int, first_picture);
+    QFETCH(int, last_picture);
+    QFETCH(int, streams);
+    const QString path = target(QStringLiteral("span.") + suffix);
+    QCOMPARE(clipSync(media(source), path, start_ms, end_ms), int(VideoClipThread::kDone));
+
+    const QJsonObject probed = mediacheck::probe(path);
+    QCOMPARE(probed[QStringLiteral("streams")].toArray().size(), streams);
+    QCOMPARE(mediacheck::decodeErrors(path), QString());
+
+    const auto lumas = mediacheck::lumas(path);
+    QVERIFY(!lumas.empty());
+    // A lossy codec may miss by one; reordered pictures behind the end are missing.
+    QVERIFY2(std::abs(lumas.front() - kFirstLuma - first_picture) <= 1,
+             qPrintable(QString::number(lumas.front())));
+    const int behind = lumas.back() - kFirstLuma - last_picture;
+    QVERIFY2(behind <= 1 && behind >= -3, qPrintable(QString::number(behind)));
+
+    if (mediacheck::stream(probed, "audio").isEmpty() || end_ms - start_ms < 1500)
+        return;
+    const auto times = mediacheck::pictureTimes(path);
+    QCOMPARE(times.size(), lumas.size());
+    const double beep = firstBeep(path);
+    const auto shown = size_t(std::upper_bound(times.begin(), times.end(), beep) - times.begin());
+    QVERIFY(shown > 0);
+    const int picture = lumas[shown - 1] - kFirstLuma;
+    const double off_by = std::remainder(double(picture), kPictures_per_s) / kPictures_per_s;
+    QVERIFY2(std::abs(off_by) < 0.1, qPrintable(QStringLiteral("%1 s").arg(off_by)));
+}
+
+void TestVideoClip::clip_keepsRotation_data()
+{
+    QTest::addColumn<QString>("source");
+    QTest::addColumn<QString>("suffix");
+    QTest::addColumn<int>("rotation");
+    QTest::addColumn<QPoint>("red_corner");
+    const QPoint top_right(110, 10);
+    const QPoint bottom_right(150, 110);
+    const QPoint bottom_left(10, 150);
+    QTest::newRow("90") << "rotate90.mp4"
+                        << "mp4" << -90 << top_right;
+    QTest::newRow("180") << "rotate180.mov"
+                         << "mov" << -180 << bottom_right;
+    QTest::newRow("270") << "rotate270.mp4"
+                         << "mp4" << 90 << bottom_left;
+    QTest::newRow("tag into matrix") << "tag90.mkv"
+                                     << "mp4" << -90 << top_right;
+    QTest::newRow("matrix into tag") << "rotate90.mp4"
+                                     << "mkv" << 0 << QPoint();
+    QTest::newRow("tag") << "tag90.mkv"
+                         << "mkv" << 0 << QPoint();
+}
+
+void TestVideoClip::clip_keepsRotation()
+{
+    QFETCH(QString, source);
+    QFETCH(QString, suffix);
+    QFETCH(int, rotation);
+    QFETCH(QPoint, red_corner);
+    const QString path = target(QStringLiteral("rotated.") + suffix);
+    QCOMPARE(clipSync(media(source), path, 3000, 4000), int(VideoClipThread::kDone));
+
+    const QJsonObject video = mediacheck::stream(mediacheck::probe(path), "video");
+    if (red_corner.isNull()) {
+        QCOMPARE(video[QStringLiteral("tags")][QStringLiteral("ROTATE")].toString(), QStringLiteral("90"));
+        return;
+    }
+    QCOMPARE(video[QStringLiteral("side_data_list")][0][QStringLiteral("rotation")].toInt(), rotation);
+    const QImage shown = mediacheck::frameAt(path, 0);
+    QCOMPARE(shown.size(), rotation == -180 ? QSize(160, 120) : QSize(120, 160));
+    for (const QPoint corner :
+         {QPoint(10, 10), QPoint(shown.width() - 10, 10), QPoint(10, shown.height() - 10),
+          QPoint(shown.width() - 10, shown.height() - 10)})
+        QCOMPARE(shown.pixelColor(corner).red() > 150, corner == red_corner);
+}
+
+void TestVideoClip::clip_reportsFailure_andLeavesNothing_data()
+{
+    QTest::addColumn<QString>("source");
+    QTest::addColumn<QString>("target_name");
+    QTest::newRow("unknown suffix") << "base.mp4"
+                                    << "clip.nothing";
+    QTest::newRow("no suffix") << "base.mp4"
+                               << "clip";
+    QTest::newRow("no such folder") << "base.mp4"
+                                    << "missing/clip.mp4";
+    QTest::newRow("several files") << "base.mp4"
+                                   << "clip.m3u8";
+    QTest::newRow("codec that the target lacks") << "rich.mkv"
+                                                 << "clip.mp4";
+    QTest::newRow("sound only") << "sound.m4a"
+                                << "clip.mp4";
+    QTest::newRow("missing") << "missing.mp4"
+                             << "clip.mp4";
+    QTest::newRow("empty") << "empty.mp4"
+                           << "clip.mp4";
+    QTest::newRow("text") << "text.mp4"
+                          << "clip.mp4";
+    QTest::newRow("nothing to seek by") << "endless.h264"
+                                        << "clip.mp4";
+    QTest::newRow("head only") << "headonly.mp4"
+                               << "clip.mp4";
+}
+
+void TestVideoClip::clip_reportsFailure_andLeavesNothing()
+{
+    QFETCH(QString, source);
+    QFETCH(QString, target_name);
+    QTemporaryDir empty_folder;
+    QCOMPARE(clipSync(media(source), empty_folder.filePath(target_name), 0, 5000),
+             int(VideoClipThread::kFailed));
+    QVERIFY(QDir(empty_folder.path()).isEmpty());
+}
+
+void TestVideoClip::clip_keepsFiles_itHasNotBegun()
+{
+    const QString source = target(QStringLiteral("own.mp4"));
+    QVERIFY(QFile::copy(media(QStringLiteral("base.mp4")), source));
+    const QString link = target(QStringLiteral("link.mp4"));
+    QVERIFY(QFile::link(source, link));
+    for (const QString& same : {source, link}) {
+        QCOMPARE(clipSync(source, same, 0, 5000), int(VideoClipThread::kFailed));
+        QCOMPARE(QFileInfo(source).size(), QFileInfo(media(QStringLiteral("base.mp4"))).size());
+        QVERIFY(QFile::exists(same));
+    }
+    QCOMPARE(clipSync(media(QStringLiteral("text.mp4")), source, 0, 5000), int(VideoClipThread::kFailed));
+    QVERIFY(QFile::exists(source));
+}
+
+void TestVideoClip::clip_fails_onFullDisk_data()
+{
+    QTest::addColumn<QString>("suffix");
+    QTest::addColumn<int>("missing_bytes");
+    for (const char* suffix : {"mp4", "mkv"}) {
+        for (const int missing : {1, 100, 4000})
+            QTest::addRow("%s, %d bytes short", suffix, missing) << suffix << missing;
+        QTest::addRow("%s, no room", suffix) << suffix << -1;
+    }
+}
+
+void TestVideoClip::clip_fails_onFullDisk()
+{
+    QFETCH(QString, suffix);
+    QFETCH(int, missing_bytes);
+    const QString source = media(QStringLiteral("base.mp4"));
+    const QString path = target(QStringLiteral("full.") + suffix);
+    QCOMPARE(clipSync(source, path, 0, 5000), int(VideoClipThread::kDone));
+    const rlim_t room = missing_bytes < 0 ? 0 : rlim_t(QFileInfo(path).size() - missing_bytes);
+    QVERIFY(QFile::remove(path));
+    int code = -1;
+    {
+        const FullDisk disk(room);
+        code = clipSync(source, path, 0, 5000);
+    }
+    QCOMPARE(code, int(VideoClipThread::kFailed));
+    QVERIFY(!QFile::exists(path));
+}
+
+void TestVideoClip::clip_ends_withDamagedSource_data()
+{
+    QTest::addColumn<QString>("source");
+    for (const char* source :
+         {"truncated.mp4", "truncated.mkv", "corrupt.mp4", "corrupt.ts", "cover.mp4", "opengop.mp4"})
+        QTest::newRow(source) << source;
+}
+
+/// What can be read of it is there, and can be played.
+void TestVideoClip::clip_ends_withDamagedSource()
+{
+    QFETCH(QString, source);
+    const QString path = target(QStringLiteral("damaged.mkv"));
+    QCOMPARE(clipSync(media(source), path, 3000, 8000), int(VideoClipThread::kDone));
+    const auto lumas = mediacheck::lumas(path);
+    QVERIFY2(lumas.size() > 25, qPrintable(QString::number(lumas.size())));
+}
+
+void TestVideoClip::cancel_takesEffectAtNextPacket_andLeavesNothing()
+{
+    const QString path = target(QStringLiteral("slow.mkv"));
+    SlowTarget reader(path);
+    VideoClipThread thread;
+    QSignalSpy finished(&thread, &VideoClipThread::clipFinish);
+    thread.startClip(media(QStringLiteral("heavy.mkv")), path, 0, 5000, false);
+    // The pipe has taken what it can hold, and the clip waits in the middle of a write.
+    int waiting = -1;
+    QTRY_VERIFY(reader.waitingBytes() > 0 && std::exchange(waiting, reader.waitingBytes()) == waiting);
+    QVERIFY(thread.isRunning());
+    thread.cancelClip();
+    qint64 written = 0;
+    while (!thread.wait(10))
+        written += reader.drain();
+    QTRY_COMPARE(finished.size(), 1);
+    QCOMPARE(finished.first().at(1).toInt(), int(VideoClipThread::kCancelled));
+    QVERIFY(!QFile::exists(path));
+    // The packet that was being written, of some 200 kilobytes, is finished.
+    QVERIFY2(written < waiting + 300'000, qPrintable(QString::number(written)));
+}
+
+void TestVideoClip::cancel_isNotLost_beforeThreadRuns()
+{
+    for (int i = 0; i < 20; ++i) {
+        const QString path = target(QStringLiteral("early.mp4"));
+        VideoClipThread thread;
+        QSignalSpy finished(&thread, &VideoClipThread::clipFinish);
+        thread.startClip(media(QStringLiteral("base.mp4")), path, 0, 8000, false);
+        thread.cancelClip();
+        QVERIFY(thread.wait());
+        QTRY_COMPARE(finished.size(), 1);
+        QCOMPARE(finished.first().at(1).toInt(), int(VideoClipThread::kCancelled));
+        QVERIFY(!QFile::exists(path));
+    }
+}
+
+void TestVideoClip::editor_refusesAtOnce_data()
+{
+    QTest::addColumn<QString>("source");
+    QTest::addColumn<bool>("has_target");
+    QTest::addColumn<int>("start_ms");
+    QTest::addColumn<int>("end_ms");
+    QTest::addColumn<int>("reports");
+    QTest::newRow("start before 0") << "base.mp4" << true << -1 << 1000 << 1;
+    QTest::newRow("end before start") << "base.mp4" << true << 1001 << 1000 << 1;
+    QTest::newRow("no target") << "base.mp4" << false << 0 << 1000 << 1;
+    QTest::newRow("missing source") << "missing.mp4" << true << 0 << 1000 << 1;
+    QTest::newRow("no source") << QString() << true << 0 << 1000 << 2;
+}
+
+void TestVideoClip::editor_refusesAtOnce()
+{
+    QFETCH(QString, source);
+    QFETCH(bool, has_target);
+    QFETCH(int, start_ms);
+    QFETCH(int, end_ms);
+    QFETCH(int, reports);
+    const QString path = target(QStringLiteral("refused.mp4"));
+    Request request(QStringLiteral("refused"), source.isEmpty() ? source : media(source),
+                    has_target ? path : QString(), start_ms, end_ms);
+    VideoEditor::instance()->clip(request.filter);
+    QCOMPARE(request.codes, QList<int>(QVector<int>(reports, VideoClipThread::kFailed).toList()));
+    QCOMPARE(request.stages, QList<int>(QVector<int>(reports, 5).toList()));
+    QVERIFY(!QFile::exists(path));
+
+    VideoClipThread thread;
+    QSignalSpy finished(&thread, &VideoClipThread::clipFinish);
+    QVERIFY(!thread.startClip(request.filter, false));
+    QCOMPARE(finished.size(), 1);
+    QVERIFY(!thread.isRunning());
+}
+
+void TestVideoClip::editor_clipsTwoFilesAtOnce()
+{
+    const QString source = QUrl::fromLocalFile(media(QStringLiteral("base.mp4"))).toString();
+    Request first(QStringLiteral("first"), source, target(QStringLiteral("first.mp4")), 3000, 5000);
+    Request second(QStringLiteral("second"), media(QStringLiteral("base.mkv")),
+                   target(QStringLiteral("second.mkv")), 0, 8000);
+    VideoEditor* editor = VideoEditor::instance();
+    QVERIFY(!editor->cancel(QStringLiteral("first")));
+    editor->clip(first.filter);
+    editor->clip(second.filter);
+    QTRY_VERIFY(!first.codes.isEmpty() && !second.codes.isEmpty());
+    for (const Request* request : {&first, &second}) {
+        QCOMPARE(request->codes, QList<int>{VideoClipThread::kDone});
+        QCOMPARE(request->stages, QList<int>{5});
+        QCOMPARE(mediacheck::decodeErrors(request->filter->savePath), QString());
+        QVERIFY(!editor->cancel(request->file.fileId()));
+    }
+    QCOMPARE(editor->state(), VideoEditor::VideoEditor_State_Idle);
+}
+
+void TestVideoClip::editor_cancelsFormerClip_ofSameFile()
+{
+    const QString id = QStringLiteral("same");
+    const QString slow_path = target(QStringLiteral("slowedit.mkv"));
+    SlowTarget reader(slow_path);
+    Request slow(id, media(QStringLiteral("heavy.mkv")), slow_path, 0, 5000);
+    Request fast(id, media(QStringLiteral("base.mp4")), target(QStringLiteral("fast.mp4")), 0, 5000);
+    VideoEditor* editor = VideoEditor::instance();
+    editor->clip(slow.filter);
+    QTRY_VERIFY(reader.waitingBytes() > 0);
+    std::atomic<bool> ended{false};
+    std::thread drain([&] {
+        while (!ended)
+            reader.drain();
+    });
+    editor->clip(fast.filter);
+    ended = true;
+    drain.join();
+    QTest::qWait(1000);
+    QTRY_VERIFY(!slow.codes.isEmpty() && !fast.codes.isEmpty());
+    QCOMPARE(slow.codes, QList<int>{VideoClipThread::kCancelled});
+    QCOMPARE(fast.codes, QList<int>{VideoClipThread::kDone});
+    QVERIFY(!QFile::exists(slow_path));
+    QVERIFY(QFile::exists(fast.filter->savePath));
+    QVERIFY(!editor->cancel(id));
+}
+
+QTEST_GUILESS_MAIN(TestVideoClip)
+#include "test_videoclip.moc"

@@ -1,0 +1,479 @@
+#include "multimedia/multimediaprovider.h"
+#include "multimedia/videoeditor/videoeditor.h"
+#include "multimedia/videoeditor/videoimagecontext.h"
+#include "multimedia/videopreviewthread/videopreviewthread.h"
+#include "tests/support/logcapture.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavutil/log.h>
+}
+
+#include <QtQml/QQmlContext>
+#include <QtQml/QQmlEngine>
+#include <QtQuick/QQuickItem>
+#include <QtQuick/QQuickView>
+#include <QtTest/QtTest>
+
+#include <random>
+
+namespace {
+
+constexpr QSize kBox(120, 96);
+
+QString media(const QString& name)
+{
+    return QStringLiteral(TEST_MEDIA_DIR "/video/") + name;
+}
+
+/// Whether a picture is the one with this burned in number, give or take one for the loss of two conversions.
+bool isNumber(const QImage& image, int number)
+{
+    const int found = image.isNull() ? -2 : qRound(qRed(image.pixel(image.rect().center())) * 219 / 255.);
+    if (qAbs(found - number) > 1)
+        qWarning("picture %d in place of %d", found, number);
+    return qAbs(found - number) <= 1;
+}
+
+VideoEditor* editor()
+{
+    return VideoEditor::instance();
+}
+
+/// What QML would show of a frame.
+QImage shown(QQmlEngine& engine, qlonglong id)
+{
+    auto* provider =
+        static_cast<QQuickImageProvider*>(engine.imageProvider(QStringLiteral("videoimageprovider")));
+    return provider->requestImage(QString::number(id), nullptr, {});
+}
+
+} // namespace
+
+class TestVideoPreview : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void settings_refuseWhatIsTooSmall();
+    void information_isMinusOne_whereNotAnswered();
+    void preview_fails_andSaysWhy_data();
+    void preview_fails_andSaysWhy();
+    void preview_fillsFacts();
+    void strip_showsKeyFrames_data();
+    void strip_showsKeyFrames();
+    void strip_isUpright_whereRotationIsKnown_data();
+    void strip_isUpright_whereRotationIsKnown();
+    void strip_ends_withDamagedSource_data();
+    void strip_ends_withDamagedSource();
+    void cancel_endsStrip_beforeNextFrame();
+    void preview_survivesReplacement_whileItSamples();
+    void times_areEvenlySpaced();
+    void images_answerById();
+    void images_findKeyFrame_data();
+    void images_findKeyFrame();
+    void videoSize_answersDefault_withoutName();
+    void qml_showsStrip();
+
+private:
+    /// Waits for the end of the strip.
+    void finishStrip() { QTRY_COMPARE(editor()->state(), VideoEditor::VideoEditor_State_Idle); }
+
+    QQmlEngine engine;
+};
+
+void TestVideoPreview::initTestCase()
+{
+    av_log_set_level(AV_LOG_QUIET);
+    MultimediaProvider::registType(engine);
+}
+
+void TestVideoPreview::init()
+{
+    editor()->setImageFrameSize(kBox);
+    editor()->setTotalGrabImageCount();
+}
+
+void TestVideoPreview::settings_refuseWhatIsTooSmall()
+{
+    editor()->setImageFrameSize({8, 8});
+    QCOMPARE(editor()->getSize(), QSize(8, 8));
+    for (const QSize small : {QSize(7, 100), QSize(100, 7), QSize(-1, -1)}) {
+        editor()->setImageFrameSize(small);
+        QCOMPARE(editor()->getSize(), QSize(8, 8));
+    }
+    for (const auto& [asked, got] : {std::pair(0, 9), {8, 9}, {9, 9}, {10, 10}, {-5, 9}}) {
+        editor()->setTotalGrabImageCount(asked);
+        QCOMPARE(editor()->m_totalGrabCount.load(), got);
+    }
+}
+
+void TestVideoPreview::information_isMinusOne_whereNotAnswered()
+{
+    for (const int key : {6, 8, 10, 16, 17, 19, 21, -1, 1000})
+        QCOMPARE(editor()->getVideoInformation(VideoEditor::VideoInfo(key)), -1);
+    editor()->changeVideoInformation([](VideoFacts& facts) { facts.duration = (1LL << 32) + 5; });
+    QCOMPARE(editor()->getVideoInformation(VideoEditor::VideoInfo_Duration), 5);
+}
+
+void TestVideoPreview::preview_fails_andSaysWhy_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("line");
+    QTest::newRow("text") << "text.mp4"
+                          << "video editor load video file:";
+    QTest::newRow("empty") << "empty.mp4"
+                           << "video editor load video file:";
+    QTest::newRow("head only") << "headonly.mp4"
+                               << "video editor load video file:";
+    QTest::newRow("sound only") << "sound.m4a"
+                                << "didn't find a video stream.";
+    QTest::newRow("unknown sound") << "strangesound.mkv"
+                                   << "didn't find audio decodec.";
+    QTest::newRow("unknown duration") << "endless.h264" << QString();
+    QTest::newRow("missing") << "missing.mp4" << QString();
+    QTest::newRow("folder") << "."
+                            << "video editor load video file:";
+}
+
+void TestVideoPreview::preview_fails_andSaysWhy()
+{
+    QFETCH(QString, file);
+    QFETCH(QString, line);
+    const LogCapture log;
+    QSignalSpy changed(editor(), &VideoEditor::stateChanged);
+    QVERIFY(!editor()->preview(media(file)));
+    QCOMPARE(changed.size(), 0);
+    QCOMPARE(editor()->state(), VideoEditor::VideoEditor_State_Idle);
+    QCOMPARE(log.text().isEmpty(), line.isEmpty());
+    QVERIFY2(log.text().contains(line), qPrintable(log.text()));
+}
+
+void TestVideoPreview::preview_fillsFacts()
+{
+    QSignalSpy changed(editor(), &VideoEditor::stateChanged);
+    QVERIFY(editor()->preview(QUrl::fromLocalFile(media(QStringLiteral("data.mov"))).toString()));
+    QCOMPARE(changed.size(), 1);
+    finishStrip();
+    QCOMPARE(changed.size(), 1);
+    const QMap<VideoEditor::VideoInfo, int> expected{
+        {VideoEditor::VideoInfo_Valid, 1},
+        {VideoEditor::VideoInfo_HasVideo, 1},
+        {VideoEditor::VideoInfo_Duration, 8000},
+        {VideoEditor::VideoInfo_StreamCount, 3},
+        {VideoEditor::VideoInfo_VideoWidth, 160},
+        {VideoEditor::VideoInfo_VideoHeight, 120},
+        {VideoEditor::VideoInfo_VideoFps, 25},
+        {VideoEditor::VideoInfo_VideoCodecId, AV_CODEC_ID_H264},
+        {VideoEditor::VideoInfo_HasAudio, 1},
+        {VideoEditor::VideoInfo_AudioSampleRate, 48000},
+        {VideoEditor::VideoInfo_AudioChannels, 1},
+        {VideoEditor::VideoInfo_AudioChannelLayout, AV_CH_LAYOUT_MONO},
+        {VideoEditor::VideoInfo_AudioCodecId, AV_CODEC_ID_AAC}};
+    for (auto fact = expected.begin(); fact != expected.end(); ++fact)
+        QCOMPARE(editor()->getVideoInformation(fact.key()), fact.value());
+    const VideoInformation record = std::as_const(*editor()).getVideoInformation();
+    QVERIFY(record.getVideoBitrate() > 0 && record.getAudioBitRate() > 0);
+    QCOMPARE(record.getVideoStreamCount(), 1);
+    QCOMPARE(record.getAudioStreamCount(), 1);
+
+    QVERIFY(editor()->preview(media(QStringLiteral("silent.mp4"))));
+    QCOMPARE(editor()->getVideoInformation(VideoEditor::VideoInfo_HasAudio), 0);
+    finishStrip();
+}
+
+void TestVideoPreview::strip_showsKeyFrames_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QList<int>>("numbers");
+    QTest::addColumn<QList<qlonglong>>("times_ms");
+    // A key frame every 2 seconds, a sample every second.
+    const QList<int> numbers{0, 0, 50, 50, 100, 100, 150, 150, 150};
+    const QList<qlonglong> times{0, 0, 2000, 2000, 4000, 4000, 6000, 6000, 6000};
+    QList<qlonglong> mkv_times;
+    for (const qlonglong time : times)
+        mkv_times += time + 21;
+    QTest::newRow("mp4") << "base.mp4" << numbers << times;
+    QTest::newRow("mov") << "base.mov" << numbers << times;
+    QTest::newRow("avi") << "base.avi" << QList<int>{0, 0, 0, 50, 100, 100, 150, 150, 150}
+                         << QList<qlonglong>{0, 0, 0, 2040, 4040, 4040, 6040, 6040, 6040};
+    QTest::newRow("no sound") << "silent.mp4" << numbers << times;
+    QTest::newRow("data in front") << "datafirst.mov" << numbers << times;
+    QTest::newRow("subtitles, attachment")
+        << "rich.mkv" << QList<int>{0, 0, 0, 50, 50, 100, 100, 150, 150}
+        << QList<qlonglong>{21, 21, 21, 2021, 2021, 4021, 4021, 6021, 6021};
+    QTest::newRow("open groups of pictures") << "opengop.mp4" << numbers << times;
+    QTest::newRow("one key frame") << "longgop.mp4" << QList<int>(QVector<int>(9, 0).toList())
+                                   << QList<qlonglong>(QVector<qlonglong>(9, 0).toList());
+    QTest::newRow("last video stream") << "twovideos.mp4" << QList<int>(QVector<int>(9, 219).toList())
+                                       << QList<qlonglong>(QVector<qlonglong>(9, 0).toList());
+}
+
+void TestVideoPreview::strip_showsKeyFrames()
+{
+    QFETCH(QString, file);
+    QFETCH(QList<int>, numbers);
+    QFETCH(QList<qlonglong>, times_ms);
+    QSignalSpy grabbed(editor(), &VideoEditor::grabFrameID);
+    QVERIFY(editor()->preview(media(file)));
+    QTRY_COMPARE(grabbed.size(), numbers.size());
+    finishStrip();
+    for (int i = 0; i < numbers.size(); ++i) {
+        QCOMPARE(grabbed[i][0].toLongLong(), qlonglong(i));
+        QCOMPARE(grabbed[i][1].toLongLong(), times_ms[i]);
+        const QImage image = shown(engine, i);
+        QCOMPARE(image.size(), QSize(kBox.width(), kBox.width()));
+        QVERIFY(isNumber(image, numbers[i]));
+    }
+}
+
+void TestVideoPreview::strip_isUpright_whereRotationIsKnown_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<int>("rotation");
+    QTest::addColumn<QSize>("size");
+    QTest::addColumn<QSize>("shown_size");
+    QTest::addColumn<QPoint>("red_corner");
+    QTest::newRow("90") << "rotate90.mp4" << 90 << QSize(90, 120) << QSize(120, 160) << QPoint(85, 5);
+    QTest::newRow("270") << "rotate270.mp4" << 270 << QSize(90, 120) << QSize(120, 160) << QPoint(5, 115);
+    QTest::newRow("180") << "rotate180.mov" << 180 << QSize(128, 96) << QSize(120, 160) << QPoint(123, 91);
+    QTest::newRow("tag") << "tag90.mkv" << 90 << QSize(90, 120) << QSize(120, 160) << QPoint(85, 5);
+    QTest::newRow("large") << "large90.mkv" << 90 << QSize(67, 120) << QSize(1080, 1920) << QPoint();
+}
+
+void TestVideoPreview::strip_isUpright_whereRotationIsKnown()
+{
+    QFETCH(QString, file);
+    QFETCH(int, rotation);
+    QFETCH(QSize, size);
+    QFETCH(QSize, shown_size);
+    QFETCH(QPoint, red_corner);
+    QVERIFY(editor()->preview(media(file)));
+    finishStrip();
+    QCOMPARE(editor()->getVideoInformation(VideoEditor::VideoInfo_VideoRotate), rotation);
+    QCOMPARE(editor()->getVideoInformation(VideoEditor::VideoInfo_VideoWidth), shown_size.width());
+    QCOMPARE(editor()->getVideoInformation(VideoEditor::VideoInfo_VideoHeight), shown_size.height());
+    const QImage image = shown(engine, 0);
+    QCOMPARE(image.size(), size);
+    if (red_corner.isNull())
+        return;
+    const QPoint corners[] = {
+        {5, 5}, {size.width() - 5, 5}, {5, size.height() - 5}, {size.width() - 5, size.height() - 5}};
+    for (const QPoint corner : corners)
+        QCOMPARE(image.pixelColor(corner).red() > 150, corner == red_corner);
+}
+
+void TestVideoPreview::strip_ends_withDamagedSource_data()
+{
+    QTest::addColumn<QString>("file");
+    for (const char* file : {"truncated.mp4", "truncated.mkv", "corrupt.mp4", "corrupt.ts", "base.ts",
+                             "vfr.mkv", "base.webm", "cover.mp4"})
+        QTest::newRow(file) << file;
+}
+
+void TestVideoPreview::strip_ends_withDamagedSource()
+{
+    QFETCH(QString, file);
+    QSignalSpy grabbed(editor(), &VideoEditor::grabFrameID);
+    QVERIFY(editor()->preview(media(file)));
+    finishStrip();
+    QTRY_VERIFY(!grabbed.isEmpty());
+    for (int i = 0; i < grabbed.size(); ++i)
+        QCOMPARE(grabbed[i][0].toLongLong(), qlonglong(i));
+}
+
+void TestVideoPreview::cancel_endsStrip_beforeNextFrame()
+{
+    VideoPreviewThread thread;
+    QVERIFY(thread.load(media(QStringLiteral("base.mp4"))));
+    std::atomic<int> frames{0};
+    QObject context;
+    connect(
+        editor(), &VideoEditor::grabFrameID, &context,
+        [&] {
+            ++frames;
+            thread.cancel();
+        },
+        Qt::DirectConnection);
+    thread.start();
+    QVERIFY(thread.wait());
+    QCOMPARE(frames.load(), 1);
+    QCOMPARE(editor()->state(), VideoEditor::VideoEditor_State_Idle);
+
+    QVERIFY(thread.load(media(QStringLiteral("base.mp4"))));
+    thread.start();
+    thread.cancel();
+    QVERIFY(thread.wait());
+    QVERIFY(frames.load() <= 2);
+    QVERIFY(!thread.getAVCodecContext());
+}
+
+void TestVideoPreview::preview_survivesReplacement_whileItSamples()
+{
+    constexpr unsigned kSeed = 20;
+    qInfo("seed %u", kSeed);
+    std::mt19937 random(kSeed);
+    for (int i = 0; i < 60; ++i) {
+        QVERIFY(
+            editor()->preview(media(i % 2 ? QStringLiteral("heavy.mkv") : QStringLiteral("rotate90.mp4"))));
+        QTest::qWait(int(random() % 12));
+        // Read as QML would, while the strip is sampled.
+        editor()->getVideoInformation(VideoEditor::VideoInfo_VideoWidth);
+        shown(engine, 1);
+        if (i % 3 == 0)
+            editor()->clearPreview();
+    }
+    QSignalSpy grabbed(editor(), &VideoEditor::grabFrameID);
+    QVERIFY(editor()->preview(media(QStringLiteral("base.mp4"))));
+    QCoreApplication::processEvents(); // frames of the strip before, on their way
+    QTRY_VERIFY(!grabbed.isEmpty() && grabbed.last()[0].toInt() == 8);
+    finishStrip();
+    QVERIFY(isNumber(shown(engine, 0), 0));
+    QVERIFY(isNumber(shown(engine, 8), 150));
+    editor()->clearPreview();
+    QVERIFY(shown(engine, 0).isNull());
+}
+
+void TestVideoPreview::times_areEvenlySpaced()
+{
+    const VideoPreviewThread thread;
+    QCOMPARE(thread.getVideoCaptureFrameIndex(8, 9), (QList<double>{0, 1, 2, 3, 4, 5, 6, 7, 8}));
+    QVERIFY(thread.getVideoCaptureFrameIndex(8, 0).isEmpty());
+    QVERIFY(qIsNaN(thread.getVideoCaptureFrameIndex(8, 1).first()));
+
+    VideoPreviewThread loaded;
+    QVERIFY(!loaded.getVideoFrameByTime(0));
+    QVERIFY(loaded.load(media(QStringLiteral("base.mp4"))));
+    loaded.getVideoFrameByTime(qQNaN());
+    QVERIFY(loaded.close());
+}
+
+void TestVideoPreview::images_answerById()
+{
+    QImage edit(1, 1, QImage::Format_RGB32);
+    QImage frame(2, 2, QImage::Format_RGB32);
+    QImage newest(3, 3, QImage::Format_RGB32);
+    VideoImageContext context;
+    for (const char* id : {"0", "edit", "watermark", ""})
+        QVERIFY(context.getImage(QString::fromLatin1(id)).isNull());
+    context.setEditImage(edit);
+    QCOMPARE(context.setImage(frame, 7, 100, true), 7);
+    QCOMPARE(context.setImage(newest, 8, 200, false), 8);
+    QCOMPARE(context.getImage(QStringLiteral("7")), frame);
+    for (const char* id : {"8", "17", "Edit", "07", ""})
+        QCOMPARE(context.getImage(QString::fromLatin1(id)), newest);
+    context.clear();
+    QVERIFY(context.getImage(QStringLiteral("7")).isNull());
+    QCOMPARE(context.getImage(QStringLiteral("edit")), edit);
+    QCOMPARE(context.property("imagePts").toLongLong(), 8);
+    QCOMPARE(context.property("keyFrame").toBool(), false);
+
+    QVERIFY(context.getImage(QStringLiteral("watermark")).isNull());
+    context.bindQmlEngine(nullptr);
+    QQmlEngine first;
+    {
+        QQmlEngine second;
+        context.bindQmlEngine(&first);
+        context.bindQmlEngine(&second);
+        context.bindQmlEngine(&second);
+    }
+    context.setImage(frame, 1, 0, true);
+    QCOMPARE(shown(first, 1), frame);
+}
+
+void TestVideoPreview::images_findKeyFrame_data()
+{
+    QTest::addColumn<QList<qlonglong>>("key_times");
+    QTest::addColumn<qlonglong>("time");
+    QTest::addColumn<qlonglong>("found");
+    const QList<qlonglong> three{0, 4000, 8000};
+    const QList<qlonglong> one{5000};
+    for (const auto& [time, found] :
+         {std::pair(0, 0), {1, 0}, {3999, 0}, {4000, 4000}, {7999, 4000}, {9000, 8000}, {-1, 8000}})
+        QTest::addRow("three, %d", time) << three << qlonglong(time) << qlonglong(found);
+    for (const int time : {0, 5000, 9000, -1})
+        QTest::addRow("one, %d", time) << one << qlonglong(time) << qlonglong(5000);
+    QTest::newRow("none") << QList<qlonglong>() << qlonglong(1) << qlonglong(-7);
+}
+
+void TestVideoPreview::images_findKeyFrame()
+{
+    QFETCH(QList<qlonglong>, key_times);
+    QFETCH(qlonglong, time);
+    QFETCH(qlonglong, found);
+    VideoImageProvider provider;
+    provider.setFrame(QStringLiteral("no key"), {}, 3000, false);
+    for (const qlonglong key_time : key_times) {
+        provider.setFrame(QStringLiteral("replaced"), {}, key_time, true);
+        provider.setFrame(QString::number(key_time), {}, key_time, true);
+    }
+    long long key_time = -7;
+    QString id = QStringLiteral("-7");
+    QCOMPARE(provider.getPreviewImage(time, key_time, id), !key_times.isEmpty());
+    QCOMPARE(key_time, found);
+    QCOMPARE(id, QString::number(found));
+}
+
+void TestVideoPreview::videoSize_answersDefault_withoutName()
+{
+    QCOMPARE(editor()->videoSize({}), QSize(720, 720));
+    QCOMPARE(editor()->videoSize(media(QStringLiteral("rotate90.mp4"))), QSize(120, 160));
+    QCOMPARE(editor()->videoSize(media(QStringLiteral("text.mp4"))), QSize(-1, -1));
+    QCOMPARE(editor()->videoSize(QUrl::fromLocalFile(media(QStringLiteral("base.mp4"))).toString()),
+             QSize(-1, -1));
+}
+
+void TestVideoPreview::qml_showsStrip()
+{
+    QQuickWindow::setSceneGraphBackend(QSGRendererInterface::Software);
+    QQuickView view(&engine, nullptr);
+    QFile file(QStringLiteral(TEST_MEDIA_DIR "/strip.qml"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(R"(
+import QtQuick 2.15
+import Quillon 1.0
+Row {
+    id: strip
+    property string video
+    property int ready: 0
+    property bool started: false
+    Component.onCompleted: started = VideoEditor.preview(video)
+    Connections {
+        target: VideoEditor
+        function onGrabFrameID(pts, time) { frames.append({ frame: pts }) }
+    }
+    ListModel { id: frames }
+    Repeater {
+        model: frames
+        Image {
+            width: 60; height: 60; cache: false
+            source: "image://videoimageprovider/" + frame
+            onStatusChanged: if (status === Image.Ready) ++strip.ready
+        }
+    }
+})");
+    file.close();
+    view.setInitialProperties({{QStringLiteral("video"), media(QStringLiteral("base.mp4"))}});
+    view.setSource(QUrl::fromLocalFile(file.fileName()));
+    QCOMPARE(view.errors().size(), 0);
+    QVERIFY(view.rootObject()->property("started").toBool());
+    view.resize(9 * 60, 60);
+    view.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&view));
+    QTRY_COMPARE(view.rootObject()->property("ready").toInt(), 9);
+    const QImage picture = view.grabWindow();
+    QVERIFY(picture.save(QStringLiteral(TEST_MEDIA_DIR "/strip.png")));
+    const QList<int> numbers{0, 0, 50, 50, 100, 100, 150, 150, 150};
+    for (int i = 0; i < numbers.size(); ++i) {
+        QVERIFY(isNumber(picture.copy(60 * i, 0, 60, 60), numbers[i]));
+        QVERIFY(picture.pixelColor(60 * i + 3, 3).red() > 150);
+    }
+    // The software renderer frees its textures with the next picture only.
+    view.setSource({});
+    view.grabWindow();
+}
+
+QTEST_MAIN(TestVideoPreview)
+#include "test_videopreview.moc"
