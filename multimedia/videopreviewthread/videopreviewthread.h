@@ -1,6 +1,5 @@
 #pragma once
 
-
 #include <QtCore/QList>
 #include <QtCore/QSize>
 #include <QtCore/QString>

@@ -22,8 +22,9 @@ struct Stop
 };
 
 constexpr Stop kStops[] = {
-    {"Devices", deviceStop},  {"Screen recording", screenStop},     {"Voice messages", voiceStop},
-    {"Playback", playerStop}, {"GIFs and conversion", convertStop}, {"Pictures", pictureStop},
+    {"Devices", deviceStop},   {"Screen recording", screenStop},     {"Voice messages", voiceStop},
+    {"Playback", playerStop},  {"GIFs and conversion", convertStop}, {"Videos", videoStop},
+    {"Pictures", pictureStop},
 };
 
 } // namespace
@@ -45,7 +46,7 @@ int main(int argc, char* argv[])
 
     bool good = true;
     {
-        Tour tour(arguments[1]);
+        Tour tour(arguments[1], engine);
         for (const Stop& stop : kStops) {
             tour.say(QStringLiteral("\n== %1").arg(QLatin1String(stop.title)));
             stop.visit(tour);

@@ -25,8 +25,9 @@ void breathe()
 
 } // namespace
 
-Tour::Tour(const QString& out_path)
+Tour::Tour(const QString& out_path, QQmlEngine& engine)
     : out(out_path)
+    , qml_engine(engine)
 {
     if (!out.mkpath(QStringLiteral(".")))
         fail(QStringLiteral("cannot make the folder %1").arg(out_path));

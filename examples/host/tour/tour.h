@@ -6,6 +6,8 @@
 
 #include <functional>
 
+class QQmlEngine;
+
 /// The guided tour: drives the library as a client would, on a desktop of its own, and leaves what it made in
 /// one folder.
 ///
@@ -14,9 +16,12 @@
 class Tour
 {
 public:
-    /// @param out  folder for what is made; created when it is missing
-    explicit Tour(const QString& out);
+    /// @param out     folder for what is made; created when it is missing
+    /// @param engine  the one that the library's types are registered with; must outlive the tour
+    Tour(const QString& out, QQmlEngine& engine);
     ~Tour();
+
+    QQmlEngine& engine() const { return qml_engine; }
 
     /// One line for the person who watches.
     void say(const QString& line) const;
@@ -43,6 +48,7 @@ private:
     void startSurroundings();
 
     QDir out;
+    QQmlEngine& qml_engine;
     QStringList files;
     bool has_failed = false;
     QProcess moving_picture;
@@ -59,5 +65,7 @@ void playerStop(Tour& tour);
 void voiceStop(Tour& tour);
 /// Makes GIFs smaller, turns one into a video, converts a video.
 void convertStop(Tour& tour);
+/// Shows a video's strip of thumbnails and its facts, and clips it.
+void videoStop(Tour& tour);
 /// Blurs the faces of a photo, crops, turns and mirrors it, and adjusts its colours.
 void pictureStop(Tour& tour);
