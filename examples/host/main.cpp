@@ -1,4 +1,5 @@
 #include "examples/host/screenpage.h"
+#include "examples/host/videopage.h"
 #include "multimedia/multimediaprovider.h"
 
 #include <QtGui/QGuiApplication>
@@ -9,11 +10,13 @@ int main(int argc, char* argv[])
 {
     QGuiApplication application(argc, argv);
     ScreenPage screen_page;
+    VideoPage video_page;
     int code = 0;
     {
         QQmlApplicationEngine engine;
         MultimediaProvider::registType(engine);
         engine.rootContext()->setContextProperty(QStringLiteral("screenPage"), &screen_page);
+        engine.rootContext()->setContextProperty(QStringLiteral("videoPage"), &video_page);
         engine.load(QStringLiteral("qrc:/host/main.qml"));
         if (engine.rootObjects().isEmpty())
             return 1;

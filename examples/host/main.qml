@@ -20,6 +20,9 @@ ApplicationWindow {
             objectName: "voiceTab"
             text: qsTr("Voice")
         }
+        TabButton {
+            text: qsTr("Video")
+        }
     }
 
     StackLayout {
@@ -100,5 +103,7 @@ ApplicationWindow {
         }
 
         VoicePage {}
+
+        VideoPage {}
     }
 }
