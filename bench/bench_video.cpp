@@ -23,7 +23,7 @@ constexpr int kClipEnd_ms = 90'000;
 constexpr int kStripFrames = 30;
 constexpr double kStripDuration_s = 600;
 
-QTemporaryDir* folder = nullptr;
+const QTemporaryDir* folder = nullptr;
 
 QString path(const char* name)
 {
@@ -62,7 +62,7 @@ void clip(benchmark::State& state)
     const QString source = path("long.mp4");
     double ours_s = 0;
     double theirs_s = 0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         const auto begin = std::chrono::steady_clock::now();
         VideoClipThread thread;
         thread.startClip(source, path("ours.mp4"), kClipStart_ms, kClipEnd_ms, true);
@@ -110,7 +110,7 @@ void strip(benchmark::State& state)
     VideoEditor::instance()->setTotalGrabImageCount(kStripFrames);
     double ours_s = 0;
     double theirs_s = 0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         VideoPreviewThread preview;
         InputPtr input;
         AVFormatContext* context = nullptr;
@@ -142,7 +142,7 @@ BENCHMARK(strip)->UseManualTime()->Iterations(8)->Unit(benchmark::kMillisecond);
 void videoSourceSize(benchmark::State& state)
 {
     const QString file = path("long.mp4");
-    for (auto _ : state)
+    for ([[maybe_unused]] auto _ : state)
         benchmark::DoNotOptimize(VideoCapture::instance()->videoSourceSize(file));
 }
 BENCHMARK(videoSourceSize)->Unit(benchmark::kMillisecond);
@@ -155,10 +155,11 @@ int main(int argc, char** argv)
     QLoggingCategory::setFilterRules(QStringLiteral("quillon.*=false"));
     av_log_set_level(AV_LOG_QUIET);
     benchmark::Initialize(&argc, argv);
-    QTemporaryDir media;
+    const QTemporaryDir media;
     folder = &media;
-    if (!makeMedia())
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    const bool made = makeMedia();
+    if (made)
+        benchmark::RunSpecifiedBenchmarks();
+    folder = nullptr;
+    return made ? 0 : 1;
 }
