@@ -1,5 +1,6 @@
 #include "multimedia/audioplayer/audioplayer_p.h"
 #include "multimedia/base/ffmpegversion.h"
+#include "multimedia/base/filtergraph.h"
 #include "multimedia/base/warning.h"
 
 extern "C" {
@@ -51,33 +52,6 @@ int setSinkFormat(AVFilterContext* sink)
         code = av_opt_set_int_list(sink, "sample_rates", kRates.data(), -1, AV_OPT_SEARCH_CHILDREN);
     return code;
 }
-
-/// The open end of a graph, to be linked by the description.
-multimedia::FilterInOutPtr makeEnd(const char* name, AVFilterContext* filter)
-{
-    multimedia::FilterInOutPtr end(avfilter_inout_alloc());
-    if (!end)
-        return end;
-    end->name = av_strdup(name);
-    end->filter_ctx = filter;
-    end->pad_idx = 0;
-    end->next = nullptr;
-    return end;
-}
-
-int parseGraph(AVFilterGraph* graph, const QByteArray& text, multimedia::FilterInOutPtr inputs,
-               multimedia::FilterInOutPtr outputs)
-{
-    if (!inputs || !outputs)
-        return AVERROR(ENOMEM);
-    // The parser takes what it links out of the lists, and leaves the rest.
-    AVFilterInOut* open_inputs = inputs.release();
-    AVFilterInOut* open_outputs = outputs.release();
-    const int code = avfilter_graph_parse_ptr(graph, text.constData(), &open_inputs, &open_outputs, nullptr);
-    inputs.reset(open_inputs);
-    outputs.reset(open_outputs);
-    return code;
-}
 } // namespace
 
 bool AudioPlayer::initFilter()
@@ -105,8 +79,8 @@ bool AudioPlayer::initFilter()
         qCDebug(MultimediaCategoryLogging, "av_opt_set_int_list failed");
         return false;
     }
-    code = parseGraph(graph, description(m_speed), makeEnd("out", media.buffer_sink),
-                      makeEnd("in", media.buffer_source));
+    code = multimedia::parseGraph(graph, description(m_speed).constData(), media.buffer_source,
+                                  media.buffer_sink);
     return code >= 0 && avfilter_graph_config(graph, nullptr) >= 0;
 }
 
