@@ -1,3 +1,5 @@
+// consumer QML_FILE
+//
 // A host in little: it switches the library on, uses a class of each installed library, and says what it
 // found.
 
@@ -15,10 +17,7 @@ int main(int argc, char** argv)
     QGuiApplication application(argc, argv);
     QQmlEngine engine;
     MultimediaProvider::registType(engine);
-    QQmlComponent component(&engine);
-    component.setData(
-        "import QtQml 2.15; import Quillon 1.0; QtObject { property int screen: DeviceTypeDefine.Screen }",
-        {});
+    QQmlComponent component(&engine, QUrl::fromLocalFile(application.arguments().value(1)));
     const QScopedPointer<QObject> object(component.create());
     const multimedia::ScreenRecord recorder;
     const bool right = object && object->property("screen").toInt() == 4 &&
