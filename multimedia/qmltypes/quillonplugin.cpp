@@ -12,7 +12,8 @@ class QuillonPlugin : public QQmlExtensionPlugin
 public:
     void registerTypes(const char*) override
     {
-        // An engine can only be had once the types are there, and the dumper unloads no plugin before it ends.
+        // An engine can only be had once the types are there, and the dumper unloads no plugin before it
+        // ends.
         static auto* const engine = new QQmlEngine;
         MultimediaProvider::registType(*engine);
     }

@@ -70,7 +70,7 @@ public:
         return *this;
     }
 
-    QByteArray finished() const { return bytes + '\x3b'; }
+    QByteArray finished() const { return QByteArray(bytes).append('\x3b'); }
     QByteArray unfinished() const { return bytes; }
 
 private:
