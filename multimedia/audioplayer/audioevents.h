@@ -17,6 +17,7 @@ enum EventId {
     EventUnderload = 11, ///< "IsUnderload" (bool): whether the network keeps the player waiting
 };
 
+/// One event, with what it tells.
 struct AudioEvents
 {
     EventId eventId = EventNone;
