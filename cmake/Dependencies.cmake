@@ -15,3 +15,14 @@ target_include_directories(Sonic::Sonic INTERFACE ${SONIC_INCLUDE_DIR})
 target_link_libraries(Sonic::Sonic INTERFACE ${SONIC_LIBRARY})
 pkg_check_modules(Pulse REQUIRED IMPORTED_TARGET libpulse)
 pkg_check_modules(Udev REQUIRED IMPORTED_TARGET libudev)
+
+# pocketsphinx's pkg-config file names a folder that is not there.
+find_path(POCKETSPHINX_INCLUDE_DIR pocketsphinx.h PATH_SUFFIXES pocketsphinx REQUIRED)
+find_path(SPHINXBASE_INCLUDE_DIR sphinxbase/cmd_ln.h REQUIRED)
+find_library(POCKETSPHINX_LIBRARY pocketsphinx REQUIRED)
+find_library(SPHINXBASE_LIBRARY sphinxbase REQUIRED)
+add_library(PocketSphinx::PocketSphinx INTERFACE IMPORTED)
+target_include_directories(PocketSphinx::PocketSphinx INTERFACE
+  ${POCKETSPHINX_INCLUDE_DIR} ${SPHINXBASE_INCLUDE_DIR} ${SPHINXBASE_INCLUDE_DIR}/sphinxbase)
+target_link_libraries(PocketSphinx::PocketSphinx INTERFACE ${POCKETSPHINX_LIBRARY} ${SPHINXBASE_LIBRARY})
+pkg_get_variable(POCKETSPHINX_MODEL_DIR pocketsphinx modeldir) # read at run time

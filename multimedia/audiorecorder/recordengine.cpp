@@ -2,6 +2,7 @@
 
 #include "multimedia/audiorecorder/audiorecorder.h"
 #include "multimedia/mediahandler/cmediadecode.h"
+#include "multimedia/recognize/recognizemanger.h"
 #include "quillon/util.h"
 
 #include <QtCore/QCoreApplication>
@@ -79,6 +80,7 @@ RecordEngine::RecordEngine()
 RecordEngine::~RecordEngine()
 {
     qRemovePostRoutine(releaseDevices);
+    releaseRecognizeMgr();
     delete m_config;
 }
 
@@ -102,6 +104,24 @@ void RecordEngine::checkStoragePath(const QString& path)
 void RecordEngine::releaseInstance()
 {
     m_recorder->stopRecord(false);
+    releaseRecognizeMgr();
+}
+
+void RecordEngine::releaseRecognizeMgr()
+{
+    if (!m_recognizeMgr)
+        return;
+    m_recognizeMgr->releaseRecognize();
+    m_recognizeMgr->clearRecognize(); // or a report on its way starts the next one
+    m_recognizeMgr->deleteLater();
+    m_recognizeMgr = nullptr;
+}
+
+speechRecognize::RecognizeManger* RecordEngine::recognizeMgr()
+{
+    if (!m_recognizeMgr)
+        m_recognizeMgr = new speechRecognize::RecognizeManger(this);
+    return m_recognizeMgr;
 }
 
 void RecordEngine::setStoragePath(const QString& storagePath)
@@ -205,4 +225,42 @@ QVariantMap RecordEngine::convertToPCM(const QString& filePath)
     if (pcm.isEmpty())
         return {};
     return {{QStringLiteral("pcmData"), pcm}, {QStringLiteral("pcmInfo"), decode.audioInfo()}};
+}
+
+void RecordEngine::recognizeBatchFiles(const QVariant& files)
+{
+    const QString id = QStringLiteral("recognizeId");
+    const QString path = QStringLiteral("filePath");
+    for (const QVariant& file : files.toList()) {
+        const QVariantMap map = file.toMap();
+        if (map.contains(id) && map.contains(path))
+            recognizeMgr()->addRecognizeFile(map[id].toString(), map[path].toString(),
+                                             map[QStringLiteral("language")].toString());
+    }
+}
+
+void RecordEngine::recognizeFile(const QString& recognizeId, const QString& filePath, const QString& language)
+{
+    recognizeMgr()->addRecognizeFile(recognizeId, filePath, language);
+}
+
+void RecordEngine::recognizeBuffer(const QString& recognizeId, const QVariantMap& pcmInfo,
+                                   const QString& language)
+{
+    recognizeMgr()->addRecognizeBuffer(recognizeId, pcmInfo, language);
+}
+
+void RecordEngine::cancelRecognize(const QString& recognizeId)
+{
+    recognizeMgr()->cancelRecognize(recognizeId);
+}
+
+void RecordEngine::cancelBatchRecognize(const QStringList& recognizeIds)
+{
+    recognizeMgr()->cancelBatchRecognize(recognizeIds);
+}
+
+void RecordEngine::cancelAllRecognize()
+{
+    recognizeMgr()->cancelAllRecognize();
 }

@@ -6,12 +6,16 @@
 #include <QtCore/QList>
 #include <QtCore/QObject>
 #include <QtCore/QPointer>
+#include <QtCore/QStringList>
 #include <QtCore/QVariantList>
 #include <QtCore/QVariantMap>
 
 #include <memory>
 
 class AudioRecorder;
+namespace speechRecognize {
+class RecognizeManger;
+}
 
 /// Voice recording and speech recognition, as QML sees them.
 ///
@@ -32,6 +36,10 @@ public:
     static RecordEngine* instance();
     /// Ends what runs, without saving. The object stays and can be used again.
     void releaseInstance();
+    /// Forgets all recognitions and cancels the running one, without a report.
+    void releaseRecognizeMgr();
+    /// The queue of recognitions, made on first use.
+    speechRecognize::RecognizeManger* recognizeMgr();
 
     QString storagePath() const { return m_storagePath; }
     RecordConfig* config() const { return m_config; }
@@ -43,7 +51,10 @@ Q_SIGNALS:
     /// While a recording runs, the time recorded in ms; once more at its end, with `isStop`, the length of
     /// the result in ms.
     void updateRecordInfo(qlonglong duration, bool isStop = true);
+    /// The whole text so far of a recognition.
     void speechRecognizedResultChanged(QString recognizeId, QString speechRecognizedResult);
+    /// A recognition has ended. False when it could not be started: the file is missing, or the samples are
+    /// not described as they must be.
     void recognizeCompletedChanged(QString recognizeId, bool recognizeCompleted);
     /// A recording is complete: "sample" up to 1000 values of 0 to 1 for its bars, "filePath", and "size" in
     /// bytes, 0 when there is no file.
@@ -79,6 +90,24 @@ public Q_SLOTS:
     QList<double> convertSamples(int dstCount, QList<double> srcSamples);
     /// Decodes a file, blocking: "pcmData" and "pcmInfo" as `CMediaDecode` gives them, or an empty map.
     QVariantMap convertToPCM(const QString& filePath);
+
+    // Speech to text. Requests wait in one queue and run one after another; a second one with an id that is
+    // queued is not heard. Where there is no recogniser the queue is emptied without a report.
+
+    /// `recognizeFile` for each map of a list, by the keys "recognizeId", "filePath" and, if it is there,
+    /// "language". Maps without the first two are passed over.
+    void recognizeBatchFiles(const QVariant& files);
+    /// @param language  a locale as "en_US"; one that is not offered, and an empty one, stand for the system's
+    void recognizeFile(const QString& recognizeId, const QString& filePath,
+                       const QString& language = QString());
+    /// @param pcmInfo  a map as `convertToPCM` gives it
+    void recognizeBuffer(const QString& recognizeId, const QVariantMap& pcmInfo,
+                         const QString& language = QString());
+    /// The request that runs ends and reports true; one that waits goes without a report.
+    void cancelRecognize(const QString& recognizeId);
+    void cancelBatchRecognize(const QStringList& recognizeIds);
+    /// Forgets every request; none of them reports.
+    void cancelAllRecognize();
     void slotRecordFinish();
 
 private:
@@ -92,4 +121,5 @@ private:
     QPointer<RecordConfig> m_config; ///< deleted with the engine, whoever made it
     int m_state = 0;
     QString m_filePath;
+    speechRecognize::RecognizeManger* m_recognizeMgr = nullptr; ///< a child
 };

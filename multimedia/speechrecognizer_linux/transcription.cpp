@@ -1,0 +1,92 @@
+#include "multimedia/speechrecognizer_linux/transcription.h"
+
+#include <algorithm>
+
+namespace speechRecognize {
+
+namespace {
+
+constexpr std::size_t kLongestUtterance = std::size_t(kSpeechRate) * 30;
+/// Speech between two looks at the words.
+constexpr std::size_t kLook = kSpeechRate / 4;
+
+} // namespace
+
+Transcription::Transcription(PocketSphinxDecoder& decoder, Report report, const SpeechSamples& beginning)
+    : decoder(decoder)
+    , report(std::move(report))
+{
+    decoder.startStream(beginning);
+}
+
+Transcription::~Transcription()
+{
+    if (in_utterance)
+        decoder.endUtterance();
+}
+
+bool Transcription::startUtterance()
+{
+    in_utterance = decoder.startUtterance();
+    utterance_samples = 0;
+    unseen_samples = 0;
+    is_told = false;
+    last_words.clear();
+    return in_utterance;
+}
+
+bool Transcription::feed(const std::int16_t* samples, std::size_t count)
+{
+    if (!in_utterance && !startUtterance())
+        return false;
+    if (!decoder.process(samples, count))
+        return false;
+    const bool is_speech = decoder.isSpeech();
+    if (is_speech) {
+        utterance_samples += count;
+        unseen_samples += count;
+    }
+    if ((was_speech && !is_speech) || utterance_samples > kLongestUtterance)
+        endUtterance();
+    else if (unseen_samples >= kLook)
+        reportWords(decoder.words());
+    was_speech = is_speech && in_utterance;
+    return true;
+}
+
+void Transcription::endUtterance()
+{
+    decoder.endUtterance();
+    in_utterance = false;
+    reportWords(decoder.words());
+    has_words = has_words || !last_words.empty();
+}
+
+void Transcription::reportWords(const std::string& words)
+{
+    unseen_samples = 0;
+    if (words == last_words)
+        return;
+    last_words = words;
+    if (!is_told) {
+        is_told = true;
+        // The next count may be no lower than the last one of the utterance before.
+        if (has_words)
+            report({});
+        last = {};
+    }
+    const auto count = words.empty() ? 0 : std::count(words.begin(), words.end(), ' ') + 1;
+    last.segment_count = std::max<std::int64_t>(last.segment_count, count);
+    last.text = has_words && !words.empty() ? ' ' + words : words;
+    report(last);
+}
+
+void Transcription::finish()
+{
+    if (in_utterance)
+        endUtterance();
+    last.is_final = true;
+    report(last);
+}
+
+} // namespace speechRecognize
