@@ -97,7 +97,8 @@ public Q_SLOTS:
     /// `recognizeFile` for each map of a list, by the keys "recognizeId", "filePath" and, if it is there,
     /// "language". Maps without the first two are passed over.
     void recognizeBatchFiles(const QVariant& files);
-    /// @param language  a locale as "en_US"; one that is not offered, and an empty one, stand for the system's
+    /// @param language  a locale as "en_US"; one that is not offered, and an empty one, stand for the
+    /// system's
     void recognizeFile(const QString& recognizeId, const QString& filePath,
                        const QString& language = QString());
     /// @param pcmInfo  a map as `convertToPCM` gives it

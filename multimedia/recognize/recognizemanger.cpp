@@ -13,7 +13,8 @@ RecognizeManger::RecognizeManger(QObject* parent)
     connect(this, &RecognizeManger::sigRequestedAuthorization, this, &RecognizeManger::handleAuthorization);
 }
 
-void RecognizeManger::addRecognizeFile(const QString& recognizeId, const QString& path, const QString& language)
+void RecognizeManger::addRecognizeFile(const QString& recognizeId, const QString& path,
+                                       const QString& language)
 {
     enqueueRecognize(
         QSharedPointer<RecognizeContext>::create(RecognizeContext{recognizeId, path, language, {}}));

@@ -58,7 +58,8 @@ Q_SIGNALS:
     void sigRequestedAuthorization(bool bRet);
 
 public Q_SLOTS:
-    void addRecognizeFile(const QString& recognizeId, const QString& path, const QString& language = QString());
+    void addRecognizeFile(const QString& recognizeId, const QString& path,
+                          const QString& language = QString());
     void addRecognizeBuffer(const QString& recognizeId, const QVariantMap& pcmInfo,
                             const QString& language = QString());
     /// The text so far of the head.

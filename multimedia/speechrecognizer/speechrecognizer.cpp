@@ -56,12 +56,12 @@ void startTask(SpeechRecognizer* recognizer, Start start)
 {
     const std::lock_guard lock(g_mutex);
     cancelTask();
-    g_RecognizeTask = start([recognizer, count = ++g_count](const SpeechResult& result,
-                                                            const std::string& error) {
-        const std::lock_guard handler_lock(g_mutex);
-        if (count == g_count)
-            handleRecognizeResult(result, error, recognizer);
-    });
+    g_RecognizeTask =
+        start([recognizer, count = ++g_count](const SpeechResult& result, const std::string& error) {
+            const std::lock_guard handler_lock(g_mutex);
+            if (count == g_count)
+                handleRecognizeResult(result, error, recognizer);
+        });
     if (!g_RecognizeTask)
         Q_EMIT recognizer->sigRecognizeComplete(true);
 }

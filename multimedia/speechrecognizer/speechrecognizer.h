@@ -58,6 +58,7 @@ bool checkParamIsValid(const QVariantMap& pcmMap);
 
 /// What the service tells of the running task: puts the text together, tells it, and tells the end after a
 /// final result or an error. An error is an end like any other.
-void handleRecognizeResult(const SpeechResult& result, const std::string& error, SpeechRecognizer* recognizer);
+void handleRecognizeResult(const SpeechResult& result, const std::string& error,
+                           SpeechRecognizer* recognizer);
 
 } // namespace speechRecognize

@@ -70,8 +70,7 @@ public:
     /// @param locale  one that is available, or empty for that of the system
     /// @return 0 when no task was started; then the handler is not called
     virtual Task recognizeFile(const std::string& path, const std::string& locale, ResultHandler handler) = 0;
-    virtual Task recognizeBuffer(const PcmAudio& audio, const std::string& locale,
-                                 ResultHandler handler) = 0;
+    virtual Task recognizeBuffer(const PcmAudio& audio, const std::string& locale, ResultHandler handler) = 0;
     /// Makes the task end soon, with an error. Does nothing to one that has ended.
     virtual void cancel(Task task) = 0;
 };

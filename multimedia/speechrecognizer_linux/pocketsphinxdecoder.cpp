@@ -24,10 +24,11 @@ constexpr auto kDictionary = "/cmudict-en-us.dict";
 /// Frames of speech, 10 ms each, that tell something of a voice.
 constexpr int kFewestFrames = 20;
 
-/// The recogniser tells much. It has one log in a process.
-void logError(void* /*user*/, err_lvl_t level, const char* format, ...)
+/// The recogniser has one log in a process and tells much there, errors that are none among it. What makes it
+/// end the process is the only thing that nobody else could tell.
+void logFatal(void* /*user*/, err_lvl_t level, const char* format, ...)
 {
-    if (level < ERR_ERROR)
+    if (level < ERR_FATAL)
         return;
     std::array<char, 512> text;
     va_list arguments;
@@ -113,7 +114,10 @@ bool PocketSphinxDecoder::hasModel(const std::string& model_folder)
 std::unique_ptr<PocketSphinxDecoder> PocketSphinxDecoder::load(const std::string& model_folder)
 {
     static std::once_flag logs;
-    std::call_once(logs, [] { err_set_callback(logError, nullptr); });
+    std::call_once(logs, [] {
+        err_set_logfp(nullptr); // where its configuration would be listed
+        err_set_callback(logFatal, nullptr);
+    });
     std::unique_ptr<PocketSphinxDecoder> result(new PocketSphinxDecoder);
     if (result->open(model_folder))
         return result;

@@ -27,13 +27,11 @@ SpeechService& systemSpeechService()
 
 PocketSphinxService::PocketSphinxService()
     : PocketSphinxService(kModelFolder)
-{
-}
+{}
 
 PocketSphinxService::PocketSphinxService(std::string model_folder)
     : model_folder(std::move(model_folder))
-{
-}
+{}
 
 PocketSphinxService::~PocketSphinxService()
 {
@@ -58,8 +56,8 @@ SpeechService::Authorization PocketSphinxService::authorizationStatus()
 {
     if (PocketSphinxDecoder::hasModel(model_folder))
         return Authorization::Authorized;
-    multimedia::warning("authorizationStatus", "no speech model in " + model_folder +
-                                                   ": install the package pocketsphinx-en-us");
+    multimedia::warning("authorizationStatus",
+                        "no speech model in " + model_folder + ": install the package pocketsphinx-en-us");
     return Authorization::Restricted;
 }
 
@@ -70,7 +68,8 @@ void PocketSphinxService::requestAuthorization(AuthorizationHandler answered)
 
 bool PocketSphinxService::isAvailable(const std::string& locale)
 {
-    return locale.substr(0, locale.find_first_of("_-")) == "en" && PocketSphinxDecoder::hasModel(model_folder);
+    return locale.substr(0, locale.find_first_of("_-")) == "en" &&
+           PocketSphinxDecoder::hasModel(model_folder);
 }
 
 SpeechService::Task PocketSphinxService::recognizeFile(const std::string& path, const std::string& /*locale*/,
@@ -213,7 +212,8 @@ void PocketSphinxService::report(const JobPtr& job, const SpeechResult& result, 
     enqueueReport(job, result, error);
 }
 
-void PocketSphinxService::enqueueReport(const JobPtr& job, const SpeechResult& result, const std::string& error)
+void PocketSphinxService::enqueueReport(const JobPtr& job, const SpeechResult& result,
+                                        const std::string& error)
 {
     if (job->ended)
         return;

@@ -44,7 +44,9 @@ class FileAudio : public SpeechAudio
 {
 public:
     /// @param cancelled  makes every operation end soon, with an error; must outlive the object
-    explicit FileAudio(const std::atomic<bool>& cancelled) : cancelled(cancelled) {}
+    explicit FileAudio(const std::atomic<bool>& cancelled)
+        : cancelled(cancelled)
+    {}
     /// 0, or FFmpeg's negative code.
     int open(const std::string& path);
     int read(SpeechSamples& samples) override;
@@ -65,7 +67,9 @@ private:
 class BufferAudio : public SpeechAudio
 {
 public:
-    explicit BufferAudio(PcmAudio audio) : audio(std::move(audio)) {}
+    explicit BufferAudio(PcmAudio audio)
+        : audio(std::move(audio))
+    {}
     int read(SpeechSamples& samples) override;
 
 private:

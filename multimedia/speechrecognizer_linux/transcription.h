@@ -40,9 +40,9 @@ private:
     bool was_speech = false;
     std::size_t utterance_samples = 0; ///< of speech
     std::size_t unseen_samples = 0;    ///< of speech, since the last look at the words
-    bool has_words = false; ///< some utterance before had
-    bool is_told = false;   ///< words of this utterance have been reported
-    SpeechResult last;      ///< what was reported last
+    bool has_words = false;            ///< some utterance before had
+    bool is_told = false;              ///< words of this utterance have been reported
+    SpeechResult last;                 ///< what was reported last
     std::string last_words;
 };
 

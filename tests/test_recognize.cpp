@@ -1,0 +1,443 @@
+#include "multimedia/audiorecorder/recordengine.h"
+#include "multimedia/recognize/recognizemanger.h"
+#include "multimedia/speechrecognizer/speechrecognizer.h"
+#include "tests/support/logcapture.h"
+#include "tests/support/scriptedspeech.h"
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QEvent>
+#include <QtCore/QStandardPaths>
+#include <QtCore/QTemporaryFile>
+#include <QtTest/QtTest>
+
+#include <memory>
+
+/// The queue and the recogniser, on a service that follows a script: what `RecordEngine` tells.
+
+using Authorization = speechRecognize::SpeechService::Authorization;
+using speechRecognize::PcmAudio;
+
+namespace {
+
+QVariantMap pcm(const QString& format = QStringLiteral("PCMFormatInt16"))
+{
+    return {{QStringLiteral("pcmData"), QByteArray("12345678")},
+            {QStringLiteral("pcmInfo"), QVariantMap{{QStringLiteral("sampleFormat"), format},
+                                                    {QStringLiteral("sampleRate"), 8000.0},
+                                                    {QStringLiteral("channels"), 2},
+                                                    {QStringLiteral("interleaved"), true}}}};
+}
+
+QVariantMap without(QVariantMap map, const char* key)
+{
+    map.remove(QLatin1String(key));
+    return map;
+}
+
+} // namespace
+
+class TestRecognize : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void texts_startAnew_whenSegmentsFall();
+    void error_endsRequest_withoutText();
+    void files_runInOrder_askedForOnce();
+    void batch_skipsIncompleteEntries();
+    void buffer_reachesService_data();
+    void buffer_reachesService();
+    void badRequest_endsFalse_andNextFollows_data();
+    void badRequest_endsFalse_andNextFollows();
+    void authorization_startsOrEmptiesQueue_data();
+    void authorization_startsOrEmptiesQueue();
+    void language_fallsBack_onSystems_data();
+    void language_fallsBack_onSystems();
+    void cancelRecognize_dropsWaitingOne();
+    void cancelRecognize_endsHead_whenReported();
+    void cancelBatchRecognize_takesEachId();
+    void cancelAllRecognize_isSilent_andNextAsksAfresh();
+    void lateReport_isTheNewHeads_whenOnItsWay();
+    void completion_mayCancelAll_andBeginAnew();
+    void refusedTask_completes();
+    void releaseInstance_silencesTask_andMakesRoom();
+
+private:
+    /// Lets the queued reports through; what came since the last time, as "id:text", "id=completed".
+    QStringList told();
+    void request(const char* id) { engine->recognizeFile(QLatin1String(id), file.fileName()); }
+
+    RecordEngine* engine = nullptr;
+    QTemporaryFile file;
+    std::unique_ptr<ScriptedSpeech> service;
+    QStringList lines;
+};
+
+void TestRecognize::initTestCase()
+{
+    QStandardPaths::setTestModeEnabled(true);
+    qputenv("LC_ALL", "en_US.UTF-8");
+    QVERIFY(file.open());
+    engine = RecordEngine::instance();
+    connect(engine, &RecordEngine::speechRecognizedResultChanged, this,
+            [this](const QString& id, const QString& text) { lines += id + QLatin1Char(':') + text; });
+    connect(engine, &RecordEngine::recognizeCompletedChanged, this,
+            [this](const QString& id, bool completed) {
+                lines += id + (completed ? QLatin1String("=true") : QLatin1String("=false"));
+            });
+}
+
+void TestRecognize::init()
+{
+    service = std::make_unique<ScriptedSpeech>();
+}
+
+void TestRecognize::cleanup()
+{
+    engine->releaseInstance();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QCOMPARE(told(), QStringList());
+    service.reset();
+}
+
+QStringList TestRecognize::told()
+{
+    int before = -1;
+    while (std::exchange(before, lines.size()) != lines.size())
+        QCoreApplication::sendPostedEvents();
+    return std::exchange(lines, {});
+}
+
+void TestRecognize::texts_startAnew_whenSegmentsFall()
+{
+    request("one");
+    service->tell(1, 1, "a");
+    service->tell(1, 2, "a b");
+    service->tell(1, 3, "a b c");
+    service->tell(1, 1, "d");
+    service->tell(1, 1, "e");
+    service->tell(1, 0, "");
+    service->tell(1, 1, "f", true);
+    QCOMPARE(told(), QString("one:a one:a_b one:a_b_c one:a_b_cd one:a_b_ce one:a_b_ce one:a_b_cef one=true")
+                         .split(' ')
+                         .replaceInStrings("_", " "));
+    // The next one starts without a text.
+    request("two");
+    service->tell(2, 1, "g", true);
+    QCOMPARE(told(), (QStringList{"two:g", "two=true"}));
+}
+
+void TestRecognize::error_endsRequest_withoutText()
+{
+    request("one");
+    service->tell(1, 2, "a b");
+    service->fail(1);
+    QCOMPARE(told(), (QStringList{"one:a b", "one=true"}));
+}
+
+void TestRecognize::files_runInOrder_askedForOnce()
+{
+    for (const char* id : {"one", "two", "one", "three"})
+        request(id);
+    const QStringList ids = {"one", "two", "three"};
+    for (int task = 1; task <= 3; ++task) {
+        QCOMPARE(service->tasks.size(), size_t(task));
+        QCOMPARE(service->tasks.back().path, file.fileName().toStdString());
+        service->tell(task, 1, "text");
+        service->tell(task, 1, "text", true);
+        QCOMPARE(told(),
+                 (QStringList{ids[task - 1] + ":text", ids[task - 1] + ":text", ids[task - 1] + "=true"}));
+    }
+    QCOMPARE(service->asked, 1);
+    request("one");
+    QCOMPARE(service->asked, 2);
+    QCOMPARE(service->tasks.size(), 4U);
+    service->tell(4, 0, "", true);
+    QCOMPARE(told(), (QStringList{"one:", "one=true"}));
+}
+
+void TestRecognize::batch_skipsIncompleteEntries()
+{
+    const auto entry = [&](const char* id, const QVariant& path, const QVariant& language) {
+        QVariantMap map;
+        if (id)
+            map[QStringLiteral("recognizeId")] = QLatin1String(id);
+        if (path.isValid())
+            map[QStringLiteral("filePath")] = path;
+        if (language.isValid())
+            map[QStringLiteral("language")] = language;
+        return map;
+    };
+    const QVariantList files = {entry("one", file.fileName(), QStringLiteral("de_DE")),
+                                entry("two", {}, {}),
+                                entry(nullptr, file.fileName(), {}),
+                                QStringLiteral("no map"),
+                                entry("three", file.fileName(), {}),
+                                entry("four", QString(), {})};
+    engine->recognizeBatchFiles(files);
+    service->tell(1, 0, "", true);
+    QCOMPARE(told(), (QStringList{"one:", "one=true"}));
+    service->tell(2, 0, "", true);
+    QCOMPARE(told(), (QStringList{"three:", "three=true", "four=false"}));
+    QCOMPARE(service->tasks[0].locale, "de_DE");
+    QCOMPARE(service->tasks[1].locale, "");
+    engine->recognizeBatchFiles(QStringLiteral("no list"));
+}
+
+void TestRecognize::buffer_reachesService_data()
+{
+    QTest::addColumn<int>("format");
+    QTest::newRow("PCMFormatFloat32") << int(PcmAudio::Format::Float32);
+    QTest::newRow("PCMFormatFloat64") << int(PcmAudio::Format::Float64);
+    QTest::newRow("PCMFormatInt16") << int(PcmAudio::Format::Int16);
+    QTest::newRow("PCMFormatInt32") << int(PcmAudio::Format::Int32);
+}
+
+void TestRecognize::buffer_reachesService()
+{
+    QFETCH(int, format);
+    // As QML calls it, without a language.
+    QVERIFY(QMetaObject::invokeMethod(engine, "recognizeBuffer", Q_ARG(QString, QStringLiteral("one")),
+                                      Q_ARG(QVariantMap, pcm(QString::fromUtf8(QTest::currentDataTag())))));
+    const PcmAudio& audio = service->tasks.at(0).audio;
+    QCOMPARE(int(audio.format), format);
+    QCOMPARE(audio.sample_rate, 8000.0);
+    QCOMPARE(audio.channels, 2);
+    QVERIFY(audio.interleaved);
+    QCOMPARE(QByteArray(reinterpret_cast<const char*>(audio.data), int(audio.size)), QByteArray("12345678"));
+    service->tell(1, 1, "a", true);
+    QCOMPARE(told(), (QStringList{"one:a", "one=true"}));
+}
+
+void TestRecognize::badRequest_endsFalse_andNextFollows_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QVariantMap>("map");
+    QTest::addColumn<QString>("line");
+    QTest::newRow("no file") << "/no/such/file.wav" << QVariantMap()
+                             << "Path is not exist: /no/such/file.wav";
+    QTest::newRow("a folder") << "/tmp" << QVariantMap() << "Path is not exist: /tmp";
+    const QString invalid = QStringLiteral("Parameter is invalid");
+    QTest::newRow("empty map") << QString() << QVariantMap() << invalid;
+    QTest::newRow("no data") << QString() << without(pcm(), "pcmData") << invalid;
+    QTest::newRow("no info") << QString() << without(pcm(), "pcmInfo") << invalid;
+    for (const char* key : {"sampleFormat", "sampleRate", "channels", "interleaved"}) {
+        QVariantMap map = pcm();
+        map[QStringLiteral("pcmInfo")] = without(map[QStringLiteral("pcmInfo")].toMap(), key);
+        QTest::newRow(key) << QString() << map << invalid;
+    }
+    QTest::newRow("unknown format") << QString() << pcm("PCMFormatInt24") << "PCMFormat is not support";
+}
+
+void TestRecognize::badRequest_endsFalse_andNextFollows()
+{
+    QFETCH(QString, path);
+    QFETCH(QVariantMap, map);
+    QFETCH(QString, line);
+    const LogCapture log;
+    if (path.isEmpty())
+        engine->recognizeBuffer(QStringLiteral("bad"), map);
+    else
+        engine->recognizeFile(QStringLiteral("bad"), path);
+    request("good");
+    QVERIFY(service->tasks.empty());
+    QCOMPARE(told(), QStringList("bad=false"));
+    QCOMPARE(log.count(line), 1);
+    service->tell(1, 1, "a", true);
+    QCOMPARE(told(), (QStringList{"good:a", "good=true"}));
+}
+
+void TestRecognize::authorization_startsOrEmptiesQueue_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<int>("answer");
+    QTest::addColumn<bool>("runs");
+    const auto row = [](const char* name, Authorization status, int answer, bool runs) {
+        QTest::newRow(name) << int(status) << answer << runs;
+    };
+    row("authorized", Authorization::Authorized, -1, true);
+    row("restricted", Authorization::Restricted, -1, false);
+    row("asked and granted", Authorization::NotDetermined, int(Authorization::Authorized), true);
+    row("asked and denied", Authorization::NotDetermined, int(Authorization::Denied), false);
+    row("denied before and granted", Authorization::Denied, int(Authorization::Authorized), true);
+    row("denied before and restricted", Authorization::Denied, int(Authorization::Restricted), false);
+}
+
+void TestRecognize::authorization_startsOrEmptiesQueue()
+{
+    QFETCH(int, status);
+    QFETCH(int, answer);
+    QFETCH(bool, runs);
+    service->status = Authorization(status);
+    QSignalSpy answers(engine->recognizeMgr(), &speechRecognize::RecognizeManger::sigRequestedAuthorization);
+    const bool asks = answer >= 0;
+    request("one");
+    if (asks) {
+        request("two");
+        QCOMPARE(answers.count(), 0);
+        QCOMPARE(service->questions.size(), 1U);
+        service->answer(Authorization(answer));
+    }
+    QCOMPARE(told(), QStringList());
+    QCOMPARE(answers.count(), 1);
+    QCOMPARE(answers[0][0].toBool(), runs);
+    QCOMPARE(service->tasks.size(), runs ? 1U : 0U);
+    QCOMPARE(engine->recognizeMgr()->header().isNull(), !runs);
+    QCOMPARE(engine->recognizeMgr()->existRecognize(QStringLiteral("two")), runs && asks);
+}
+
+void TestRecognize::language_fallsBack_onSystems_data()
+{
+    QTest::addColumn<QString>("locale");
+    QTest::newRow("") << QString();
+    QTest::newRow("EN_us") << QString();
+    QTest::newRow("de_DE") << "de_DE";
+    QTest::newRow("fr_FR") << QString();
+}
+
+void TestRecognize::language_fallsBack_onSystems()
+{
+    QFETCH(QString, locale);
+    const QString language = QString::fromUtf8(QTest::currentDataTag());
+    engine->recognizeFile(QStringLiteral("file"), file.fileName(), language);
+    engine->recognizeBuffer(QStringLiteral("buffer"), pcm(), language);
+    service->fail(1);
+    QCOMPARE(told(), QStringList("file=true"));
+    QCOMPARE(QString::fromStdString(service->tasks.at(0).locale), locale);
+    QCOMPARE(QString::fromStdString(service->tasks.at(1).locale), locale);
+}
+
+void TestRecognize::cancelRecognize_dropsWaitingOne()
+{
+    for (const char* id : {"one", "two", "three"})
+        request(id);
+    engine->cancelRecognize(QString());
+    engine->cancelRecognize(QStringLiteral("unknown"));
+    engine->cancelRecognize(QStringLiteral("two"));
+    QVERIFY(!engine->recognizeMgr()->existRecognize(QStringLiteral("two")));
+    QCOMPARE(service->tasks[0].cancels, 0);
+    service->tell(1, 1, "a", true);
+    QCOMPARE(told(), (QStringList{"one:a", "one=true"}));
+    service->tell(2, 1, "c", true);
+    QCOMPARE(told(), (QStringList{"three:c", "three=true"}));
+}
+
+void TestRecognize::cancelRecognize_endsHead_whenReported()
+{
+    request("one");
+    request("two");
+    service->tell(1, 1, "a");
+    engine->cancelRecognize(QStringLiteral("one"));
+    QCOMPARE(service->tasks[0].cancels, 1);
+    QCOMPARE(told(), QStringList("one:a"));
+    // Its id is free, though it still stands there.
+    request("one");
+    QCOMPARE(engine->recognizeMgr()->header()->recognizeId, QStringLiteral("one"));
+    service->fail(1);
+    QCOMPARE(told(), QStringList("one=true"));
+    service->tell(2, 1, "b", true);
+    QCOMPARE(told(), (QStringList{"two:b", "two=true"}));
+    service->tell(3, 1, "c", true);
+    QCOMPARE(told(), (QStringList{"one:c", "one=true"}));
+    QCOMPARE(service->asked, 1);
+}
+
+void TestRecognize::cancelBatchRecognize_takesEachId()
+{
+    engine->cancelBatchRecognize({QStringLiteral("one")});
+    for (const char* id : {"one", "two", "three", "four"})
+        request(id);
+    engine->cancelBatchRecognize({QStringLiteral("three"), QStringLiteral("one"), QString()});
+    service->fail(1);
+    QCOMPARE(told(), QStringList("one=true"));
+    service->fail(2);
+    QCOMPARE(told(), QStringList("two=true"));
+    service->fail(3);
+    QCOMPARE(told(), QStringList("four=true"));
+}
+
+void TestRecognize::cancelAllRecognize_isSilent_andNextAsksAfresh()
+{
+    request("one");
+    request("two");
+    engine->cancelAllRecognize();
+    QCOMPARE(service->tasks[0].cancels, 1);
+    service->tell(1, 1, "a");
+    service->fail(1);
+    QCOMPARE(told(), QStringList());
+    request("one");
+    QCOMPARE(service->asked, 2);
+    service->tell(2, 1, "b", true);
+    QCOMPARE(told(), (QStringList{"one:b", "one=true"}));
+}
+
+void TestRecognize::lateReport_isTheNewHeads_whenOnItsWay()
+{
+    request("old");
+    engine->cancelAllRecognize();
+    service->fail(1);
+    request("new");
+    request("next");
+    QCOMPARE(told(), QStringList("new=true"));
+    // The new head's task has lost its place: what it tells is nobody's, and the next one is not disturbed.
+    QCOMPARE(service->tasks.at(1).cancels, 1);
+    service->tell(2, 1, "a", true);
+    QCOMPARE(told(), QStringList());
+    service->tell(3, 1, "b", true);
+    QCOMPARE(told(), (QStringList{"next:b", "next=true"}));
+
+    request("old");
+    engine->cancelAllRecognize();
+    request("new");
+    service->fail(4);
+    service->tell(5, 1, "c", true);
+    QCOMPARE(told(), (QStringList{"new:c", "new=true"}));
+}
+
+void TestRecognize::completion_mayCancelAll_andBeginAnew()
+{
+    QObject scope;
+    request("one");
+    request("two");
+    connect(engine, &RecordEngine::recognizeCompletedChanged, &scope, [&](const QString& id) {
+        if (id != QLatin1String("one"))
+            return;
+        engine->cancelAllRecognize();
+        request("three");
+    });
+    service->fail(1);
+    QCOMPARE(told(), QStringList("one=true"));
+    QCOMPARE(service->tasks.size(), 2U);
+    service->tell(2, 1, "c", true);
+    QCOMPARE(told(), (QStringList{"three:c", "three=true"}));
+}
+
+void TestRecognize::refusedTask_completes()
+{
+    service->refuses = true;
+    request("one");
+    QCOMPARE(told(), QStringList("one=true"));
+}
+
+void TestRecognize::releaseInstance_silencesTask_andMakesRoom()
+{
+    request("one");
+    request("two");
+    service->tell(1, 1, "on its way");
+    engine->releaseInstance();
+    QCOMPARE(service->tasks[0].cancels, 1);
+    service->fail(1);
+    QCOMPARE(told(), QStringList());
+    request("one");
+    service->tell(2, 1, "a", true);
+    QCOMPARE(told(), (QStringList{"one:a", "one=true"}));
+    // A recogniser that was never used can go, too.
+    engine->recognizeMgr()->releaseRecognize();
+}
+
+QTEST_GUILESS_MAIN(TestRecognize)
+#include "test_recognize.moc"

@@ -1,0 +1,421 @@
+#include "multimedia/speechrecognizer_linux/pocketsphinxservice.h"
+#include "tests/support/logcapture.h"
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+#include <QtCore/QFile>
+#include <QtTest/QtTest>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <random>
+#include <thread>
+
+/// The recogniser of this system, on spoken sentences. Of Qt there is the test frame only.
+
+using speechRecognize::PcmAudio;
+using speechRecognize::PocketSphinxService;
+using speechRecognize::SpeechResult;
+using speechRecognize::SpeechService;
+
+namespace {
+
+constexpr auto kPatience = std::chrono::seconds(100);
+const QString kFood = "there is enough food on the table for everybody";
+
+std::string media(const std::string& name)
+{
+    return TEST_MEDIA_DIR "/speech/" + name;
+}
+
+/// What a task tells.
+class Listener
+{
+public:
+    SpeechService::ResultHandler handler()
+    {
+        return [this](const SpeechResult& result, const std::string& error) {
+            const std::lock_guard lock(mutex);
+            if (is_over)
+                ++later;
+            if (error.empty())
+                results.push_back(result);
+            is_over = is_over || result.is_final || !error.empty();
+            failed = failed || !error.empty();
+            changed.notify_all();
+        };
+    }
+    bool awaitEnd()
+    {
+        return await([this] { return is_over; });
+    }
+    bool awaitResult()
+    {
+        return await([this] { return is_over || !results.empty(); });
+    }
+    /// The utterances in a row, as a recogniser puts them together.
+    QString text()
+    {
+        const std::lock_guard lock(mutex);
+        QString finished;
+        QString all;
+        std::int64_t segments = 0;
+        for (const SpeechResult& result : results) {
+            if (result.segment_count < segments)
+                finished = all;
+            segments = result.segment_count;
+            all = finished + QString::fromStdString(result.text);
+        }
+        return all;
+    }
+    int utterances()
+    {
+        const std::lock_guard lock(mutex);
+        int count = 1;
+        for (std::size_t i = 1; i < results.size(); ++i)
+            count += results[i].segment_count < results[i - 1].segment_count && results[i].segment_count == 0;
+        return count;
+    }
+    int partials()
+    {
+        const std::lock_guard lock(mutex);
+        return int(results.size());
+    }
+    bool ended()
+    {
+        const std::lock_guard lock(mutex);
+        return is_over;
+    }
+
+    std::atomic<bool> failed = false;
+    std::atomic<int> later = 0; ///< reports after the end
+
+private:
+    template<typename Condition>
+    bool await(Condition condition)
+    {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(lock, kPatience, condition);
+    }
+
+    std::mutex mutex; ///< guards what follows
+    std::condition_variable changed;
+    std::vector<SpeechResult> results;
+    bool is_over = false;
+};
+
+/// The mono 16-bit samples of a WAV file made by FFmpeg at 16 kHz.
+std::vector<std::int16_t> samplesOf(const char* name)
+{
+    constexpr int kHeader = 78;
+    QFile file(QString::fromStdString(media(name)));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    const QByteArray bytes = file.readAll().mid(kHeader);
+    const auto* first = reinterpret_cast<const std::int16_t*>(bytes.constData());
+    return {first, first + bytes.size() / 2};
+}
+
+template<typename Sample>
+PcmAudio pcm(const std::vector<std::int16_t>& mono, PcmAudio::Format format, double scale, int channels)
+{
+    auto samples = std::make_shared<std::vector<Sample>>();
+    for (const std::int16_t value : mono)
+        samples->insert(samples->end(), std::size_t(channels), Sample(value * scale));
+    PcmAudio audio;
+    audio.format = format;
+    audio.sample_rate = 16000;
+    audio.channels = channels;
+    audio.interleaved = true;
+    audio.data = reinterpret_cast<const std::uint8_t*>(samples->data());
+    audio.size = samples->size() * sizeof(Sample);
+    audio.owner = samples;
+    return audio;
+}
+
+} // namespace
+
+class TestSpeechService : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { av_log_set_level(AV_LOG_FATAL); }
+
+    void file_isUnderstood_data();
+    void file_isUnderstood();
+    void buffer_isUnderstood_data();
+    void buffer_isUnderstood();
+    void badBuffer_ends_data();
+    void badBuffer_ends();
+    void pause_beginsNewUtterance();
+    void breathlessSpeech_isCut();
+    void noSpeech_ends_withoutWords_data();
+    void noSpeech_ends_withoutWords();
+    void damagedFile_ends();
+    void text_isTheSame_whateverWasHeardBefore();
+    void cancel_endsTask_inAnHourOfTalk();
+    void tasks_endOnce_underCancelsFromTwoThreads();
+    void destructor_tellsEveryEnd();
+    void missingModel_isTold();
+
+private:
+    PocketSphinxService service;
+};
+
+void TestSpeechService::file_isUnderstood_data()
+{
+    QTest::addColumn<QString>("name");
+    for (const char* name : {"food.wav", "telephone.wav", "stereo.m4a", "surround.flac", "float64.wav",
+                             "food.mp3", "food.aac", "film.mp4"})
+        QTest::newRow(name) << name;
+}
+
+void TestSpeechService::file_isUnderstood()
+{
+    QFETCH(QString, name);
+    Listener listener;
+    QVERIFY(service.recognizeFile(media(name.toStdString()), "en_US", listener.handler()) != 0);
+    QVERIFY(listener.awaitEnd());
+    QVERIFY(!listener.failed);
+    QCOMPARE(listener.text(), kFood);
+    QVERIFY(listener.partials() > 4);
+    QCOMPARE(listener.utterances(), 1);
+}
+
+void TestSpeechService::buffer_isUnderstood_data()
+{
+    QTest::addColumn<int>("format");
+    QTest::addColumn<int>("channels");
+    QTest::newRow("int16") << int(PcmAudio::Format::Int16) << 1;
+    QTest::newRow("int32 stereo") << int(PcmAudio::Format::Int32) << 2;
+    QTest::newRow("float32") << int(PcmAudio::Format::Float32) << 1;
+    QTest::newRow("float64 stereo") << int(PcmAudio::Format::Float64) << 2;
+}
+
+void TestSpeechService::buffer_isUnderstood()
+{
+    QFETCH(int, format);
+    QFETCH(int, channels);
+    const auto mono = samplesOf("food.wav");
+    QVERIFY(mono.size() > 16000);
+    PcmAudio audio;
+    switch (PcmAudio::Format(format)) {
+    case PcmAudio::Format::Int16:
+        audio = pcm<std::int16_t>(mono, PcmAudio::Format::Int16, 1, channels);
+        audio.size -= 1; // the last frame is not whole
+        audio.interleaved = false;
+        break;
+    case PcmAudio::Format::Int32:
+        audio = pcm<std::int32_t>(mono, PcmAudio::Format::Int32, 65536, channels);
+        break;
+    case PcmAudio::Format::Float32:
+        audio = pcm<float>(mono, PcmAudio::Format::Float32, 1 / 32768.0, channels);
+        break;
+    case PcmAudio::Format::Float64:
+        audio = pcm<double>(mono, PcmAudio::Format::Float64, 1 / 32768.0, channels);
+        break;
+    }
+    Listener listener;
+    QVERIFY(service.recognizeBuffer(audio, {}, listener.handler()) != 0);
+    audio = {};
+    QVERIFY(listener.awaitEnd());
+    QVERIFY(!listener.failed);
+    QCOMPARE(listener.text(), kFood);
+}
+
+void TestSpeechService::badBuffer_ends_data()
+{
+    QTest::addColumn<double>("rate");
+    QTest::addColumn<int>("channels");
+    QTest::addColumn<int>("size");
+    QTest::newRow("empty") << 16000.0 << 1 << 0;
+    QTest::newRow("half a sample") << 16000.0 << 1 << 1;
+    QTest::newRow("no rate") << 0.0 << 1 << 200;
+    QTest::newRow("negative rate") << -16000.0 << 1 << 200;
+    QTest::newRow("not a rate") << std::nan("") << 1 << 200;
+    QTest::newRow("rate out of hand") << 1e12 << 1 << 200;
+    QTest::newRow("no channel") << 16000.0 << 0 << 200;
+    QTest::newRow("negative channels") << 16000.0 << -2 << 200;
+    QTest::newRow("too many channels") << 16000.0 << (1 << 30) << 200;
+}
+
+void TestSpeechService::badBuffer_ends()
+{
+    QFETCH(double, rate);
+    QFETCH(int, channels);
+    QFETCH(int, size);
+    PcmAudio audio = pcm<std::int16_t>(std::vector<std::int16_t>(100), PcmAudio::Format::Int16, 1, 1);
+    audio.sample_rate = rate;
+    audio.channels = channels;
+    audio.size = std::size_t(size);
+    Listener listener;
+    QVERIFY(service.recognizeBuffer(audio, {}, listener.handler()) != 0);
+    QVERIFY(listener.awaitEnd());
+    QCOMPARE(listener.text(), QString());
+}
+
+void TestSpeechService::pause_beginsNewUtterance()
+{
+    Listener listener;
+    service.recognizeFile(media("two.wav"), {}, listener.handler());
+    QVERIFY(listener.awaitEnd());
+    const QString text = listener.text();
+    QVERIFY2(text.contains("half past five there is enough food"), qPrintable(text));
+    QCOMPARE(listener.utterances(), 2);
+}
+
+void TestSpeechService::breathlessSpeech_isCut()
+{
+    Listener listener;
+    service.recognizeFile(media("breathless.wav"), {}, listener.handler());
+    QVERIFY(listener.awaitEnd());
+    QCOMPARE(listener.utterances(), 2);
+    QVERIFY(listener.text().contains("must be finished"));
+}
+
+void TestSpeechService::noSpeech_ends_withoutWords_data()
+{
+    QTest::addColumn<QString>("name");
+    for (const char* name : {"silence.wav", "noise.wav", "tone.wav", "picture.mp4", "truncated.wav",
+                             "truncated.m4a", "empty.wav", "text.wav", "missing.wav", "."})
+        QTest::newRow(name) << name;
+}
+
+void TestSpeechService::noSpeech_ends_withoutWords()
+{
+    QFETCH(QString, name);
+    Listener listener;
+    QVERIFY(service.recognizeFile(media(name.toStdString()), {}, listener.handler()) != 0);
+    QVERIFY(listener.awaitEnd());
+    QCOMPARE(listener.text(), QString());
+}
+
+void TestSpeechService::damagedFile_ends()
+{
+    Listener listener;
+    service.recognizeFile(media("damaged.aac"), {}, listener.handler());
+    QVERIFY(listener.awaitEnd());
+    QVERIFY(listener.text().startsWith("there is enough"));
+}
+
+void TestSpeechService::text_isTheSame_whateverWasHeardBefore()
+{
+    QString first;
+    for (const char* before : {"train.wav", "noise.wav", "report.wav"}) {
+        Listener other;
+        Listener listener;
+        service.recognizeFile(media(before), {}, other.handler());
+        service.recognizeFile(media("train.wav"), {}, listener.handler());
+        QVERIFY(other.awaitEnd());
+        QVERIFY(listener.awaitEnd());
+        if (first.isEmpty())
+            first = listener.text();
+        QCOMPARE(listener.text(), first);
+    }
+}
+
+void TestSpeechService::cancel_endsTask_inAnHourOfTalk()
+{
+    using Clock = std::chrono::steady_clock;
+    Listener talk;
+    Listener waiting;
+    const auto task = service.recognizeFile(media("hour.mp3"), {}, talk.handler());
+    const auto next = service.recognizeFile(media("hour.mp3"), {}, waiting.handler());
+    QVERIFY(talk.awaitResult());
+    for (auto [number, listener] : {std::pair(next, &waiting), std::pair(task, &talk)}) {
+        QVERIFY(!listener->ended());
+        const auto begin = Clock::now();
+        service.cancel(number);
+        QVERIFY(listener->awaitEnd());
+        const std::chrono::duration<double, std::milli> latency = Clock::now() - begin;
+        qInfo("ended after %.2f ms", latency.count());
+        QVERIFY(listener->failed);
+        service.cancel(number);
+    }
+    service.cancel(0);
+    service.cancel(12345);
+    // The decoder is free again.
+    Listener food;
+    service.recognizeFile(media("food.wav"), {}, food.handler());
+    QVERIFY(food.awaitEnd());
+    QCOMPARE(food.text(), kFood);
+    QCOMPARE(talk.later + waiting.later, 0);
+}
+
+void TestSpeechService::tasks_endOnce_underCancelsFromTwoThreads()
+{
+    const unsigned seed = std::random_device()();
+    qInfo("seed %u", seed);
+    constexpr std::size_t kTasks = 40;
+    std::vector<Listener> listeners(kTasks);
+    std::vector<std::atomic<SpeechService::Task>> numbers(kTasks);
+    const auto cancelSome = [&](unsigned thread_seed) {
+        std::mt19937 random(thread_seed);
+        for (int i = 0; i < 200; ++i) {
+            service.cancel(numbers[random() % kTasks]);
+            std::this_thread::sleep_for(std::chrono::milliseconds(random() % 10));
+        }
+    };
+    std::thread one(cancelSome, seed);
+    std::thread two(cancelSome, seed + 1);
+    std::mt19937 random(seed + 2);
+    const char* const names[] = {"food.wav", "hour.mp3", "silence.wav", "truncated.m4a"};
+    for (std::size_t i = 0; i < kTasks; ++i) {
+        numbers[i] = service.recognizeFile(media(names[random() % 4]), {}, listeners[i].handler());
+        std::this_thread::sleep_for(std::chrono::milliseconds(random() % 20));
+    }
+    one.join();
+    two.join();
+    for (const auto& number : numbers)
+        service.cancel(number);
+    for (Listener& listener : listeners)
+        QVERIFY(listener.awaitEnd());
+    for (const Listener& listener : listeners)
+        QCOMPARE(listener.later.load(), 0);
+}
+
+void TestSpeechService::destructor_tellsEveryEnd()
+{
+    Listener running;
+    Listener waiting;
+    {
+        PocketSphinxService other;
+        other.recognizeFile(media("hour.mp3"), {}, running.handler());
+        other.recognizeFile(media("hour.mp3"), {}, waiting.handler());
+        QVERIFY(running.awaitResult());
+    }
+    QVERIFY(running.ended() && running.failed);
+    QVERIFY(waiting.ended() && waiting.failed);
+}
+
+void TestSpeechService::missingModel_isTold()
+{
+    using Authorization = SpeechService::Authorization;
+    QCOMPARE(service.authorizationStatus(), Authorization::Authorized);
+    QVERIFY(service.isAvailable("en_GB"));
+    QVERIFY(!service.isAvailable("de_DE"));
+
+    PocketSphinxService other("/no/model");
+    {
+        const LogCapture log;
+        QCOMPARE(other.authorizationStatus(), Authorization::Restricted);
+        QCOMPARE(log.count("install the package pocketsphinx-en-us"), 1);
+        QCOMPARE(log.count(""), 1);
+    }
+    QVERIFY(!other.isAvailable("en_US"));
+    auto answer = Authorization::NotDetermined;
+    other.requestAuthorization([&](Authorization given) { answer = given; });
+    QCOMPARE(answer, Authorization::Restricted);
+    Listener listener;
+    other.recognizeFile(media("food.wav"), {}, listener.handler());
+    QVERIFY(listener.awaitEnd());
+    QVERIFY(listener.failed);
+}
+
+QTEST_GUILESS_MAIN(TestSpeechService)
+#include "test_speechservice.moc"
