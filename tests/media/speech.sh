@@ -24,7 +24,8 @@ make -i train.wav -i food.wav -filter_complex '[0]apad=pad_dur=1.2[a];[a][1]conc
 # Somebody who never takes a breath.
 make -stream_loop -1 -i report.wav -af 'silenceremove=stop_periods=-1:stop_duration=0.05:stop_threshold=-45dB' -t 40 breathless.wav
 # An hour of talk.
-make -stream_loop -1 -i two.wav -t 3600 -c:a libmp3lame -b:a 32k -ar 16000 hour.mp3
+make -i two.wav -c:a libmp3lame -b:a 32k two.mp3
+make -stream_loop -1 -i two.mp3 -t 3600 -c copy hour.mp3
 
 make -f lavfi -i anullsrc=r=24000:cl=mono -t 5 silence.wav
 make -f lavfi -i anoisesrc=d=10:c=pink:a=0.1:seed=1 noise.wav

@@ -22,9 +22,9 @@ struct Stop
 };
 
 constexpr Stop kStops[] = {
-    {"Devices", deviceStop},   {"Screen recording", screenStop},     {"Voice messages", voiceStop},
-    {"Playback", playerStop},  {"GIFs and conversion", convertStop}, {"Videos", videoStop},
-    {"Pictures", pictureStop},
+    {"Devices", deviceStop},        {"Screen recording", screenStop}, {"Voice messages", voiceStop},
+    {"Speech to text", speechStop}, {"Playback", playerStop},         {"GIFs and conversion", convertStop},
+    {"Videos", videoStop},          {"Pictures", pictureStop},
 };
 
 } // namespace

@@ -63,6 +63,8 @@ void deviceStop(Tour& tour);
 void playerStop(Tour& tour);
 /// Records the microphone in every voice.
 void voiceStop(Tour& tour);
+/// Records the microphone and turns what is said into text.
+void speechStop(Tour& tour);
 /// Makes GIFs smaller, turns one into a video, converts a video.
 void convertStop(Tour& tour);
 /// Shows a video's strip of thumbnails and its facts, and clips it.

@@ -1,0 +1,229 @@
+// How well speech is understood, and how fast.
+//
+// Each voice speaks the sentences of speech-sentences.txt; "people" are the recordings that come with the
+// recogniser, by people who read a novel, name playing cards, or give commands. The word error rate is the
+// number of words to change, leave out or put in, over the number of words spoken. Times are those of the
+// service, from a request to its end, with the model loaded.
+
+#include "multimedia/speechrecognizer_linux/pocketsphinxservice.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+#include <libavutil/log.h>
+}
+
+#include <benchmark/benchmark.h>
+
+#include <QtCore/QFile>
+#include <QtCore/QProcess>
+#include <QtCore/QRegularExpression>
+#include <QtCore/QTemporaryDir>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <future>
+#include <vector>
+
+using speechRecognize::PocketSphinxService;
+using speechRecognize::SpeechResult;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+PocketSphinxService& service()
+{
+    static PocketSphinxService service;
+    return service;
+}
+
+double secondsSince(Clock::time_point begin)
+{
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+/// Length of a sound file in seconds.
+double duration(const QString& path)
+{
+    multimedia::InputPtr input;
+    AVFormatContext* context = nullptr;
+    if (avformat_open_input(&context, qPrintable(path), nullptr, nullptr) < 0)
+        return 0;
+    input.reset(context);
+    avformat_find_stream_info(context, nullptr);
+    return double(context->duration) / AV_TIME_BASE;
+}
+
+/// The text of a file, its utterances in a row.
+QString recognize(const QString& path)
+{
+    QString finished;
+    QString text;
+    std::int64_t segments = 0;
+    std::promise<void> end;
+    service().recognizeFile(path.toStdString(), {},
+                            [&](const SpeechResult& result, const std::string& error) {
+                                if (error.empty()) {
+                                    if (result.segment_count < segments)
+                                        finished = text;
+                                    segments = result.segment_count;
+                                    text = finished + QString::fromStdString(result.text);
+                                }
+                                if (result.is_final || !error.empty())
+                                    end.set_value();
+                            });
+    end.get_future().wait();
+    return text;
+}
+
+QStringList wordsOf(const QString& text)
+{
+    QString plain =
+        text.toLower().replace(QRegularExpression(QStringLiteral("[^a-z']+")), QStringLiteral(" "));
+    plain.replace(QRegularExpression(QStringLiteral("\\bmister\\b")), QStringLiteral("mr"));
+    return plain.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+}
+
+/// Least number of words to change, leave out or put in.
+int editDistance(const QStringList& spoken, const QStringList& understood)
+{
+    std::vector<int> row(std::size_t(understood.size()) + 1);
+    for (std::size_t i = 0; i < row.size(); ++i)
+        row[i] = int(i);
+    for (const QString& word : spoken) {
+        int diagonal = row[0]++;
+        for (std::size_t i = 1; i < row.size(); ++i) {
+            const int replaced = diagonal + (word == understood[int(i) - 1] ? 0 : 1);
+            diagonal = row[i];
+            row[i] = std::min({row[i] + 1, row[i - 1] + 1, replaced});
+        }
+    }
+    return row.back();
+}
+
+void voice(benchmark::State& state, const QString& list)
+{
+    QFile file(list);
+    if (!file.open(QIODevice::ReadOnly)) {
+        state.SkipWithError("no sentences");
+        return;
+    }
+    const QStringList lines = QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    double audio_s = 0;
+    int words = 0;
+    int errors = 0;
+    double taken_s = 0;
+    for ([[maybe_unused]] auto _ : state) {
+        for (const QString& line : lines) {
+            const QString path = line.section(QLatin1Char('|'), 0, 0);
+            const QStringList spoken = wordsOf(line.section(QLatin1Char('|'), 1));
+            const auto begin = Clock::now();
+            const QString text = recognize(path);
+            taken_s += secondsSince(begin);
+            audio_s += duration(path);
+            words += spoken.size();
+            errors += editDistance(spoken, wordsOf(text));
+        }
+    }
+    state.counters["sentences"] = lines.size();
+    state.counters["words"] = words;
+    state.counters["word_error_percent"] = 100.0 * errors / words;
+    state.counters["times_real_time"] = audio_s / taken_s;
+}
+
+/// Memory of the process, in MiB.
+double memory()
+{
+    QFile file(QStringLiteral("/proc/self/status"));
+    if (!file.open(QIODevice::ReadOnly))
+        return 0;
+    const auto match =
+        QRegularExpression(QStringLiteral("VmRSS:\\s*(\\d+)")).match(QString::fromUtf8(file.readAll()));
+    return match.captured(1).toDouble() / 1024;
+}
+
+/// An hour of talk as one file.
+void hour(benchmark::State& state, const QString& path)
+{
+    const double audio_s = duration(path);
+    double first_mb = 0;
+    double peak_mb = 0;
+    std::int64_t words = 0;
+    for ([[maybe_unused]] auto _ : state) {
+        std::promise<void> end;
+        std::int64_t segments = 0;
+        int reports = 0;
+        const auto begin = Clock::now();
+        service().recognizeFile(path.toStdString(), {}, [&](const SpeechResult& result, const std::string&) {
+            if (result.segment_count < segments)
+                words += segments;
+            segments = result.segment_count;
+            constexpr int kReportsOfAMinute = 200;
+            const double now_mb = memory();
+            if (++reports == kReportsOfAMinute)
+                first_mb = now_mb;
+            peak_mb = std::max(peak_mb, now_mb);
+            if (result.is_final)
+                end.set_value();
+        });
+        end.get_future().wait();
+        state.counters["times_real_time"] = audio_s / secondsSince(begin);
+    }
+    state.counters["words"] = double(words);
+    state.counters["MiB_after_a_minute"] = first_mb;
+    state.counters["MiB_at_most"] = peak_mb;
+}
+
+/// From a cancel amidst an hour of talk to the report of the end, the longest of some.
+void cancel(benchmark::State& state, const QString& path)
+{
+    double longest_s = 0;
+    for ([[maybe_unused]] auto _ : state) {
+        std::promise<void> heard;
+        std::promise<void> end;
+        bool first = true;
+        const auto task = service().recognizeFile(path.toStdString(), {},
+                                                  [&](const SpeechResult&, const std::string& error) {
+                                                      if (std::exchange(first, false))
+                                                          heard.set_value();
+                                                      if (!error.empty())
+                                                          end.set_value();
+                                                  });
+        heard.get_future().wait();
+        const auto begin = Clock::now();
+        service().cancel(task);
+        end.get_future().wait();
+        longest_s = std::max(longest_s, secondsSince(begin));
+    }
+    state.counters["longest_ms"] = longest_s * 1000;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    av_log_set_level(AV_LOG_ERROR);
+    benchmark::Initialize(&argc, argv);
+    const QTemporaryDir folder;
+    std::puts("the sentences are being spoken");
+    if (QProcess::execute(QStringLiteral(SPEECH_VOICES), {folder.path()}) != 0)
+        return 1;
+    const auto once = [](benchmark::internal::Benchmark* benchmark) {
+        benchmark->Iterations(1)->Unit(benchmark::kSecond)->UseRealTime();
+    };
+    for (const char* name : {"festival-cmu_us_slt_arctic_hts", "festival-kal_diphone", "flite-rms",
+                             "flite-slt", "flite-kal", "people-reading", "people-cards", "people-commands"}) {
+        const QString list = folder.filePath(QLatin1String(name) + QLatin1String(".txt"));
+        once(benchmark::RegisterBenchmark(name, [list](benchmark::State& state) { voice(state, list); }));
+    }
+    const QString talk = folder.filePath(QStringLiteral("hour.mp3"));
+    benchmark::RegisterBenchmark("cancel", [talk](benchmark::State& state) { cancel(state, talk); })
+        ->Iterations(10)
+        ->Unit(benchmark::kMillisecond)
+        ->UseRealTime();
+    once(benchmark::RegisterBenchmark("hour", [talk](benchmark::State& state) { hour(state, talk); }));
+    recognize(talk.section(QLatin1Char('/'), 0, -2) + QStringLiteral("/goforward.wav")); // loads the model
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
