@@ -19,6 +19,8 @@ using speechRecognize::PcmAudio;
 
 namespace {
 
+constexpr int kPatience_ms = 60'000;
+
 QVariantMap pcm(const QString& format = QStringLiteral("PCMFormatInt16"))
 {
     return {{QStringLiteral("pcmData"), QByteArray("12345678")},
@@ -65,6 +67,8 @@ private Q_SLOTS:
     void completion_mayCancelAll_andBeginAnew();
     void refusedTask_completes();
     void releaseInstance_silencesTask_andMakesRoom();
+    void system_understandsFilesAndBuffers();
+    void system_survivesRelease_atAnyTime();
 
 private:
     /// Lets the queued reports through; what came since the last time, as "id:text", "id=completed".
@@ -437,6 +441,42 @@ void TestRecognize::releaseInstance_silencesTask_andMakesRoom()
     QCOMPARE(told(), (QStringList{"one:a", "one=true"}));
     // A recogniser that was never used can go, too.
     engine->recognizeMgr()->releaseRecognize();
+}
+
+void TestRecognize::system_understandsFilesAndBuffers()
+{
+    service.reset();
+    QSignalSpy ends(engine, &RecordEngine::recognizeCompletedChanged);
+    const QString path = QStringLiteral(TEST_MEDIA_DIR "/speech/food.aac");
+    engine->recognizeFile(QStringLiteral("file"), path);
+    engine->recognizeBuffer(QStringLiteral("buffer"), engine->convertToPCM(path));
+    QTRY_COMPARE_WITH_TIMEOUT(ends.count(), 2, kPatience_ms);
+    const QString text = QStringLiteral("there is enough food on the table for everybody");
+    const QStringList all = told();
+    for (const char* id : {"file", "buffer"}) {
+        const int end = all.indexOf(QLatin1String(id) + "=true");
+        QVERIFY(end > 0);
+        QCOMPARE(all[end - 1], QLatin1String(id) + (":" + text));
+        QVERIFY(all.filter(QLatin1String(id) + ":there").size() > 4);
+    }
+}
+
+void TestRecognize::system_survivesRelease_atAnyTime()
+{
+    service.reset();
+    const QString path = QStringLiteral(TEST_MEDIA_DIR "/speech/hour.mp3");
+    for (int round = 0; round < 30; ++round) {
+        engine->recognizeFile(QStringLiteral("one"), path);
+        engine->recognizeFile(QStringLiteral("two"), path);
+        QTest::qWait(round * 3);
+        engine->releaseInstance();
+    }
+    told();
+    QSignalSpy ends(engine, &RecordEngine::recognizeCompletedChanged);
+    engine->recognizeFile(QStringLiteral("last"), path);
+    engine->cancelRecognize(QStringLiteral("last"));
+    QTRY_COMPARE_WITH_TIMEOUT(ends.count(), 1, kPatience_ms);
+    QCOMPARE(told(), QStringList("last=true"));
 }
 
 QTEST_GUILESS_MAIN(TestRecognize)

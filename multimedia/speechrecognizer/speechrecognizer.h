@@ -57,7 +57,8 @@ QString getSpeechRecognizer(const QString& language);
 bool checkParamIsValid(const QVariantMap& pcmMap);
 
 /// What the service tells of the running task: puts the text together, tells it, and tells the end after a
-/// final result or an error. An error is an end like any other.
+/// final result or an error. An error is an end like any other. On the service's thread, with the namespace's
+/// mutex held.
 void handleRecognizeResult(const SpeechResult& result, const std::string& error,
                            SpeechRecognizer* recognizer);
 

@@ -39,8 +39,8 @@ struct SpeechResult
 
 /// What recognises speech: the operations that are bound to the system, and nothing of Qt.
 ///
-/// Operations may be called from any thread and do not block. Handlers are called on a thread of the service,
-/// one call after another, never from within an operation; they may call operations.
+/// Operations may be called from any thread and do not block. Handlers of results are called on a thread of
+/// the service, one call after another, never from within an operation; they may call operations.
 class SpeechService
 {
 public:

@@ -30,7 +30,7 @@ void logFatal(void* /*user*/, err_lvl_t level, const char* format, ...)
 {
     if (level < ERR_FATAL)
         return;
-    std::array<char, 512> text;
+    std::array<char, 512> text = {};
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(text.data(), text.size(), format, arguments);
@@ -48,7 +48,7 @@ std::vector<float> meanCepstrum(fe_t* front_end, const SpeechSamples& samples,
     constexpr std::size_t kRows = 100;
     const std::size_t size = fallback.size();
     std::vector<float> values(kRows * size);
-    std::array<float*, kRows> rows;
+    std::array<float*, kRows> rows = {};
     for (std::size_t i = 0; i < kRows; ++i)
         rows[i] = &values[i * size];
 

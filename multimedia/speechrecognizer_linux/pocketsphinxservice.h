@@ -41,7 +41,7 @@ private:
     using Source = std::variant<std::string, PcmAudio>;
     struct Job
     {
-        Task number;
+        Task number = 0;
         Source source;
         ResultHandler handler;
         std::atomic<bool> ended = false; ///< its end was told; changed under `mutex`

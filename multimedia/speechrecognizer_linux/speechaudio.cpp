@@ -100,12 +100,15 @@ int FileAudio::open(const std::string& path)
     decoder.reset(avcodec_alloc_context3(codec));
     if (!packet || !frame || !decoder)
         return AVERROR(ENOMEM);
-    code = avcodec_parameters_to_context(decoder.get(), input->streams[stream_index]->codecpar);
+    const AVStream* stream = input->streams[stream_index];
+    decoder->pkt_timebase = stream->time_base;
+    code = avcodec_parameters_to_context(decoder.get(), stream->codecpar);
     return code < 0 ? code : avcodec_open2(decoder.get(), codec, nullptr);
 }
 
 int FileAudio::read(SpeechSamples& samples)
 {
+    samples.clear();
     do {
         const int code = decodeNext();
         if (code == AVERROR_EOF)
@@ -125,18 +128,19 @@ int FileAudio::read(SpeechSamples& samples)
 /// Fills `frame`; `AVERROR_EOF` at the end.
 int FileAudio::decodeNext()
 {
-    while (true) {
-        int code = avcodec_receive_frame(decoder.get(), frame.get());
+    int code = 0;
+    do {
+        code = avcodec_receive_frame(decoder.get(), frame.get());
+        if (code != AVERROR(EAGAIN) && code != AVERROR_INVALIDDATA)
+            return code;
         if (code == AVERROR(EAGAIN))
             code = sendPacket();
-        else if (code != AVERROR_INVALIDDATA)
-            return code;
-        if (code < 0 && code != AVERROR_INVALIDDATA)
-            return code;
-    }
+    } while (code >= 0 || code == AVERROR_INVALIDDATA);
+    return code;
 }
 
-/// Gives the decoder the next packet, or the end of the file.
+/// Gives the decoder the next packet, or the end of the file. `AVERROR_INVALIDDATA` is the packet's fault,
+/// any other error the file's.
 int FileAudio::sendPacket()
 {
     if (cancelled)
@@ -144,7 +148,9 @@ int FileAudio::sendPacket()
     int code = av_read_frame(input.get(), packet.get());
     if (code == AVERROR_EOF)
         return avcodec_send_packet(decoder.get(), nullptr);
-    if (code >= 0 && packet->stream_index == stream_index)
+    if (code < 0)
+        return code == AVERROR_INVALIDDATA ? AVERROR(EIO) : code;
+    if (packet->stream_index == stream_index)
         code = avcodec_send_packet(decoder.get(), packet.get());
     av_packet_unref(packet.get());
     return code;
@@ -152,6 +158,7 @@ int FileAudio::sendPacket()
 
 int BufferAudio::read(SpeechSamples& samples)
 {
+    samples.clear();
     const double rate = std::round(audio.sample_rate);
     const int channels = audio.interleaved ? audio.channels : 1;
     if (audio.channels <= 0 || !(rate >= kLowestRate && rate <= kHighestRate))

@@ -21,7 +21,7 @@ class SpeechAudio
 public:
     virtual ~SpeechAudio() = default;
     /// Replaces `samples` by the next piece, at most about a second; an empty one is the end.
-    /// @return 0, or FFmpeg's negative code
+    /// @return 0, or FFmpeg's negative code and no samples
     virtual int read(SpeechSamples& samples) = 0;
 
 protected:
