@@ -7,6 +7,8 @@
 #include <chrono>
 #include <system_error>
 
+#include <malloc.h>
+
 namespace speechRecognize {
 
 namespace {
@@ -144,8 +146,10 @@ PocketSphinxService::JobPtr PocketSphinxService::nextJob()
     std::unique_lock lock(mutex);
     running.reset();
     const auto has_work = [this] { return stopping || !waiting.empty(); };
-    if (decoder && !job_arrived.wait_for(lock, kKeepModel, has_work))
+    if (decoder && !job_arrived.wait_for(lock, kKeepModel, has_work)) {
         decoder.reset();
+        malloc_trim(0); // the heap would keep most of it
+    }
     job_arrived.wait(lock, has_work);
     if (stopping)
         return nullptr;
