@@ -18,7 +18,7 @@ Host::Host()
     qmlRegisterType<ScreenPreview>("Host", 1, 0, "ScreenPreview");
     qmlRegisterUncreatableType<Player>("Host", 1, 0, "Player", QStringLiteral("There is one player"));
     engine->rootContext()->setContextProperties({
-        {QStringLiteral("files"), QVariant::fromValue<QObject*>(&files)},
+        {QStringLiteral("hostFiles"), QVariant::fromValue<QObject*>(&files)},
         {QStringLiteral("player"), QVariant::fromValue<QObject*>(&player)},
         {QStringLiteral("screenPage"), QVariant::fromValue<QObject*>(&screen_page)},
         {QStringLiteral("photo"), QVariant::fromValue<QObject*>(&photo)},

@@ -46,7 +46,7 @@ ColumnLayout {
             Universal.theme: Universal.Dark
             horizontalAlignment: Text.AlignHCenter
             wrapMode: Text.Wrap
-            text: qsTr("This film cannot be shown here. <a href=\"%1\">Open it in another program</a>").arg(files.url(film.file))
+            text: qsTr("This film cannot be shown here. <a href=\"%1\">Open it in another program</a>").arg(hostFiles.url(film.file))
             onLinkActivated: Qt.openUrlExternally(link)
         }
     }
@@ -54,7 +54,7 @@ ColumnLayout {
     MediaPlayer {
         id: media
 
-        source: files.url(film.file)
+        source: hostFiles.url(film.file)
         videoOutput: view.surface
         notifyInterval: 100
         onStatusChanged: if (status === MediaPlayer.Loaded && playbackState === MediaPlayer.StoppedState) pause()
@@ -72,6 +72,7 @@ ColumnLayout {
             onClicked: film.toggle()
         }
         SeekSlider {
+            objectName: "seekFilm"
             Layout.fillWidth: true
             duration: media.duration
             position: media.position

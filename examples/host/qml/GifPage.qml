@@ -20,7 +20,7 @@ HostPage {
         size = gifPage.size(path)
         file = size.width > 0 ? path : ""
         if (file === "")
-            page.failure = qsTr("“%1” is no GIF.").arg(files.name(path))
+            page.failure = qsTr("“%1” is no GIF.").arg(hostFiles.name(path))
     }
 
     function begin(video) {
@@ -34,13 +34,13 @@ HostPage {
     }
 
     function saving() {
-        const before = files.size(file)
-        const change = Math.round(100 * (1 - files.size(result) / Math.max(1, before)))
+        const before = hostFiles.size(file)
+        const change = Math.round(100 * (1 - hostFiles.size(result) / Math.max(1, before)))
         return change >= 0 ? qsTr("%1 % smaller").arg(change) : qsTr("%1 % larger").arg(-change)
     }
 
     title: qsTr("GIF")
-    hint: file === "" ? qsTr("Make a GIF smaller, or turn it into a video") : files.name(file)
+    hint: file === "" ? qsTr("Make a GIF smaller, or turn it into a video") : hostFiles.name(file)
     takesFiles: true
     onFileDropped: open(path)
 
@@ -88,11 +88,11 @@ HostPage {
                     fillMode: Image.PreserveAspectFit
                     cache: false
                     playing: page.visible
-                    source: files.url(page.file)
+                    source: hostFiles.url(page.file)
                 }
                 Label {
                     objectName: "sizeBefore"
-                    text: qsTr("%1 × %2 · %3").arg(page.size.width).arg(page.size.height).arg(files.sizeText(files.size(page.file)))
+                    text: qsTr("%1 × %2 · %3").arg(page.size.width).arg(page.size.height).arg(hostFiles.sizeText(hostFiles.size(page.file)))
                 }
             }
         }
@@ -123,7 +123,7 @@ HostPage {
                 }
                 Label {
                     objectName: "sizeAfter"
-                    text: page.result === "" ? "" : qsTr("%1 · %2").arg(files.sizeText(files.size(page.result))).arg(page.saving())
+                    text: page.result === "" ? "" : qsTr("%1 · %2").arg(hostFiles.sizeText(hostFiles.size(page.result))).arg(page.saving())
                 }
             }
             Component {
@@ -140,7 +140,7 @@ HostPage {
                     fillMode: Image.PreserveAspectFit
                     cache: false
                     playing: page.visible
-                    source: files.url(page.result)
+                    source: hostFiles.url(page.result)
                 }
             }
         }
@@ -193,7 +193,7 @@ HostPage {
             objectName: "saveGif"
             enabled: page.result !== ""
             suffix: page.resultIsVideo ? "mp4" : "gif"
-            onChosen: if (!files.saveCopy(page.result, target)) page.failure = qsTr("The result could not be saved there.")
+            onChosen: if (!hostFiles.saveCopy(page.result, target)) page.failure = qsTr("The result could not be saved there.")
         }
     }
 }

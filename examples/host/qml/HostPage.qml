@@ -64,7 +64,7 @@ FocusScope {
         anchors.fill: parent
         enabled: false
         keys: ["text/uri-list"]
-        onDropped: page.fileDropped(files.path(drop.urls[0]))
+        onDropped: page.fileDropped(hostFiles.path(drop.urls[0]))
 
         Rectangle {
             anchors.fill: parent

@@ -28,6 +28,6 @@ Button {
         id: dialog
 
         fileMode: Platform.FileDialog.OpenFile
-        onAccepted: button.chosen(files.path(file))
+        onAccepted: button.chosen(hostFiles.path(file))
     }
 }

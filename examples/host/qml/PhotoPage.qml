@@ -21,7 +21,7 @@ HostPage {
         if (photo.open(path))
             file = path
         else
-            page.failure = qsTr("“%1” is no picture that can be edited. JPEG, PNG and BMP can.").arg(files.name(path))
+            page.failure = qsTr("“%1” is no picture that can be edited. JPEG, PNG and BMP can.").arg(hostFiles.name(path))
     }
 
     // The largest rectangle of a ratio, in the middle; the whole picture for 0.
@@ -33,7 +33,7 @@ HostPage {
     }
 
     title: qsTr("Photo")
-    hint: !loaded ? qsTr("Hide faces, crop, draw, change colours") : savedText !== "" ? savedText : files.name(file)
+    hint: !loaded ? qsTr("Hide faces, crop, draw, change colours") : savedText !== "" ? savedText : hostFiles.name(file)
     takesFiles: true
     onFileDropped: open(path)
 
@@ -52,7 +52,7 @@ HostPage {
             nameFilters: [qsTr("JPEG (*.jpg)"), qsTr("PNG (*.png)"), qsTr("BMP (*.bmp)")]
             onChosen: {
                 page.savedText = ""
-                photo.save(files.path(target))
+                photo.save(hostFiles.path(target))
             }
         }
     ]
@@ -62,7 +62,7 @@ HostPage {
 
         function onSaved(file, cancelled) {
             if (file !== "")
-                page.savedText = qsTr("Saved as %1 (%2)").arg(files.name(file)).arg(files.sizeText(files.size(file)))
+                page.savedText = qsTr("Saved as %1 (%2)").arg(hostFiles.name(file)).arg(hostFiles.sizeText(hostFiles.size(file)))
             else if (!cancelled)
                 page.failure = qsTr("The picture could not be saved there.")
         }

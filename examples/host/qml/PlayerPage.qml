@@ -15,18 +15,13 @@ HostPage {
         page.failure = ""
         if (!player.open(path)) {
             file = ""
-            page.failure = qsTr("“%1” has no sound that can be played.").arg(files.name(path))
+            page.failure = qsTr("“%1” has no sound that can be played.").arg(hostFiles.name(path))
             return
         }
         file = path
         tags = player.tags
+        cover = player.cover
         player.toggle()
-    }
-
-    // Another page may have had the player meanwhile; with its file the cover went.
-    function refresh() {
-        if (player.source === file)
-            cover = player.cover
     }
 
     title: qsTr("Player")
@@ -43,12 +38,9 @@ HostPage {
     Connections {
         target: player
 
-        function onSourceChanged() {
-            page.refresh()
-        }
         function onFailed() {
             if (page.visible && player.source === page.file)
-                page.failure = qsTr("The sound of “%1” ended early: the file is damaged.").arg(files.name(page.file))
+                page.failure = qsTr("The sound of “%1” ended early: the file is damaged.").arg(hostFiles.name(page.file))
         }
     }
 
@@ -98,7 +90,7 @@ HostPage {
                 horizontalAlignment: Text.AlignHCenter
                 font.pixelSize: 20
                 elide: Text.ElideMiddle
-                text: page.tags.Name || files.name(page.file)
+                text: page.tags.Name || hostFiles.name(page.file)
             }
             Label {
                 Layout.fillWidth: true

@@ -66,7 +66,10 @@ HostPage {
         Button {
             objectName: "wholeScreen"
             icon.source: "qrc:/host/icons/whole.svg"
+            display: AbstractButton.IconOnly
             text: qsTr("Whole screen")
+            ToolTip.text: text
+            ToolTip.visible: hovered
             onClicked: page.part = Qt.rect(0, 0, 1, 1)
         }
         RadioButton {
@@ -158,7 +161,7 @@ HostPage {
                 fillMode: Image.PreserveAspectFit
                 cache: false
                 playing: page.visible
-                source: files.url(page.recording)
+                source: hostFiles.url(page.recording)
             }
         }
     }
@@ -193,7 +196,7 @@ HostPage {
             Layout.fillWidth: true
             color: Universal.baseMediumColor
             elide: Text.ElideRight
-            text: page.recording !== "" ? qsTr("%1 recorded").arg(files.sizeText(files.size(page.recording))) : ""
+            text: page.recording !== "" ? qsTr("%1 recorded").arg(hostFiles.sizeText(hostFiles.size(page.recording))) : ""
         }
         Button {
             objectName: "newRecording"
@@ -205,7 +208,7 @@ HostPage {
             objectName: "saveScreen"
             visible: page.recording !== ""
             suffix: page.recordingIsGif ? "gif" : "mp4"
-            onChosen: if (!files.saveCopy(page.recording, target)) page.failure = qsTr("The recording could not be saved there.")
+            onChosen: if (!hostFiles.saveCopy(page.recording, target)) page.failure = qsTr("The recording could not be saved there.")
         }
     }
 }

@@ -22,7 +22,7 @@ HostPage {
             file = ""
             duration = 0
             facts = ""
-            page.failure = qsTr("“%1” is no video that can be shown.").arg(files.name(path))
+            page.failure = qsTr("“%1” is no video that can be shown.").arg(hostFiles.name(path))
             return
         }
         file = path
@@ -42,7 +42,7 @@ HostPage {
             parts.push(qsTr("%1, %2 kHz").arg(videoPage.codecName(fact(VideoEditor.VideoInfo_AudioCodecId))).arg(fact(VideoEditor.VideoInfo_AudioSampleRate) / 1000))
         else
             parts.push(qsTr("no sound"))
-        parts.push(files.sizeText(files.size(file)))
+        parts.push(hostFiles.sizeText(hostFiles.size(file)))
         return parts.join(" · ")
     }
 
@@ -51,7 +51,7 @@ HostPage {
     }
 
     title: qsTr("Video")
-    hint: file === "" ? qsTr("Look at a video, and cut a piece out of it") : files.name(file)
+    hint: file === "" ? qsTr("Look at a video, and cut a piece out of it") : hostFiles.name(file)
     takesFiles: true
     onFileDropped: open(path)
 
@@ -209,7 +209,7 @@ HostPage {
             visible: !work.running
             color: Universal.baseMediumColor
             elide: Text.ElideRight
-            text: page.clip !== "" ? qsTr("The clip is shown above: %1").arg(files.sizeText(files.size(page.clip))) : ""
+            text: page.clip !== "" ? qsTr("The clip is shown above: %1").arg(hostFiles.sizeText(hostFiles.size(page.clip))) : ""
         }
         WorkRow {
             id: work
@@ -230,7 +230,7 @@ HostPage {
             objectName: "saveClip"
             visible: page.clip !== ""
             suffix: page.file.split(".").pop()
-            onChosen: if (!files.saveCopy(page.clip, target)) page.failure = qsTr("The clip could not be saved there.")
+            onChosen: if (!hostFiles.saveCopy(page.clip, target)) page.failure = qsTr("The clip could not be saved there.")
         }
     }
 }

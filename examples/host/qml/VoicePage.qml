@@ -23,7 +23,7 @@ HostPage {
         player.stop()
         page.failure = ""
         cancelText()
-        engine.setSpectrumNum(48)
+        engine.setSpectrumNum(40)
         milliseconds = 0
         recording = engine.startRecord(voices.currentValue)
         if (recording)
@@ -91,7 +91,7 @@ HostPage {
 
         function onVoiceAmplitudeChanged(valus) {
             if (page.recording)
-                page.bands = valus
+                page.bands = valus.map(Math.sqrt) // a quiet voice shows, too
         }
         function onUpdateRecordInfo(duration) {
             page.milliseconds = duration
@@ -259,7 +259,7 @@ HostPage {
                     objectName: "saveVoice"
                     suffix: "aac"
                     nameFilters: [qsTr("Sound (*.aac)")]
-                    onChosen: if (!files.saveCopy(page.message, target)) page.failure = qsTr("The message could not be saved there.")
+                    onChosen: if (!hostFiles.saveCopy(page.message, target)) page.failure = qsTr("The message could not be saved there.")
                 }
             }
             ScrollView {
