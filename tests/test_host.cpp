@@ -144,6 +144,8 @@ void TestHost::cleanup()
     log.reset();
     if (QTest::currentTestFailed())
         qWarning("%s", qPrintable(said));
+    const QQuickItem* notice = scene->find("notice");
+    QCOMPARE(notice ? notice->property("text").toString() : QString(), QString());
     // Qt's complaints about the scene: a missing property, a loop of bindings, a layout that does not settle.
     for (const char* complaint : {"qrc:/", "QML ", "Qt Quick Layouts"})
         QVERIFY2(!said.contains(QLatin1String(complaint)), qPrintable(said));
@@ -423,8 +425,8 @@ void TestHost::openPhoto()
 
 QImage TestHost::savePhoto()
 {
-    const QImage image(save("savePhoto", "edited.png"));
-    return image;
+    const QString saved = save("savePhoto", "edited.png");
+    return QTest::qWaitFor([this] { return scene->isEnabled("savePhoto"); }) ? QImage(saved) : QImage();
 }
 
 /// From and to points of the picture as it is shown, in fractions of it.
@@ -519,6 +521,7 @@ void TestHost::photo_hidesFaces()
     open("openPhoto", QStringLiteral(TEST_DATA_DIR "/photos/astronaut.jpg"));
     QTRY_VERIFY_WITH_TIMEOUT(scene->isEnabled("blur"), 20'000);
     const QImage before = savePhoto();
+    QCOMPARE(before.size(), QImage(QStringLiteral(TEST_DATA_DIR "/photos/astronaut.jpg")).size());
     scene->click(QStringLiteral("blur"));
     QTRY_VERIFY_WITH_TIMEOUT(scene->value("blur", "checked").toBool() && scene->isEnabled("blur"), 20'000);
     scene->shoot("photo-faces");

@@ -1,6 +1,7 @@
 #include "tests/support/scene.h"
 
 #include <QtCore/QDir>
+#include <QtCore/QFileInfo>
 #include <QtQml/QJSValue>
 #include <QtQuick/QQuickItem>
 #include <QtQuick/QQuickWindow>
@@ -127,8 +128,10 @@ void Scene::answerFileDialog(const QString& path)
     };
     if (!QTest::qWaitFor(opened))
         qFatal("no file dialog opens");
+    // What was chosen in another folder before would win over what is typed.
+    dialog->setDirectory(QFileInfo(path).path());
     auto* name = dialog->findChild<QLineEdit*>();
-    name->setText(path);
+    name->setText(QFileInfo(path).fileName());
     QTest::keyClick(name, Qt::Key_Return);
     if (!QTest::qWaitFor([dialog] { return !dialog->isVisible(); }))
         qFatal("the file dialog does not take %s", qPrintable(path));

@@ -92,7 +92,7 @@ Card {
                         anchors.rightMargin: 8
                         anchors.verticalCenter: parent.verticalCenter
                         visible: deviceItem.deviceName === card.devices.defaultDevice
-                        text: qsTr("in use")
+                        text: qsTr("default")
                         font.pixelSize: 12
                         padding: 4
                         leftPadding: 8

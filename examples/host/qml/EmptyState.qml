@@ -17,6 +17,8 @@ ColumnLayout {
 
         Layout.alignment: Qt.AlignHCenter
         enabled: false
+        opacity: 1
+        implicitHeight: 72
         icon.width: 56
         icon.height: 56
         icon.color: Universal.baseMediumLowColor

@@ -10,11 +10,13 @@ ColumnLayout {
     id: film
 
     property string file
-    property alias position: media.position
+    // Milliseconds. The player tells nothing of a seek while it pauses.
+    property real position: 0
     readonly property bool playing: media.playbackState === MediaPlayer.PlayingState
 
     function seek(ms) {
         media.seek(ms)
+        position = ms
     }
 
     function toggle() {
@@ -57,6 +59,7 @@ ColumnLayout {
         source: hostFiles.url(film.file)
         videoOutput: view.surface
         notifyInterval: 100
+        onPositionChanged: film.position = position
         onStatusChanged: if (status === MediaPlayer.Loaded && playbackState === MediaPlayer.StoppedState) pause()
     }
 
@@ -75,8 +78,8 @@ ColumnLayout {
             objectName: "seekFilm"
             Layout.fillWidth: true
             duration: media.duration
-            position: media.position
-            onSought: media.seek(ms)
+            position: film.position
+            onSought: film.seek(ms)
         }
     }
 }

@@ -44,12 +44,20 @@ HostPage {
     takesFiles: true
     onFileDropped: open(path)
 
-    actions: OpenButton {
-        objectName: "openGif"
-        enabled: !gifPage.busy
-        nameFilters: [qsTr("GIFs (*.gif)"), qsTr("All files (*)")]
-        onChosen: page.open(path)
-    }
+    actions: [
+        OpenButton {
+            objectName: "openGif"
+            enabled: !gifPage.busy
+            nameFilters: [qsTr("GIFs (*.gif)"), qsTr("All files (*)")]
+            onChosen: page.open(path)
+        },
+        SaveButton {
+            objectName: "saveGif"
+            enabled: page.result !== ""
+            suffix: page.resultIsVideo ? "mp4" : "gif"
+            onChosen: if (!hostFiles.saveCopy(page.result, target)) page.failure = qsTr("The result could not be saved there.")
+        }
+    ]
 
     Connections {
         target: gifPage
@@ -146,54 +154,47 @@ HostPage {
         }
     }
 
-    RowLayout {
-        enabled: page.file !== "" && !gifPage.busy
-        spacing: 12
+    StackLayout {
+        Layout.fillHeight: false
+        currentIndex: gifPage.busy ? 1 : 0
 
-        Slider {
-            id: percent
+        RowLayout {
+            enabled: page.file !== ""
+            spacing: 12
 
-            objectName: "percent"
-            Layout.fillWidth: true
-            from: 10
-            to: 100
-            value: 50
-            stepSize: 5
-            snapMode: Slider.SnapAlways
-            Accessible.name: qsTr("Size")
-        }
-        Label {
-            Layout.preferredWidth: 150
-            text: page.file === "" ? qsTr("%1 %").arg(percent.value) : qsTr("%1 %: %2 × %3").arg(percent.value).arg(page.wanted.width).arg(page.wanted.height)
-        }
-        Button {
-            objectName: "compress"
-            highlighted: true
-            text: qsTr("Make it smaller")
-            onClicked: page.begin(false)
-        }
-        Button {
-            objectName: "toVideo"
-            icon.source: "qrc:/host/icons/video.svg"
-            text: qsTr("To MP4")
-            onClicked: page.begin(true)
-        }
-    }
+            Slider {
+                id: percent
 
-    RowLayout {
-        spacing: 12
-
+                objectName: "percent"
+                Layout.fillWidth: true
+                from: 10
+                to: 100
+                value: 50
+                stepSize: 5
+                snapMode: Slider.SnapAlways
+                Accessible.name: qsTr("Size")
+            }
+            Label {
+                Layout.preferredWidth: 150
+                text: page.file === "" ? qsTr("%1 %").arg(percent.value) : qsTr("%1 %: %2 × %3").arg(percent.value).arg(page.wanted.width).arg(page.wanted.height)
+            }
+            Button {
+                objectName: "compress"
+                highlighted: true
+                text: qsTr("Make it smaller")
+                onClicked: page.begin(false)
+            }
+            Button {
+                objectName: "toVideo"
+                icon.source: "qrc:/host/icons/video.svg"
+                text: qsTr("To MP4")
+                onClicked: page.begin(true)
+            }
+        }
         WorkRow {
-            Layout.fillWidth: true
             running: gifPage.busy
             text: qsTr("Working…")
             onCancelled: gifPage.cancel()
-        }
-        SaveButton {
-            objectName: "saveGif"
-            enabled: page.result !== ""
-            suffix: page.resultIsVideo ? "mp4" : "gif"
-            onChosen: if (!hostFiles.saveCopy(page.result, target)) page.failure = qsTr("The result could not be saved there.")
         }
     }
 }

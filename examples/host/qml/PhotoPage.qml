@@ -11,7 +11,7 @@ HostPage {
 
     readonly property var editor: MultimediaProvider.imageEditHandler
     readonly property bool loaded: photo.path !== ""
-    readonly property bool cropping: modes.currentIndex === 0
+    readonly property bool cropping: !drawMode.checked
     property string file
     property string savedText
 
@@ -146,27 +146,38 @@ HostPage {
                 width: panel.availableWidth
                 spacing: 8
 
-                TabBar {
+                ButtonGroup {
+                    buttons: modes.children
+                }
+                RowLayout {
                     id: modes
 
-                    objectName: "photoModes"
-                    Layout.fillWidth: true
+                    spacing: 8
 
-                    TabButton {
+                    Button {
                         objectName: "cropMode"
+                        Layout.fillWidth: true
+                        checkable: true
+                        checked: true
+                        highlighted: checked
+                        icon.source: "qrc:/host/icons/crop.svg"
                         text: qsTr("Crop")
-                        font.pixelSize: 15
                     }
-                    TabButton {
+                    Button {
+                        id: drawMode
+
                         objectName: "drawMode"
+                        Layout.fillWidth: true
+                        checkable: true
+                        highlighted: checked
+                        icon.source: "qrc:/host/icons/draw.svg"
                         text: qsTr("Draw")
-                        font.pixelSize: 15
                     }
                 }
 
                 StackLayout {
                     Layout.fillWidth: true
-                    currentIndex: modes.currentIndex
+                    currentIndex: page.cropping ? 0 : 1
 
                     ColumnLayout {
                         spacing: 8

@@ -201,7 +201,9 @@ HostPage {
         Button {
             objectName: "newRecording"
             visible: page.recording !== ""
-            text: qsTr("New recording")
+            text: qsTr("New")
+            ToolTip.text: qsTr("Choose another part of the screen")
+            ToolTip.visible: hovered
             onClicked: page.recording = ""
         }
         SaveButton {

@@ -151,6 +151,7 @@ HostPage {
             x: span.first.visualPosition * strip.width
             width: (span.second.visualPosition - span.first.visualPosition) * strip.width
             height: strip.height
+            visible: page.file !== ""
             color: "transparent"
             border.color: Universal.accent
             border.width: 3
@@ -168,6 +169,7 @@ HostPage {
 
             objectName: "span"
             anchors.fill: parent
+            visible: page.file !== ""
             anchors.leftMargin: -6
             anchors.rightMargin: -6
             padding: 0

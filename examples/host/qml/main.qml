@@ -13,7 +13,7 @@ ApplicationWindow {
     title: qsTr("Multimedia example host")
     width: 1040
     height: 700
-    minimumWidth: 660
+    minimumWidth: 700
     minimumHeight: 540
     visible: true
 
