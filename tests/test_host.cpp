@@ -77,6 +77,7 @@ private Q_SLOTS:
 
     void voice_recordsAndPlays_inVoice_data();
     void voice_recordsAndPlays_inVoice();
+    void voice_becomesText();
     void voice_keepsNothing_whenDiscarded();
     void voice_says_whenNoMicrophone();
     void player_showsTags_playsSeeksAndPauses();
@@ -210,6 +211,7 @@ void TestHost::pages_fit_emptyAndAtSmallestSize()
     scene->window().resize(before);
     QTRY_COMPARE(scene->window().size(), before);
     // Everything can be reached: the focus comes round to where it was.
+    scene->key(Qt::Key_Tab);
     QQuickItem* first = scene->window().activeFocusItem();
     for (int step = 0; step < 60; ++step) {
         scene->key(Qt::Key_Tab);
@@ -293,6 +295,34 @@ void TestHost::voice_recordsAndPlays_inVoice()
         scene->shoot("voice-message");
     scene->click(QStringLiteral("play"));
     QTRY_VERIFY(!scene->value("voiceTransport", "playing").toBool());
+}
+
+void TestHost::voice_becomesText()
+{
+    if (RecordEngine::staticMetaObject.indexOfMethod("recognizeFile(QString,QString,QString)") < 0)
+        QSKIP("the library does not recognise speech");
+    show("voice");
+    scene->item("voices").setProperty("currentIndex", 0);
+    scene->click(QStringLiteral("recordVoice"));
+    QElapsedTimer clock;
+    clock.start();
+    QTRY_VERIFY_WITH_TIMEOUT(clock.elapsed() > 7000, 10'000); // what is spoken once, from anywhere on
+    scene->click(QStringLiteral("recordVoice"));
+    QTRY_VERIFY(scene->isEnabled("toText"));
+    scene->click(QStringLiteral("toText"));
+    QTRY_VERIFY(scene->isEnabled("cancelWork"));
+    QTRY_VERIFY_WITH_TIMEOUT(scene->isEnabled("toText"), 60'000);
+    scene->shoot("voice-text");
+    const QString text = scene->value("voiceText", "text").toString();
+    const QStringList wanted = {"quick", "brown", "fox", "jumps", "over", "lazy", "dog", "runs", "away"};
+    const auto heard =
+        std::count_if(wanted.begin(), wanted.end(), [&](const QString& word) { return text.contains(word); });
+    QVERIFY2(heard >= 5, qPrintable(text));
+
+    scene->click(QStringLiteral("toText"));
+    QTRY_VERIFY(scene->isEnabled("cancelWork"));
+    scene->click(QStringLiteral("cancelWork"));
+    QTRY_VERIFY(scene->isEnabled("toText"));
 }
 
 void TestHost::voice_keepsNothing_whenDiscarded()
@@ -541,7 +571,7 @@ void TestHost::video_clips_betweenHandles()
     const QString facts = scene->value("videoFacts", "text").toString();
     QVERIFY2(facts.startsWith("640 × 360 · 25 pictures a second · H.264 · AAC, 44.1 kHz"), qPrintable(facts));
     // All thumbnails have come.
-    QTRY_VERIFY(scene->window().grabWindow().pixelColor(scene->at("span", 0.97, 0.3)).alpha() == 255);
+    QTRY_VERIFY(scene->window().grabWindow().pixelColor(scene->at("span", 0.97, 0.3)).saturation() > 40);
 
     scene->drag(scene->at("span", 0.005, 0.5), scene->at("span", 0.3, 0.5));
     scene->drag(scene->at("span", 0.995, 0.5), scene->at("span", 0.6, 0.5));

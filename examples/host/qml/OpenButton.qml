@@ -10,6 +10,7 @@ Button {
 
     signal chosen(string path)
 
+    focus: true
     text: qsTr("Open…")
     icon.source: "qrc:/host/icons/open.svg"
     onClicked: dialog.open()

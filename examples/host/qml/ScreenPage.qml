@@ -172,6 +172,7 @@ HostPage {
         Button {
             objectName: "recordScreen"
             Layout.preferredWidth: 130
+            focus: true
             highlighted: true
             enabled: !screenPage.busy
             Universal.accent: "#c4314b"

@@ -282,7 +282,17 @@ HostPage {
     }
 
     Timer {
-        interval: 20000
+        interval: 15000
+        running: page.finishing
+        onTriggered: {
+            page.finishing = false
+            page.drop()
+            page.failure = qsTr("The changed voice did not come. Try another voice.")
+        }
+    }
+
+    Timer {
+        interval: 60000
         running: page.request !== "" && text.text === ""
         onTriggered: {
             page.cancelText()

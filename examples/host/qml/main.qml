@@ -10,6 +10,13 @@ ApplicationWindow {
     property int theme: Universal.System
     readonly property bool narrow: width < 820
 
+    function show(index) {
+        navigation.currentIndex = index
+        pages.children[index].forceActiveFocus()
+    }
+
+    Component.onCompleted: show(0)
+
     title: qsTr("Multimedia example host")
     width: 1040
     height: 700
@@ -37,7 +44,6 @@ ApplicationWindow {
                 anchors.topMargin: 14
                 anchors.bottomMargin: 56
                 activeFocusOnTab: true
-                focus: true
                 interactive: false
                 model: [
                     { name: qsTr("Voice"), icon: "voice" },
@@ -60,7 +66,7 @@ ApplicationWindow {
                     icon.color: Universal.foreground
                     display: window.narrow ? AbstractButton.IconOnly : AbstractButton.TextBesideIcon
                     highlighted: false
-                    onClicked: navigation.currentIndex = index
+                    onClicked: window.show(index)
                     ToolTip.text: modelData.name
                     ToolTip.visible: window.narrow && hovered
 
@@ -84,7 +90,7 @@ ApplicationWindow {
 
                     Shortcut {
                         sequence: "Ctrl+" + (index + 1)
-                        onActivated: navigation.currentIndex = index
+                        onActivated: window.show(index)
                     }
                 }
             }
