@@ -128,8 +128,8 @@ HostPage {
             model: frames
 
             Image {
-                x: index * strip.width / 12
-                width: strip.width / 12
+                x: Math.round(index * strip.width / 12)
+                width: Math.round((index + 1) * strip.width / 12) - x
                 height: strip.height
                 fillMode: Image.PreserveAspectCrop
                 cache: false // the ids of every strip begin anew
