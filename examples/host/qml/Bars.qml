@@ -1,14 +1,12 @@
 import QtQuick 2.15
 import QtQuick.Controls.Universal 2.15
 
-// A row of bars for values of 0 to 1; those before `played` (0 to 1) stand out. Bars grow from the middle, or from the
-// ground.
+// A row of bars for values of 0 to 1, which grow from the middle; those before `played` (0 to 1) stand out.
 Item {
     id: bars
 
     property var values: []
     property real played: 1
-    property bool grounded: false
 
     Repeater {
         model: bars.values.length
@@ -20,7 +18,7 @@ Item {
             x: index * step + step * 0.15
             width: Math.max(1, step * 0.7)
             height: Math.max(3, value * bars.height)
-            y: bars.grounded ? bars.height - height : (bars.height - height) / 2
+            y: (bars.height - height) / 2
             radius: Math.min(width, height) / 2
             color: index < bars.played * bars.values.length ? Universal.accent : Universal.baseMediumLowColor
         }

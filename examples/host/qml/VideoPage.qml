@@ -8,6 +8,7 @@ import Quillon 1.0
 HostPage {
     id: page
 
+    readonly property int frameCount: 12
     property string file
     property string clip
     property real duration: 0
@@ -17,7 +18,7 @@ HostPage {
         page.failure = ""
         clip = ""
         frames.clear()
-        VideoEditor.setTotalGrabImageCount(12)
+        VideoEditor.setTotalGrabImageCount(frameCount)
         if (!VideoEditor.preview(path)) {
             file = ""
             duration = 0
@@ -128,8 +129,8 @@ HostPage {
             model: frames
 
             Image {
-                x: Math.round(index * strip.width / 12)
-                width: Math.round((index + 1) * strip.width / 12) - x
+                x: Math.round(index * strip.width / page.frameCount)
+                width: Math.round((index + 1) * strip.width / page.frameCount) - x
                 height: strip.height
                 fillMode: Image.PreserveAspectCrop
                 cache: false // the ids of every strip begin anew
