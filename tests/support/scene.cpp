@@ -128,6 +128,8 @@ void Scene::answerFileDialog(const QString& path)
     };
     if (!QTest::qWaitFor(opened))
         qFatal("no file dialog opens");
+    if (dialog->acceptMode() == QFileDialog::AcceptOpen && !QFileInfo::exists(path))
+        qFatal("there is no %s", qPrintable(path)); // the dialog would say so, and wait
     // What was chosen in another folder before would win over what is typed.
     dialog->setDirectory(QFileInfo(path).path());
     auto* name = dialog->findChild<QLineEdit*>();
