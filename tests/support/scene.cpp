@@ -151,7 +151,7 @@ void Scene::shoot(const QString& name)
     const QVariant theme = shown.property("theme");
     struct Size
     {
-        const char* name;
+        const char* name = nullptr;
         QSize size;
     };
     for (const Size& size : {Size{"large", {1180, 760}}, Size{"small", shown.minimumSize()}}) {
