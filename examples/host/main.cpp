@@ -1,27 +1,20 @@
-#include "examples/host/screenpage.h"
-#include "examples/host/videopage.h"
-#include "multimedia/multimediaprovider.h"
+#include "examples/host/host.h"
+#include "multimedia/audioplayer/audioplayer.h"
 
-#include <QtGui/QGuiApplication>
-#include <QtQml/QQmlApplicationEngine>
-#include <QtQml/QQmlContext>
+#include <QtWidgets/QApplication>
 
 int main(int argc, char* argv[])
 {
-    QGuiApplication application(argc, argv);
-    ScreenPage screen_page;
-    VideoPage video_page;
-    int code = 0;
+    QApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    // Not a QGuiApplication: where the desktop has no file dialog of its own, widgets make it.
+    QApplication application(argc, argv);
+    application.setApplicationDisplayName(QStringLiteral("Multimedia example host"));
+    int code = 1;
     {
-        QQmlApplicationEngine engine;
-        MultimediaProvider::registType(engine);
-        engine.rootContext()->setContextProperty(QStringLiteral("screenPage"), &screen_page);
-        engine.rootContext()->setContextProperty(QStringLiteral("videoPage"), &video_page);
-        engine.load(QStringLiteral("qrc:/host/main.qml"));
-        if (engine.rootObjects().isEmpty())
-            return 1;
-        code = application.exec();
+        const Host host;
+        if (host.window())
+            code = QApplication::exec();
     }
-    MultimediaProvider::unregist();
+    AudioPlayer::instance()->release();
     return code;
 }

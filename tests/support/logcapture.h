@@ -5,6 +5,8 @@
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 
+#include <cstdio>
+
 /// Keeps the lines of Qt's log from all threads while it lives. One at a time.
 class LogCapture
 {
@@ -37,10 +39,13 @@ public:
     }
 
 private:
-    static void handle(QtMsgType, const QMessageLogContext&, const QString& line)
+    static void handle(QtMsgType type, const QMessageLogContext&, const QString& line)
     {
         if (!current)
             return;
+        // Nobody will look at the lines any more.
+        if (type == QtFatalMsg)
+            std::fprintf(stderr, "%s\n", qPrintable(line));
         QMutexLocker lock(&current->mutex);
         current->lines += line;
     }
