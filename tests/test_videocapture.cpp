@@ -62,7 +62,6 @@ private Q_SLOTS:
     void initTestCase() { av_log_set_level(AV_LOG_QUIET); }
     void rotation_isReadFromEitherForm_data();
     void rotation_isReadFromEitherForm();
-    void rotation_isWrittenInBothForms();
     void probe_answers_whatTheFileIs_data();
     void probe_answers_whatTheFileIs();
     void probe_refuses_whatIsNoVideo_data();
@@ -111,16 +110,6 @@ void TestVideoCapture::rotation_isReadFromEitherForm()
     plain.setMatrix(std::array<int32_t, 9>{});
     QCOMPARE(multimedia::rotateTag(*plain.stream), std::optional<int>());
     QCOMPARE(capture->getDisplayMatrix(plain.stream), 0);
-}
-
-void TestVideoCapture::rotation_isWrittenInBothForms()
-{
-    const Stream target;
-    QVERIFY(multimedia::setRotation(*target.stream, 90));
-    QCOMPARE(av_dict_get(target.stream->metadata, "rotate", nullptr, 0)->value, "90");
-    QCOMPARE(multimedia::displayTurn(*target.stream), std::optional(-90.));
-    QVERIFY(multimedia::setRotation(*target.stream, 180));
-    QCOMPARE(multimedia::displayTurn(*target.stream), std::optional(-90.));
 }
 
 void TestVideoCapture::probe_answers_whatTheFileIs_data()
@@ -243,6 +232,8 @@ void TestVideoCapture::firstFrame_fails_forBadInput_data()
                            << "image.png";
     QTest::newRow("missing") << "missing.mp4"
                              << "image.png";
+    QTest::newRow("too large") << "huge.mov"
+                               << "image.png";
     QTest::newRow("no such folder") << "base.mp4"
                                     << "missing/image.png";
     QTest::newRow("unknown suffix") << "base.mp4"

@@ -152,7 +152,7 @@ private Q_SLOTS:
     void clip_keepsRotation();
     void clip_reportsFailure_andLeavesNothing_data();
     void clip_reportsFailure_andLeavesNothing();
-    void clip_keepsFiles_itHasNotBegun();
+    void clip_keepsFiles_unlessItSucceeds();
     void clip_fails_onFullDisk_data();
     void clip_fails_onFullDisk();
     void clip_ends_withDamagedSource_data();
@@ -340,7 +340,7 @@ void TestVideoClip::clip_reportsFailure_andLeavesNothing()
     QVERIFY(QDir(empty_folder.path()).isEmpty());
 }
 
-void TestVideoClip::clip_keepsFiles_itHasNotBegun()
+void TestVideoClip::clip_keepsFiles_unlessItSucceeds()
 {
     const QString source = target(QStringLiteral("own.mp4"));
     QVERIFY(QFile::copy(media(QStringLiteral("base.mp4")), source));
@@ -351,8 +351,17 @@ void TestVideoClip::clip_keepsFiles_itHasNotBegun()
         QCOMPARE(QFileInfo(source).size(), QFileInfo(media(QStringLiteral("base.mp4"))).size());
         QVERIFY(QFile::exists(same));
     }
-    QCOMPARE(clipSync(media(QStringLiteral("text.mp4")), source, 0, 5000), int(VideoClipThread::kFailed));
-    QVERIFY(QFile::exists(source));
+    // The last one fails with its target begun.
+    for (const char* bad : {"text.mp4", "rich.mkv"}) {
+        QCOMPARE(clipSync(media(QString::fromLatin1(bad)), link, 0, 5000), int(VideoClipThread::kFailed));
+        QCOMPARE(QFileInfo(source).size(), QFileInfo(media(QStringLiteral("base.mp4"))).size());
+    }
+    QVERIFY(QFile::setPermissions(source, QFile::ReadOwner | QFile::WriteOwner));
+    QCOMPARE(clipSync(media(QStringLiteral("silent.mp4")), link, 0, 5000), int(VideoClipThread::kDone));
+    QVERIFY(QFileInfo(link).isSymLink());
+    QVERIFY(!(QFileInfo(source).permissions() & QFile::ReadOther));
+    QVERIFY(mediacheck::stream(mediacheck::probe(source), "audio").isEmpty());
+    QVERIFY(QDir(folder.path()).entryList({QStringLiteral("*.part")}, QDir::Files | QDir::Hidden).isEmpty());
 }
 
 void TestVideoClip::clip_fails_onFullDisk_data()

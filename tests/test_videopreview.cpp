@@ -64,11 +64,14 @@ private Q_SLOTS:
     void preview_fillsFacts();
     void strip_showsKeyFrames_data();
     void strip_showsKeyFrames();
+    void strip_isWhole_whereRowsAreNoWholeVectors();
     void strip_isUpright_whereRotationIsKnown_data();
     void strip_isUpright_whereRotationIsKnown();
     void strip_ends_withDamagedSource_data();
     void strip_ends_withDamagedSource();
     void cancel_endsStrip_beforeNextFrame();
+    void strip_endsAtOnce_withoutFile();
+    void clearPreview_endsPreview_whileItsBeginIsTold();
     void preview_survivesReplacement_whileItSamples();
     void times_areEvenlySpaced();
     void images_answerById();
@@ -132,6 +135,8 @@ void TestVideoPreview::preview_fails_andSaysWhy_data()
                                 << "didn't find a video stream.";
     QTest::newRow("unknown sound") << "strangesound.mkv"
                                    << "didn't find audio decodec.";
+    QTest::newRow("too large") << "huge.mov"
+                               << "could not open codec.";
     QTest::newRow("unknown duration") << "endless.h264" << QString();
     QTest::newRow("missing") << "missing.mp4" << QString();
     QTest::newRow("folder") << "."
@@ -229,6 +234,15 @@ void TestVideoPreview::strip_showsKeyFrames()
     }
 }
 
+void TestVideoPreview::strip_isWhole_whereRowsAreNoWholeVectors()
+{
+    QVERIFY(editor()->preview(media(QStringLiteral("white.mp4"))));
+    finishStrip();
+    const QImage image = shown(engine, 0);
+    for (int x = 0; x < image.width(); ++x)
+        QCOMPARE(image.pixelColor(x, 60), QColor(Qt::white));
+}
+
 void TestVideoPreview::strip_isUpright_whereRotationIsKnown_data()
 {
     QTest::addColumn<QString>("file");
@@ -308,6 +322,32 @@ void TestVideoPreview::cancel_endsStrip_beforeNextFrame()
     QVERIFY(thread.wait());
     QVERIFY(frames.load() <= 2);
     QVERIFY(!thread.getAVCodecContext());
+}
+
+void TestVideoPreview::strip_endsAtOnce_withoutFile()
+{
+    QSignalSpy grabbed(editor(), &VideoEditor::grabFrameID);
+    VideoPreviewThread thread;
+    thread.readMetaInfo();
+    thread.fastPreview();
+    QVERIFY(thread.load(media(QStringLiteral("base.mp4"))));
+    QVERIFY(!thread.load(media(QStringLiteral("strangesound.mkv"))));
+    thread.start();
+    QVERIFY(thread.wait());
+    QCOMPARE(grabbed.size(), 0);
+    QCOMPARE(editor()->state(), VideoEditor::VideoEditor_State_Idle);
+}
+
+void TestVideoPreview::clearPreview_endsPreview_whileItsBeginIsTold()
+{
+    QSignalSpy grabbed(editor(), &VideoEditor::grabFrameID);
+    {
+        QObject context;
+        connect(editor(), &VideoEditor::stateChanged, &context, [] { editor()->clearPreview(); });
+        QVERIFY(!editor()->preview(media(QStringLiteral("base.mp4"))));
+    }
+    QCOMPARE(editor()->state(), VideoEditor::VideoEditor_State_Idle);
+    QCOMPARE(grabbed.size(), 0);
 }
 
 void TestVideoPreview::preview_survivesReplacement_whileItSamples()

@@ -17,6 +17,7 @@ namespace {
 constexpr auto kMaxStreams = "256";
 constexpr auto kProbeBytes = "5000000";
 constexpr auto kAnalyzeDurationUs = "5000000";
+constexpr int64_t kMaxPixels = 100'000'000;
 constexpr auto kFileScheme = "file:";
 constexpr auto kHttpProtocols = "http,https,tcp,tls,httpproxy";
 
@@ -99,6 +100,16 @@ int openInput(InputPtr& input, const std::string& path, const InputOptions& opti
         return code;
     input.reset();
     return AVERROR_INVALIDDATA;
+}
+
+CodecContextPtr openDecoder(const AVStream& stream)
+{
+    const AVCodec* decoder = avcodec_find_decoder(stream.codecpar->codec_id);
+    CodecContextPtr codec(decoder ? avcodec_alloc_context3(decoder) : nullptr);
+    if (!codec || avcodec_parameters_to_context(codec.get(), stream.codecpar) < 0)
+        return {};
+    codec->max_pixels = kMaxPixels;
+    return avcodec_open2(codec.get(), decoder, nullptr) < 0 ? CodecContextPtr() : std::move(codec);
 }
 
 } // namespace multimedia

@@ -37,4 +37,8 @@ struct InputOptions
 /// Any thread; blocks for as long as the source does.
 int openInput(InputPtr& input, const std::string& path, const InputOptions& options = {});
 
+/// Opens the decoder of a stream; null on failure. Pictures of more than 100 million pixels, which a few
+/// bytes can ask for, are refused.
+CodecContextPtr openDecoder(const AVStream& stream);
+
 } // namespace multimedia

@@ -48,11 +48,13 @@ bool open(Source& source, const QByteArray& path)
     return true;
 }
 
-CodecContextPtr openDecoder(AVStream* stream)
+CodecContextPtr openVideo(const AVStream& stream)
 {
-    AVCodecContext* codec = nullptr;
-    VideoCapture::instance()->initDecoder(stream, &codec);
-    return CodecContextPtr(codec);
+    CodecContextPtr codec = openDecoder(stream);
+    if (!codec)
+        qCDebug(MultimediaCategoryLogging, "could not open decoder of %s",
+                avcodec_get_name(stream.codecpar->codec_id));
+    return codec;
 }
 
 bool hasDecoder(const Source& source)
@@ -160,7 +162,7 @@ bool VideoCapture::syncDecodeFormat(const QString& path, long long& duration, QS
     Source source;
     if (!openTrusted(source, path, duration, format))
         return false;
-    if (const CodecContextPtr codec = openDecoder(source.stream()))
+    if (const CodecContextPtr codec = openVideo(*source.stream()))
         size = shownSize(*codec, *source.stream());
     return true;
 }
@@ -185,7 +187,7 @@ QSize VideoCapture::videoSourceSize(const QString& path)
     Source source;
     if (!open(source, path.toUtf8()))
         return kUnknownSize;
-    const CodecContextPtr codec = openDecoder(source.stream());
+    const CodecContextPtr codec = openVideo(*source.stream());
     return codec ? shownSize(*codec, *source.stream()) : kUnknownSize;
 }
 
@@ -223,15 +225,9 @@ bool VideoCapture::initFormat(AVFormatContext** context, int* videoIndex, const 
 
 bool VideoCapture::initDecoder(AVStream* stream, AVCodecContext** codecContext)
 {
-    const AVCodec* decoder = avcodec_find_decoder(stream->codecpar->codec_id);
-    if (!decoder)
+    CodecContextPtr codec = openVideo(*stream);
+    if (!codec)
         return false;
-    CodecContextPtr codec(avcodec_alloc_context3(decoder));
-    if (!codec || avcodec_parameters_to_context(codec.get(), stream->codecpar) < 0 ||
-        avcodec_open2(codec.get(), decoder, nullptr) != 0) {
-        qCDebug(MultimediaCategoryLogging, "could not open decoder %s", decoder->name);
-        return false;
-    }
     *codecContext = codec.release();
     return true;
 }
@@ -311,7 +307,7 @@ bool VideoCapture::decodeFirstFrame(AVFormatContext* context, int videoIndex, co
                                     QSize& size)
 {
     AVStream* stream = context->streams[videoIndex];
-    const CodecContextPtr codec = openDecoder(stream);
+    const CodecContextPtr codec = openVideo(*stream);
     SwsContext* sws = nullptr;
     AVFrame* frame = nullptr;
     AVFrame* scaled = nullptr;

@@ -16,6 +16,7 @@ struct AVStream;
 struct SwsContext;
 
 /// Answers, while the caller waits, what a video file is: duration, container, shown size, first picture.
+/// Pictures of more than 100 million pixels count as what cannot be read.
 ///
 /// Paths are local. The answer to what cannot be read is false, (-1, -1) or 0, its reason a line in the
 /// category "quillon.multimedia". Functions that hand out FFmpeg objects through pointers give them away on

@@ -7,6 +7,7 @@
 #include "quillon/util.h"
 
 #include <QtCore/QFile>
+#include <QtCore/QFileInfo>
 
 #include <algorithm>
 #include <cstdio>
@@ -22,6 +23,16 @@ bool isSameFile(const std::string& first, const std::string& second)
 {
     std::error_code error;
     return std::filesystem::equivalent(first, second, error);
+}
+
+/// A file of the target's name is not written into, but replaced in the end, where its folder allows.
+QString pathToWrite(const QString& target)
+{
+    const QFileInfo former(target);
+    const QString folder = former.canonicalPath();
+    if (!former.isFile() || !former.isWritable() || !QFileInfo(folder).isWritable())
+        return target;
+    return folder % QLatin1String("/.") % Util::uuid() % QLatin1String(".part");
 }
 
 /// Whatever stands beside the packets, the display matrix for one.
@@ -96,6 +107,11 @@ void VideoClipThread::cancelClip()
     m_running = false;
 }
 
+int VideoClipThread::isCancelled(void* clip)
+{
+    return !static_cast<VideoClipThread*>(clip)->m_running;
+}
+
 void VideoClipThread::run()
 {
     clip();
@@ -103,14 +119,12 @@ void VideoClipThread::run()
 
 void VideoClipThread::clip()
 {
-    if (!openSource() || !openTarget() || !seekToStart()) {
-        clipError();
-        return;
-    }
-    copyPackets();
+    const bool opened = openSource() && openTarget() && seekToStart();
+    if (opened)
+        copyPackets();
     if (!m_running)
         end(kCancelled);
-    else if (finishTarget())
+    else if (opened && finishTarget())
         end(kDone);
     else
         clipError();
@@ -119,7 +133,8 @@ void VideoClipThread::clip()
 bool VideoClipThread::openSource()
 {
     const std::string path = m_srcPath.toStdString();
-    int code = openInput(m_inputContext, path);
+    const int code =
+        openInput(m_inputContext, path, {InputOrigin::LocalFile, AVIOInterruptCB{isCancelled, this}});
     if (code < 0) {
         warning("clip", "error in open source", code);
         return false;
@@ -139,7 +154,7 @@ bool VideoClipThread::openTarget()
 {
     const std::string path = m_dstPath.toStdString();
     AVFormatContext* context = nullptr;
-    int code = avformat_alloc_output_context2(&context, nullptr, nullptr, path.c_str());
+    const int code = avformat_alloc_output_context2(&context, nullptr, nullptr, path.c_str());
     m_outputContext.reset(context);
     if (code < 0) {
         warning("clip", "error in open target format", code);
@@ -163,13 +178,19 @@ bool VideoClipThread::openTarget()
         warning("clip", "target is the source");
         return false;
     }
-    code = avio_open(&context->pb, ("file:" + path).c_str(), AVIO_FLAG_WRITE);
+    return beginFile();
+}
+
+bool VideoClipThread::beginFile()
+{
+    const QString path = pathToWrite(m_dstPath);
+    int code = avio_open(&m_outputContext->pb, ("file:" + path.toStdString()).c_str(), AVIO_FLAG_WRITE);
     if (code < 0) {
         warning("clip", "error in open target", code);
         return false;
     }
-    m_targetBegun = true;
-    code = avformat_write_header(context, nullptr);
+    m_begunPath = path;
+    code = avformat_write_header(m_outputContext.get(), nullptr);
     if (code < 0) {
         warning("clip", "error in write header", code);
         return false;
@@ -322,9 +343,27 @@ bool VideoClipThread::finishTarget()
     int code = av_write_trailer(m_outputContext.get());
     if (code == 0)
         code = avio_closep(&m_outputContext->pb);
+    if (code == 0)
+        code = takeTargetsPlace();
     if (code != 0)
         warning("clip", "error in write trailer", code);
     return code == 0;
+}
+
+/// A link stays one, and the permissions are those of the file that is replaced.
+int VideoClipThread::takeTargetsPlace()
+{
+    if (m_begunPath == m_dstPath)
+        return 0;
+    namespace fs = std::filesystem;
+    const fs::path begun = m_begunPath.toStdString();
+    std::error_code error;
+    const fs::path target = fs::canonical(m_dstPath.toStdString(), error);
+    if (!error)
+        fs::permissions(begun, fs::status(target, error).permissions(), error);
+    if (!error)
+        fs::rename(begun, target, error);
+    return AVERROR(error.value());
 }
 
 void VideoClipThread::clipError()
@@ -343,8 +382,8 @@ void VideoClipThread::resetCtx(bool keepFile)
 {
     m_inputContext.reset();
     m_outputContext.reset();
-    if (m_targetBegun && !keepFile)
-        QFile::remove(m_dstPath);
+    if (!m_begunPath.isEmpty() && !keepFile)
+        QFile::remove(m_begunPath);
     m_running = false;
 }
 

@@ -23,6 +23,8 @@
 /// | `kCancelled` | cancelled                 | removed                          |
 /// | `kFailed`    | failed or refused         | removed if the clip had begun it |
 ///
+/// A file that has the target's name already is replaced by a complete clip only, and stays otherwise.
+///
 /// The destructor cancels and waits, for one packet at most.
 class VideoClipThread : public QThread
 {
@@ -42,7 +44,8 @@ public:
     /// Clips from path to path; times are in milliseconds. Always true; what cannot be done is reported by
     /// `clipFinish`.
     bool startClip(const QString& src, const QString& dst, long long start, long long end, bool sync);
-    /// Takes effect at the next packet. Any thread.
+    /// Takes effect at the next packet, or at the next read while the source is opened and sought. Any
+    /// thread.
     void cancelClip();
 
     /// True as soon as `clipFinish` is on its way. Any thread.
@@ -74,9 +77,13 @@ private:
         int64_t last_dts;
     };
 
+    /// Polled by FFmpeg's reads.
+    static int isCancelled(void* clip);
+
     void begin(bool sync);
     bool openSource();
     bool openTarget();
+    bool beginFile();
     bool addStream(AVStream& source);
     bool seekToStart();
     bool seek(int64_t target_us);
@@ -88,6 +95,7 @@ private:
     int64_t completeTimes(AVPacket& packet);
     void writePacket(AVPacket& packet);
     bool finishTarget();
+    int takeTargetsPlace();
     void end(Code code);
 
     qint64 m_startTime = 0;
@@ -100,8 +108,9 @@ private:
     EditFileFilterPtr m_filter;
     multimedia::InputPtr m_inputContext;
     multimedia::OutputPtr m_outputContext;
-    /// The target file is this clip's own, to be removed if the clip does not succeed.
-    bool m_targetBegun = false;
+    /// The file that this clip has begun, to be removed if the clip does not succeed: the target, or one
+    /// beside it where the target was there before.
+    QString m_begunPath;
     int m_videoIndex = -1;
     /// By index in the source; -1 for a stream that is not copied.
     std::vector<int> m_targetIndex;

@@ -181,14 +181,18 @@ bool VideoEditor::preview(QString file)
         return false;
     m_imageContext->clear();
     m_state = VideoEditor_State_Preview;
+    const auto thread = m_previewThread;
     Q_EMIT stateChanged(VideoEditor_State_Preview);
-    m_previewThread->start(QThread::InheritPriority);
+    if (thread != m_previewThread)
+        return false; // whoever was told has cleared it, or begun another
+    thread->start(QThread::InheritPriority);
     return true;
 }
 
 void VideoEditor::clearPreview()
 {
     m_previewThread.reset(); // ends it
+    setIdle();               // it may not have begun
     m_imageContext->clear();
 }
 

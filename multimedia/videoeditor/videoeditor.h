@@ -106,7 +106,8 @@ public:
     /// Opens a video, fills in its facts, and starts to sample its strip: frames arrive by `grabFrameID`, in
     /// order. A preview under way is ended first, which takes at most one sample.
     ///
-    /// @return false for a missing file, which changes nothing, and for one that cannot be sampled
+    /// @return false for a missing file, which changes nothing, for one that cannot be sampled, and for a
+    ///         preview that a receiver of `stateChanged` has ended before it began
     Q_INVOKABLE bool preview(QString file);
     /// Ends the preview, and forgets its frames.
     Q_INVOKABLE void clearPreview();

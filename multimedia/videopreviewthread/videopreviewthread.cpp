@@ -19,14 +19,10 @@ extern "C" {
 using namespace multimedia;
 
 namespace {
-CodecContextPtr openDecoder(const AVCodec* decoder, const AVStream& stream)
-{
-    CodecContextPtr codec(avcodec_alloc_context3(decoder));
-    if (!codec || avcodec_parameters_to_context(codec.get(), stream.codecpar) < 0 ||
-        avcodec_open2(codec.get(), decoder, nullptr) < 0)
-        return {};
-    return codec;
-}
+/// The converters write whole vectors, in the last row beyond its end, too; where a row is too short for that
+/// they leave out its last columns.
+constexpr int kRowAlignment = 64;
+constexpr size_t kTailBytes = 64;
 
 int firstStream(const AVFormatContext& context, AVMediaType type)
 {
@@ -60,6 +56,7 @@ VideoPreviewThread::~VideoPreviewThread()
 
 bool VideoPreviewThread::load(const QString& file)
 {
+    m_running = true;
     m_handler->close();
     m_handler->videoStreamIndex = m_handler->audioStreamIndex = m_handler->subtitleStreamIndex = -1;
     VideoEditor::instance()->changeVideoInformation([](VideoFacts& facts) {
@@ -70,7 +67,6 @@ bool VideoPreviewThread::load(const QString& file)
         return false;
     m_handler->subtitleStreamIndex = firstStream(*m_handler->formatContext, AVMEDIA_TYPE_SUBTITLE);
     m_previewPath = file;
-    m_running = true;
     return true;
 }
 
@@ -87,7 +83,8 @@ AVCodecContext* VideoPreviewThread::getAVCodecContext() const
 
 bool VideoPreviewThread::openFile(const QString& file)
 {
-    if (openInput(m_handler->formatContext, file.toStdString()) != 0) {
+    if (openInput(m_handler->formatContext, file.toStdString(),
+                  {InputOrigin::LocalFile, AVIOInterruptCB{isCancelled, this}}) != 0) {
         qCDebug(MultimediaCategoryLogging, "video editor load video file:%s failed", qUtf8Printable(file));
         return false;
     }
@@ -137,7 +134,7 @@ bool VideoPreviewThread::openVideo()
         qCDebug(MultimediaCategoryLogging, "video codec not found.");
         return false;
     }
-    m_handler->videoCodecContext = openDecoder(m_handler->videoCodec, *stream);
+    m_handler->videoCodecContext = openDecoder(*stream);
     if (!m_handler->videoCodecContext) {
         qCDebug(MultimediaCategoryLogging, "could not open codec.");
         return false;
@@ -171,7 +168,7 @@ bool VideoPreviewThread::openAudio()
         qCDebug(MultimediaCategoryLogging, "didn't find audio decodec.");
         return false;
     }
-    m_handler->audioCodecContext = openDecoder(m_handler->audioCodec, *stream);
+    m_handler->audioCodecContext = openDecoder(*stream);
     if (!m_handler->audioCodecContext) {
         qCDebug(MultimediaCategoryLogging, "avcodec_open2 audio decodec failed.");
         return false;
@@ -194,16 +191,17 @@ bool VideoPreviewThread::openAudio()
 bool VideoPreviewThread::makeConverter()
 {
     const AVCodecContext& codec = *m_handler->videoCodecContext;
-    const int bytes = av_image_get_buffer_size(AV_PIX_FMT_BGRA, codec.width, codec.height, 1);
+    const int bytes = av_image_get_buffer_size(AV_PIX_FMT_BGRA, codec.width, codec.height, kRowAlignment);
     m_handler->videoFrame = createFrame();
     m_handler->rgbFrame = createFrame();
-    m_handler->rgbBuffer.reset(bytes > 0 ? static_cast<uint8_t*>(av_malloc(size_t(bytes))) : nullptr);
+    m_handler->rgbBuffer.reset(bytes > 0 ? static_cast<uint8_t*>(av_malloc(size_t(bytes) + kTailBytes))
+                                         : nullptr);
     if (!m_handler->videoFrame || !m_handler->rgbFrame || !m_handler->rgbBuffer) {
         qCDebug(MultimediaCategoryLogging, "could not allocate frame data.");
         return false;
     }
     av_image_fill_arrays(m_handler->rgbFrame->data, m_handler->rgbFrame->linesize, m_handler->rgbBuffer.get(),
-                         AV_PIX_FMT_BGRA, codec.width, codec.height, 1);
+                         AV_PIX_FMT_BGRA, codec.width, codec.height, kRowAlignment);
     m_pictureSize = {codec.width, codec.height};
     return true;
 }
@@ -220,14 +218,14 @@ void VideoPreviewThread::fastPreview()
     VideoEditor* editor = VideoEditor::instance();
     const double duration_s = editor->getVideoInformation(VideoEditor::VideoInfo_Duration) * 0.001;
     const auto times = getVideoCaptureFrameIndex(duration_s, editor->m_totalGrabCount);
-    const auto rotation = rotateTag(*m_handler->videoStream);
+    const auto turn = rotation();
     for (const double time : times) {
         if (!m_running || !getVideoFrameByTime(time))
             break;
         readMetaInfo();
         if (!convertPicture())
             break;
-        editor->grabImageFrame(thumbnail(rotation), m_grabIndex++, pictureTime(),
+        editor->grabImageFrame(thumbnail(turn), m_grabIndex++, pictureTime(),
                                m_handler->videoFrame->key_frame == 1);
     }
     editor->changeVideoInformation([](VideoFacts& facts) {
@@ -289,9 +287,14 @@ bool VideoPreviewThread::receivePicture()
 
 void VideoPreviewThread::readMetaInfo()
 {
-    if (const auto rotation = rotateTag(*m_handler->videoStream))
+    if (const auto turn = rotation())
         VideoEditor::instance()->changeVideoInformation(
-            [rotation](VideoFacts& facts) { facts.videoRotate = *rotation; });
+            [turn](VideoFacts& facts) { facts.videoRotate = *turn; });
+}
+
+std::optional<int> VideoPreviewThread::rotation() const
+{
+    return m_handler->videoFrame ? rotateTag(*m_handler->videoStream) : std::nullopt;
 }
 
 bool VideoPreviewThread::convertPicture()
@@ -311,14 +314,14 @@ bool VideoPreviewThread::convertPicture()
     return true;
 }
 
-QImage VideoPreviewThread::thumbnail(std::optional<int> rotation) const
+QImage VideoPreviewThread::thumbnail(std::optional<int> turn) const
 {
     QImage image(m_handler->rgbBuffer.get(), m_pictureSize.width(), m_pictureSize.height(),
                  m_handler->rgbFrame->linesize[0], QImage::Format_RGB32);
     QSize shown_size(-1, -1);
-    if (rotation) {
-        image = image.transformed(QTransform().rotate(*rotation, Qt::ZAxis), Qt::FastTransformation);
-        shown_size = *rotation % 180 == 0 ? m_pictureSize : m_pictureSize.transposed();
+    if (turn) {
+        image = image.transformed(QTransform().rotate(*turn, Qt::ZAxis), Qt::FastTransformation);
+        shown_size = *turn % 180 == 0 ? m_pictureSize : m_pictureSize.transposed();
     }
     return image.scaled(thumbnailSize(shown_size, VideoEditor::instance()->getSize()), Qt::IgnoreAspectRatio,
                         Qt::FastTransformation);
@@ -336,4 +339,9 @@ double VideoPreviewThread::pictureTime() const
 void VideoPreviewThread::cancel()
 {
     m_running = false;
+}
+
+int VideoPreviewThread::isCancelled(void* thread)
+{
+    return !static_cast<VideoPreviewThread*>(thread)->m_running;
 }

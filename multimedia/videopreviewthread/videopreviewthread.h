@@ -41,36 +41,40 @@ public:
     AVCodecContext* getAVCodecContext() const;
     /// Writes the rotation of the open file to the editor's facts; leaves them alone if there is none.
     void readMetaInfo();
-    /// Samples the open file on the calling thread.
+    /// Samples the open file on the calling thread; without one it ends at once.
     void fastPreview();
     /// Times of `count` samples in seconds, the first at 0, the last at `duration`.
     QList<double> getVideoCaptureFrameIndex(double duration, int count) const;
     /// Picture at or before a time. Null at the end of the file. It belongs to this object until the next
     /// call.
     AVFrame* getVideoFrameByTime(double seconds);
-    /// Ends sampling before the next picture. Any thread.
+    /// Ends sampling, or loading, at the next read. Any thread.
     void cancel();
 
 protected:
     void run() override;
 
 private:
+    /// Polled by FFmpeg's reads.
+    static int isCancelled(void* thread);
+
     bool openFile(const QString& file);
     void countStreams();
     bool openVideo();
     bool openAudio();
     bool makeConverter();
+    std::optional<int> rotation() const;
     bool decode(const AVPacket& packet);
     bool receivePicture();
     bool convertPicture();
-    QImage thumbnail(std::optional<int> rotation) const;
+    QImage thumbnail(std::optional<int> turn) const;
     double pictureTime() const;
 
     QString m_previewPath;
     qint64 m_grabIndex = 0;
-    const std::unique_ptr<FfmpegHandler> m_handler;
     /// Of the converted pictures.
     QSize m_pictureSize;
-    /// Sampling goes on: from `load` to `cancel` or the end.
+    /// Work goes on: from `load` to `cancel` or the end.
     std::atomic<bool> m_running{false};
+    const std::unique_ptr<FfmpegHandler> m_handler;
 };

@@ -61,6 +61,9 @@ head -c 4000 /dev/zero >nameonly.cdg
 for size in 1920x1080 1000x700 1001x700; do
     make -f lavfi -i "testsrc=s=$size:r=25:d=0.4" -c:v libx264 -pix_fmt yuv444p -qp 10 -g 5 "$size.mp4"
 done
+make -f lavfi -i "color=white:s=854x480:r=25:d=0.4" -c:v libx264 -pix_fmt yuv420p white.mp4
+# 108 million pixels in a few kilobytes.
+make -f lavfi -i color=black:s=12000x9000 -frames:v 1 -pix_fmt monob -c:v png huge.mov
 # Some 200 kilobytes a picture.
 make -f lavfi -i "testsrc=s=848x480:r=25:d=1,noise=alls=100:allf=t" -c:v mpeg4 -q:v 4 heavy.mkv
 make -i 1000x700.mp4 -c copy -metadata rotation=90 containerrotation.mkv
