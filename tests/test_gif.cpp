@@ -442,6 +442,14 @@ void TestGif::queue_runsInOrder_andRefusesAtOnce()
     handler.addCompressGif(ready);
     QTRY_COMPARE(results, (Results{{"a", true}}));
     QVERIFY(QFileInfo(path("ready.mp4")).size() > 0);
+
+    // Cancelled and given once more, it runs.
+    results.clear();
+    handler.addCompressGif(ready);
+    handler.cancelCompressGif("a");
+    QTRY_COMPARE(results, (Results{{"a", false}}));
+    handler.addCompressGif(ready);
+    QTRY_COMPARE(results, (Results{{"a", false}, {"a", true}}));
 }
 
 void TestGif::batch_readsItsMaps()

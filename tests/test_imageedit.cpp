@@ -16,6 +16,9 @@ using ImageEdit::ImageEditTask;
 
 namespace {
 
+/// Makes this program another one, which is to be ended at work.
+constexpr auto kEndWhileEditing = "--end-while-editing";
+
 /// No two pixels alike, so that a turn, a mirror or a shift by one pixel shows.
 QImage pattern(const QSize& size, int blue)
 {
@@ -75,6 +78,33 @@ void writeFile(const QString& path, const QByteArray& bytes)
     QCOMPARE(file.write(bytes), qint64(bytes.size()));
 }
 
+QByteArray contentOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+/// A picture that takes its time to be read and saved.
+QByteArray noisyPng()
+{
+    QImage image(1500, 1500, QImage::Format_RGB32);
+    QRandomGenerator(7).fillRange(reinterpret_cast<quint32*>(image.bits()), 1500 * 1500);
+    return ImageBytes::encoded(image, "PNG");
+}
+
+/// What this process has open in `folder`. A file that is being saved has another name, or none, until it is
+/// whole.
+QStringList openFilesIn(const QString& folder)
+{
+    QStringList result;
+    for (const QFileInfo& file :
+         QDir(QStringLiteral("/proc/self/fd")).entryInfoList(QDir::Files | QDir::System)) {
+        if (file.symLinkTarget().startsWith(folder + QLatin1Char('/')))
+            result += file.symLinkTarget();
+    }
+    return result;
+}
+
 /// The most address space that the process ever had.
 qint64 peakBytes()
 {
@@ -109,7 +139,8 @@ private Q_SLOTS:
     void edit_keepsFiles_whenItFails();
     void edit_keepsColouredDrawing_onGreyAndIndexedPictures_data();
     void edit_keepsColouredDrawing_onGreyAndIndexedPictures();
-    void task_reportsCancelled_andLeavesNoFile();
+    void task_reportsCancelled_andLeavesFilesAsTheyWere();
+    void edits_endWithTheApplication();
     void cancelEdit_neverDangles_whileEditsEnd();
     void doEdit_refusesRequest_withoutFile();
     void editImage_takesOnly_whatItMayEdit_data();
@@ -370,7 +401,7 @@ void TestImageEdit::edit_takesEveryKindOfPicture()
         QVERIFY(drawing.save(at("drawing@3x.png")));
         const QVariantMap info = cropped({0, 0, 1, 1}, {{"editedImagePath", at("drawing@3x.png")}});
         if (in_pool)
-            QCOMPARE(editInPool(at(name), at("out.png"), info), 0);
+            QCOMPARE(editInPool(QUrl::fromLocalFile(at(name)).toString(), at("out.png"), info), 0);
         else
             QVERIFY(editAtOnce(at(name), at("out.png"), info));
         const QImage result(at("out.png"));
@@ -441,9 +472,7 @@ void TestImageEdit::edit_keepsFiles_whenItFails()
         writeFile(at("out.unknown"), old);
         QCOMPARE(editInPool(at("source.png"), target, info), 2);
         QVERIFY(!QFile::exists(at("drawing.png")));
-        QFile kept(at("out.unknown"));
-        QVERIFY(kept.open(QIODevice::ReadOnly));
-        QCOMPARE(kept.readAll(), old);
+        QCOMPARE(contentOf(at("out.unknown")), old);
     }
     // Nothing was drawn on a picture that cannot be read.
     QVERIFY(corners({40, 20}).save(at("drawing.png")));
@@ -481,7 +510,7 @@ void TestImageEdit::edit_keepsColouredDrawing_onGreyAndIndexedPictures()
     QCOMPARE(result.pixelColor(4, 3), QColor(Qt::white));
 }
 
-void TestImageEdit::task_reportsCancelled_andLeavesNoFile()
+void TestImageEdit::task_reportsCancelled_andLeavesFilesAsTheyWere()
 {
     QVERIFY(corners({40, 20}).save(at("source.png")));
     const BaseFile file(QStringLiteral("id"), at("source.png"));
@@ -501,6 +530,53 @@ void TestImageEdit::task_reportsCancelled_andLeavesNoFile()
     QCOMPARE(spy.first().at(0).value<EditFileFilterPtr>(), filter);
     QCOMPARE(spy.first().at(1).toInt(), 1);
     QVERIFY(!QFile::exists(at("out.png")));
+
+    // Cancelled while it is saved in the place of its own source.
+    const QByteArray source = noisyPng();
+    writeFile(at("source.png"), source);
+    filter->savePath = at("source.png");
+    ImageEditTask saving(filter);
+    QSignalSpy report(&saving, &ImageEditTask::editFinish);
+    const std::unique_ptr<QThread> thread(QThread::create([&] { saving.run(); }));
+    thread->start();
+    const auto is_saving = [&] {
+        const QStringList open_files = openFilesIn(folder->path());
+        return !open_files.isEmpty() && !open_files.contains(at("source.png"));
+    };
+    while (!is_saving() && !thread->isFinished())
+        QThread::yieldCurrentThread();
+    saving.cancel();
+    QVERIFY(thread->wait());
+    QCOMPARE(report.first().at(1).toInt(), 1);
+    QCOMPARE(contentOf(at("source.png")), source);
+    QCOMPARE(QDir(folder->path()).entryList(QDir::Files).size(), 1);
+}
+
+/// Begins an edit, and ends the program while the picture is read.
+static int endWhileEditing(int argc, char** argv)
+{
+    const BaseFile file(QStringLiteral("id"), QString::fromLocal8Bit(argv[2]));
+    const QCoreApplication application(argc, argv);
+    auto filter = EditFileFilterPtr::create();
+    filter->file = const_cast<BaseFile*>(&file);
+    filter->savePath = QString::fromLocal8Bit(argv[3]);
+    filter->editInfo = cropped({0, 0, 1, 1});
+    ImageEditProvider::instance()->doEdit(filter);
+    while (openFilesIn(QFileInfo(file.filePath()).path()).isEmpty())
+        QThread::yieldCurrentThread();
+    return QFile::exists(filter->savePath) ? 1 : 0;
+}
+
+void TestImageEdit::edits_endWithTheApplication()
+{
+    writeFile(at("source.png"), noisyPng());
+    QProcess program;
+    program.start(QCoreApplication::applicationFilePath(),
+                  {kEndWhileEditing, at("source.png"), at("out.png")});
+    QVERIFY(program.waitForFinished());
+    QCOMPARE(program.exitStatus(), QProcess::NormalExit);
+    QVERIFY2(program.exitCode() == 0, program.readAllStandardError().constData());
+    QCOMPARE(QImage(at("out.png")), QImage(at("source.png")));
 }
 
 void TestImageEdit::cancelEdit_neverDangles_whileEditsEnd()
@@ -586,20 +662,12 @@ void TestImageEdit::editImage_takesOnly_whatItMayEdit()
 void TestImageEdit::setters_emit_onlyOnChange()
 {
     QSignalSpy rotation(provider, &ImageEditProvider::rotationChanged);
-    QSignalSpy mirrored(provider, &ImageEditProvider::mirroredChanged);
-    QVector<ImageEditProvider::ScaleMode> modes;
-    connect(provider, &ImageEditProvider::scaleModeChanged, this, [&](auto mode) { modes += mode; });
     QSignalSpy size(provider, &ImageEditProvider::imageSizeChanged);
     for (int i = 0; i < 2; ++i) {
-        provider->setMirrored(true);
-        provider->setScaleMode(ImageEditProvider::S_9_16);
         provider->setImageSize({3, 4});
         provider->setRotation(90.0);
         provider->setRotation(90.0 * (1.0 + 1e-13)); // as good as the same
     }
-    QCOMPARE(mirrored.size(), 1);
-    QCOMPARE(modes, {ImageEditProvider::S_9_16});
-    provider->disconnect(this);
     QCOMPARE(size.size(), 1);
     QCOMPARE(rotation.size(), 1);
     provider->setRotation(1e-15);
@@ -633,7 +701,7 @@ void TestImageEdit::editReset_restoresDefaults()
 void TestImageEdit::thumbnails_areMade_whereNeeded()
 {
     QVERIFY(corners({1280, 640}).save(at("large.png")));
-    const QString thumb = provider->readThumbImage(at("large.png"));
+    const QString thumb = provider->readThumbImage(QUrl::fromLocalFile(at("large.png")).toString());
     QVERIFY(thumb.startsWith(temporary.path()) && thumb.endsWith(QLatin1String(".png")));
     QVERIFY(thumb != at("large.png"));
     QCOMPARE(QImage(thumb).size(), QSize(640, 320));
@@ -646,5 +714,12 @@ void TestImageEdit::thumbnails_areMade_whereNeeded()
     QCOMPARE(provider->readThumbBytes(at("nowhere.png")), QString());
 }
 
-QTEST_GUILESS_MAIN(TestImageEdit)
+int main(int argc, char** argv)
+{
+    if (argc == 4 && qstrcmp(argv[1], kEndWhileEditing) == 0)
+        return endWhileEditing(argc, argv);
+    QCoreApplication application(argc, argv);
+    TestImageEdit test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "test_imageedit.moc"

@@ -339,7 +339,7 @@ int CompressGif::encodeDecoded(Conversion& conversion)
     const AVFrame* decoded = conversion.decoded.get();
     AVFrame* scaled = conversion.scaled.get();
     const Picture& from = input->picture;
-    if (++conversion.frame_count > kMaxTotalPixels / (int64_t(from.width) * from.height))
+    if (++conversion.frame_count * from.width * from.height > kMaxTotalPixels)
         return AVERROR_INVALIDDATA;
     if (decoded->format != from.format || decoded->width != from.width || decoded->height != from.height)
         return 0;

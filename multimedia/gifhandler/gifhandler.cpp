@@ -34,6 +34,7 @@ void GifHandler::addCompressGif(const GifHandlerContextPtr& context)
         return;
     }
     context->sync = false;
+    context->cancelled = false;
     m_queue.append(context);
     m_ids.insert(context->compressId);
     if (m_queue.size() == 1)

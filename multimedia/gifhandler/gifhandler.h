@@ -37,7 +37,7 @@ public:
     ~GifHandler() override;
 
     /// Appends a request that is ready. Its id is not looked at; its `sync` is taken back, since every
-    /// request of the queue reports.
+    /// request of the queue reports, and so is an earlier cancel.
     void addCompressGif(const GifHandlerContextPtr& context);
     /// Queues a request. An empty id, one that is in the queue already, a missing source or a destination
     /// folder that cannot be made give `sigCompressComplete(compressId, false)` before this returns.

@@ -4,7 +4,6 @@
 #include "multimedia/imageedit/imagefile.h"
 
 #include <QtCore/QFile>
-#include <QtGui/QImageReader>
 #include <QtGui/QPainter>
 #include <QtGui/QTransform>
 
@@ -87,9 +86,8 @@ QRect EditDescription::cropRect(const QSize& size) const
     return {left, top, width, height};
 }
 
-QImage EditDescription::readCropped(QImageReader& reader) const
+QImage EditDescription::readCropped(PictureReader& reader) const
 {
-    reader.setDecideFormatFromContent(true);
     const QRect crop = cropRect(reader.size());
     reader.setClipRect(crop);
     const int longest = std::max(crop.width(), crop.height());

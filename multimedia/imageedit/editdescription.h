@@ -4,9 +4,9 @@
 #include <QtCore/QVariantMap>
 #include <QtGui/QImage>
 
-class QImageReader;
-
 namespace ImageEdit {
+
+class PictureReader;
 
 /// What the user did to a picture, as the client writes it down.
 ///
@@ -24,7 +24,7 @@ struct EditDescription
 
     /// Reads the cropped part of the reader's file, its long side brought down to 2560 pixels. Null if it
     /// cannot be read.
-    QImage readCropped(QImageReader& reader) const;
+    QImage readCropped(PictureReader& reader) const;
 
     /// Mirrors and turns the picture and draws the overlay on it. The overlay's file is removed once it is
     /// drawn.

@@ -7,11 +7,11 @@
 #include "quillon/util.h"
 
 #include <QtConcurrent/QtConcurrentRun>
+#include <QtCore/QCoreApplication>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QStandardPaths>
 #include <QtGui/QImage>
-#include <QtGui/QImageReader>
 #include <QtQml/QQmlEngine>
 
 #include <utility>
@@ -24,9 +24,7 @@ constexpr int kEditStage = 5;
 
 QByteArray formatOf(const QString& path)
 {
-    QImageReader reader(path);
-    reader.setDecideFormatFromContent(true);
-    return reader.format();
+    return PictureReader(path).format();
 }
 
 bool isEditable(const QByteArray& format)
@@ -56,17 +54,26 @@ ImageEditProvider::ImageEditProvider()
     qRegisterMetaType<QString>("QString&"); // doEditSync is called from QML too
     m_editPool.setObjectName(QStringLiteral("image_edit_thread_pool"));
     connect(&m_faces, &QFutureWatcherBase::finished, this, &ImageEditProvider::onFacesDetected);
+    // Statics of Qt that the jobs need are gone before this object is.
+    qAddPostRoutine(finishJobs);
 }
 
 ImageEditProvider::~ImageEditProvider()
 {
-    m_editPool.clear();
-    m_editPool.waitForDone();
-    m_maskJob.cancel();
-    m_maskJob.waitForFinished();
-    m_faces.disconnect(this);
-    m_faces.cancel();
-    m_faces.waitForFinished();
+    finishJobs();
+    qRemovePostRoutine(finishJobs);
+}
+
+void ImageEditProvider::finishJobs()
+{
+    ImageEditProvider& self = *instance();
+    self.m_editPool.clear();
+    self.m_editPool.waitForDone();
+    self.m_maskJob.cancel();
+    self.m_maskJob.waitForFinished();
+    self.m_faces.disconnect(&self);
+    self.m_faces.cancel();
+    self.m_faces.waitForFinished();
 }
 
 void ImageEditProvider::doEdit(const EditFileFilterPtr& filterPtr)
@@ -91,7 +98,7 @@ void ImageEditProvider::onEditFinish(const EditFileFilterPtr& filter, int code)
 bool ImageEditProvider::doEditSync(const QString& srcPath, QString& desPath, const QVariantMap& editInfo)
 {
     const EditDescription description(editInfo);
-    QImageReader reader(description.usesMaskPhoto() ? description.mask_photo_path : srcPath);
+    PictureReader reader(description.usesMaskPhoto() ? description.mask_photo_path : srcPath);
     return saveImage(description.applied(description.readCropped(reader)), desPath);
 }
 
@@ -150,21 +157,21 @@ void ImageEditProvider::finishMask(const QString& file_path, const QString& blur
 QString ImageEditProvider::readThumbImage(const QString& srcPath)
 {
     const QString thumb_path = temporaryPath(formatOf(srcPath));
-    return Util::instance()->scaleThumbImage(srcPath, thumb_path, {640, 640}, 640, false) ? thumb_path
-                                                                                          : srcPath;
+    const bool is_made =
+        Util::instance()->scaleThumbImage(Util::toLocalFile(srcPath), thumb_path, {640, 640}, 640, false);
+    return is_made ? thumb_path : srcPath;
 }
 
 QString ImageEditProvider::readThumbBytes(const QString& thumbPath)
 {
     QByteArray bytes;
-    Util::scaleThumbBytes(thumbPath, 32, bytes);
+    Util::scaleThumbBytes(Util::toLocalFile(thumbPath), 32, bytes);
     return QString::fromUtf8(bytes.constData()); // up to the first NUL
 }
 
 void ImageEditProvider::editImage(const QString& srcPath, QSize)
 {
-    QImageReader reader(srcPath);
-    reader.setDecideFormatFromContent(true);
+    PictureReader reader(srcPath);
     reader.setAutoTransform(true);
     if (!isEditable(reader.format()) || !isReadable(reader.size()))
         return;

@@ -32,10 +32,11 @@ namespace ImageEdit {
 /// Only pictures whose content is JPEG, PNG or BMP, of at most 100 megapixels, are edited on screen; others
 /// are ignored. Sizes are looked at before pixels are read.
 ///
-/// One object, made on first use on the main thread, which owns it; it lives until the process ends. Getters
-/// may be called from any thread, all else on the owner's thread. The job behind `faceMaskDetect` emits
-/// `faceBlurChanged`, `faceBlurPathChanged` and `faceMaskFinished` on a thread of the global pool; other
-/// signals come on the owner's thread.
+/// One object, made on first use on the main thread, which owns it; it lives until the process ends. What is
+/// at work is waited for when the application object is destroyed; edits that have not begun are dropped.
+/// Getters may be called from any thread, all else on the owner's thread. The job behind `faceMaskDetect`
+/// emits `faceBlurChanged`, `faceBlurPathChanged` and `faceMaskFinished` on a thread of the global pool;
+/// other signals come on the owner's thread.
 class MULTIMEDIA_EXPORT ImageEditProvider : public QObject
 {
     Q_OBJECT
@@ -139,6 +140,9 @@ private:
 
     ImageEditProvider();
 
+    /// With the application or, where there is none, with this object: drops edits that have not begun and
+    /// waits for what is at work.
+    static void finishJobs();
     template<typename T>
     T read(T State::*member) const;
     template<typename T>

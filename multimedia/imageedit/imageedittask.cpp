@@ -3,9 +3,6 @@
 #include "multimedia/imageedit/editdescription.h"
 #include "multimedia/imageedit/imagefile.h"
 
-#include <QtCore/QFile>
-#include <QtGui/QImageReader>
-
 #include <utility>
 
 namespace ImageEdit {
@@ -35,20 +32,16 @@ int ImageEditTask::edit()
         // The blurred picture is taken whole here, neither cropped nor limited in size.
         image = loadImage(description.mask_photo_path);
     } else {
-        QImageReader reader(filter->file->filePath());
+        PictureReader reader(filter->file->filePath());
         image = description.readCropped(reader);
     }
     image = description.applied(std::move(image));
 
     if (*cancelled)
         return kCancelled;
-    const bool saved = saveImage(image, filter->savePath);
-    if (*cancelled) {
-        if (saved)
-            QFile::remove(filter->savePath);
-        return kCancelled;
-    }
-    return saved ? kDone : kFailed;
+    if (saveImage(image, filter->savePath, *cancelled))
+        return kDone;
+    return *cancelled ? kCancelled : kFailed;
 }
 
 } // namespace ImageEdit

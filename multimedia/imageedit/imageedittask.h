@@ -13,8 +13,8 @@ namespace ImageEdit {
 /// One edit of a picture file, done on a pool thread; the pool deletes the task when it has run.
 ///
 /// `cancel` may be called from any thread while the task lives. It is polled before the work, before the save
-/// and after it; a result that was already saved is removed then. The request is read by the pool thread
-/// only.
+/// and before what was saved takes its place; nothing is at the result's path then but what was there before.
+/// The request is read by the pool thread only.
 class ImageEditTask : public QObject, public QRunnable
 {
     Q_OBJECT

@@ -1,14 +1,20 @@
 #include "multimedia/imageedit/imagefile.h"
 
 #include "multimedia/base/warning.h"
+#include "quillon/util.h"
 
 #include <QtCore/QFileInfo>
 #include <QtCore/QSaveFile>
 #include <QtGui/QImage>
-#include <QtGui/QImageReader>
 #include <QtGui/QImageWriter>
 
 namespace ImageEdit {
+
+PictureReader::PictureReader(const QString& path_or_url)
+    : QImageReader(Util::toLocalFile(path_or_url))
+{
+    setDecideFormatFromContent(true);
+}
 
 bool isReadable(const QSize& size)
 {
@@ -20,7 +26,7 @@ bool isReadable(const QSize& size)
     return false;
 }
 
-QImage readImage(QImageReader& reader)
+QImage readImage(PictureReader& reader)
 {
     if (!isReadable(reader.size()))
         return {};
@@ -33,17 +39,17 @@ QImage readImage(QImageReader& reader)
 
 QImage loadImage(const QString& path)
 {
-    QImageReader reader(path);
-    reader.setDecideFormatFromContent(true);
+    PictureReader reader(path);
     return readImage(reader);
 }
 
-bool saveImage(const QImage& image, const QString& path)
+bool saveImage(const QImage& image, const QString& path, const std::atomic<bool>& cancelled)
 {
     QSaveFile file(path);
     if (image.isNull() || !file.open(QIODevice::WriteOnly))
         return false;
-    return QImageWriter(&file, QFileInfo(path).suffix().toLatin1()).write(image) && file.commit();
+    return QImageWriter(&file, QFileInfo(path).suffix().toLatin1()).write(image) && !cancelled &&
+           file.commit();
 }
 
 } // namespace ImageEdit

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <QtCore/QString>
+#include <QtGui/QImageReader>
+
+#include <atomic>
 
 class QImage;
-class QImageReader;
 class QSize;
 
 /// @file
@@ -17,20 +19,29 @@ namespace ImageEdit {
 /// Pictures of more pixels are refused with a log line; Qt 5 has no bound of its own.
 constexpr qint64 kMaxPixels = 100'000'000;
 
+/// Reads the picture at a path or a "file:" URL.
+class PictureReader : public QImageReader
+{
+public:
+    explicit PictureReader(const QString& path_or_url);
+};
+
 /// Whether a picture of `size` may be brought into memory; logs if it is too large. An empty size may not.
 bool isReadable(const QSize& size);
 
 /// What the reader gives, or a null image if its file, or the clip rectangle set on it, is too large.
 ///
 /// The device pixel ratio is 1 even if the file's name asks for another one.
-QImage readImage(QImageReader& reader);
+QImage readImage(PictureReader& reader);
 
-/// The whole picture at `path`, not turned as EXIF data ask, or a null image.
+/// The whole picture at a path or a "file:" URL, not turned as EXIF data ask, or a null image.
 QImage loadImage(const QString& path);
 
 /// Writes `image` in the format of the suffix of `path` at default quality.
 ///
 /// The file is there as a whole or, if false comes back, as it was before.
-bool saveImage(const QImage& image, const QString& path);
+///
+/// @param cancelled  if set, false comes back; looked at last before the file takes its place
+bool saveImage(const QImage& image, const QString& path, const std::atomic<bool>& cancelled = false);
 
 } // namespace ImageEdit

@@ -98,9 +98,11 @@ void VideoProvider::readyReadStandardError()
     const ConvertFileFilterPtr filter = m_convertQueue.first().second;
     const QVariant total = m_process.property(kDuration);
     if (total.isValid()) {
-        const int seconds =
-            secondsIn(toolcommand::onOneLine(text),
-                      QStringLiteral(".*frame=.*fps=.*q=.*size=.*time=(\\d{2}:\\d{2}:\\d{2})\\..*"));
+        const int seconds = secondsIn(
+            toolcommand::onOneLine(text),
+            // The first label of each kind will do: the text may hold thousands, from a file's tags.
+            QStringLiteral("^(?>.*?frame=)(?>.*?fps=)(?>.*?q=)(?>.*?size=)"
+                           ".*time=(\\d{2}:\\d{2}:\\d{2})\\..*"));
         if (seconds >= 0)
             Q_EMIT convertProgressChanged(filter, seconds, total.toInt());
         return;
@@ -162,7 +164,9 @@ int VideoProvider::readVideoRotation(QString filePath)
         toolcommand::standardErrorOf(QStringLiteral("%1 -hide_banner %2")
                                          .arg(toolcommand::quoted(toolPath("ffprobe")),
                                               toolcommand::quoted(toolcommand::inputPath(filePath)))));
-    text.replace(QRegularExpression(QStringLiteral(".* displaymatrix: rotation of ([-\\d]+).* degrees.*")),
+    // An expression that looks for the end itself takes minutes over a file whose tags repeat the beginning.
+    text.truncate(text.lastIndexOf(QLatin1String(" degrees")));
+    text.replace(QRegularExpression(QStringLiteral(".* displaymatrix: rotation of ([-\\d]+).*")),
                  QStringLiteral("\\1"));
     return text.toInt(nullptr, 10);
 }
