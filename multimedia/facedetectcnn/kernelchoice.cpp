@@ -67,7 +67,8 @@ std::atomic<const KernelFamily*> forced_family = nullptr;
 
 const std::vector<const KernelFamily*>& kernelFamilies()
 {
-    static const std::vector<const KernelFamily*> families = findFamilies();
+    // Never destroyed: a thread may still look for faces while the process ends.
+    static const auto& families = *new const std::vector<const KernelFamily*>(findFamilies());
     return families;
 }
 
