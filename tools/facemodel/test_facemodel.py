@@ -1,0 +1,137 @@
+#!/usr/bin/python3
+"""What can go wrong unseen while a model is made. FACELIST and PICTURE name the command of the build and a photograph."""
+
+import json
+import os
+import subprocess
+import tempfile
+import unittest
+from pathlib import Path
+
+import cv2
+import numpy as np
+import torch
+
+import boxes
+import data
+import integer
+import metrics
+from net import Net
+
+MODEL = Path(__file__).parent.parent.parent / "multimedia" / "facedetectcnn" / "facemodel.bin"
+
+
+def square(x, y, side):
+    return np.array([x - side / 2, y - side / 2, x + side / 2, y + side / 2], np.float32)
+
+
+class Priors(unittest.TestCase):
+    def test_lie_where_the_network_puts_them(self):
+        for width, height in ((64, 64), (80, 80), (179, 138), (480, 359), (65, 480)):
+            with torch.no_grad():
+                locations, _ = Net(normalised=False)(torch.zeros(1, 3, height, width))
+            self.assertEqual(len(boxes.priors(width, height)), locations.shape[1])
+        prior = boxes.priors(200, 100)
+        self.assertEqual(prior[0].tolist(), [4, 4, 10, 10])
+        self.assertEqual(prior[3 * 25].tolist(), [4, 12, 10, 10])
+
+    def test_code_boxes_and_landmarks_both_ways(self):
+        prior = boxes.priors(96, 96)[:40]
+        random = np.random.default_rng(1)
+        box = np.sort(random.uniform(0, 96, (40, 2, 2)), 1).reshape(40, 4) + [0, 0, 1, 1]
+        points = random.uniform(-10, 100, (40, 5, 2))
+        decoded, decoded_points = boxes.decode(boxes.encode(box, points, prior), prior)
+        np.testing.assert_allclose(decoded, box, atol=1e-4)
+        np.testing.assert_allclose(decoded_points, points, atol=1e-4)
+
+
+class Matching(unittest.TestCase):
+    def test_gives_each_face_a_prior_and_leaves_doubt_out(self):
+        prior = boxes.priors(480, 480)
+        landmarks = square(0, 0, 1).reshape(2, 2).repeat(3, 0)[:5] + 100
+        cases = {
+            "on a prior": (square(8 * 12.5, 8 * 12.5, 16), 1),
+            "small, between four cells": (square(160, 160, 9), 1),
+            "filling the picture": (square(240, 240, 480), 4),
+        }
+        for name, (box, fewest) in cases.items():
+            with self.subTest(name):
+                classes, targets, known = boxes.match([(box, landmarks, False)], prior)
+                positive = classes == boxes.FACE
+                self.assertGreaterEqual(positive.sum(), fewest)
+                decoded, _ = boxes.decode(targets[positive], prior[positive])
+                np.testing.assert_allclose(decoded, np.tile(box, (positive.sum(), 1)), atol=1e-2)
+                self.assertTrue(known[positive].all())
+                self.assertFalse(known[~positive].any())
+
+    def test_takes_an_ignored_face_for_neither(self):
+        prior = boxes.priors(480, 480)
+        box = square(100, 100, 48)
+        classes, _, _ = boxes.match([(box, None, True)], prior)
+        self.assertFalse((classes == boxes.FACE).any())
+        same = boxes.overlaps(boxes.corners(prior), box[None])[:, 0] > 0.5
+        self.assertTrue(same.any())
+        self.assertTrue((classes[same] == boxes.IGNORED).all())
+
+    def test_counts_no_landmarks_where_none_are_known(self):
+        _, _, known = boxes.match([(square(100, 100, 32), None, False)], boxes.priors(200, 200))
+        self.assertFalse(known.any())
+
+
+class Counting(unittest.TestCase):
+    def test_hits_a_face_once(self):
+        faces = [data.Face(square(50, 50, 40), None, False), data.Face(square(150, 50, 40), None, True)]
+        found = np.stack([square(51, 50, 40), square(49, 50, 40), square(150, 50, 40), square(50, 150, 40)])
+        tally, best = metrics.count(faces, np.array([0.8, 0.9, 0.99, 0.7]), found, np.zeros((4, 5, 2)))
+        self.assertEqual(sorted(tally.hits), [(0.7, 0), (0.8, 0), (0.9, 1)])
+        self.assertEqual((tally.faces, best), (1, [0.9, None]))
+
+    def test_measures_the_area_under_the_curve(self):
+        tally = metrics.Tally(faces=4, hits=[(0.9, 1), (0.8, 0), (0.7, 1), (0.6, 0)])
+        self.assertAlmostEqual(tally.average_precision(), 0.25 * 1 + 0.25 * 2 / 3)
+
+
+class Integers(unittest.TestCase):
+    def test_factors_change_nothing_but_rounding(self):
+        torch.manual_seed(1)
+        net = Net(normalised=False).double().eval()
+        with torch.no_grad():
+            for layer in net.table():
+                layer.weight.normal_(0, (2 / layer.weight[0].numel()) ** 0.5)
+                layer.bias.uniform_(-0.1, 0.1)
+        whole = integer.IntegerNet.of(net, integer.factors(net.table())).double()
+        for layer in whole.table():
+            self.assertLessEqual(float(layer.weight.detach().abs().max()), 3 * integer.LARGEST_WEIGHT)
+        picture = np.random.default_rng(2).integers(0, 256, (1, 96, 96, 3), dtype=np.uint8)
+        with torch.no_grad():
+            for found, wanted in zip(whole(whole.as_input(picture).double()), net(net.as_input(picture).double())):
+                self.assertLess(float((found - wanted).pow(2).mean().sqrt()), 0.15 * float(wanted.pow(2).mean().sqrt()))
+
+    def test_a_file_comes_back_as_it_was_written(self):
+        file = MODEL.read_bytes()
+        self.assertEqual(integer.pack(integer.unpack(file)), file)
+        with self.assertRaises(ValueError):
+            integer.unpack(file[:-1] + bytes([file[-1] ^ 1]))
+
+    def test_the_network_here_finds_what_the_library_finds(self):
+        # Small enough for the library to take it unscaled.
+        picture = np.ascontiguousarray(cv2.imread(os.environ["PICTURE"])[:320, 96:416])
+        net = integer.IntegerNet.of_rows(integer.unpack(MODEL.read_bytes())).double()
+        with torch.no_grad():
+            locations, logits = net(net.as_input(picture[None]).double())
+        height, width = picture.shape[:2]
+        scores, box, points = boxes.detections(
+            locations[0].numpy(), torch.softmax(logits, -1)[0, :, 1].numpy(), width, height)
+        with tempfile.NamedTemporaryFile(suffix=".png") as file:
+            cv2.imwrite(file.name, picture)
+            run = subprocess.run([os.environ["FACELIST"]], input=file.name + "\n", stdout=subprocess.PIPE, text=True, check=True)
+        faces = np.array(json.loads(run.stdout)["faces"]).reshape(-1, 15)
+        self.assertGreater(len(faces), 0)
+        self.assertEqual(len(faces), len(scores))
+        np.testing.assert_allclose(faces[:, 0], scores, atol=1e-3)
+        np.testing.assert_allclose(faces[:, 1:3], box[:, :2], atol=0.6)
+        np.testing.assert_allclose(faces[:, 5:], points.reshape(-1, 10), atol=1.1)
+
+
+if __name__ == "__main__":
+    unittest.main()
