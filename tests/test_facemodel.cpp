@@ -1,0 +1,208 @@
+#include "multimedia/facedetect/facedetect.h"
+#include "multimedia/facedetectcnn/kernelchoice.h"
+
+#include <QtGui/QImage>
+#include <QtGui/QPainter>
+#include <QtTest/QtTest>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+// What the model in the library is worth on photographs that anyone may have. How good it is stands in
+// docs/facemodel.md.
+
+namespace {
+
+QImage photo(const char* name)
+{
+    return QImage(QStringLiteral(TEST_DATA_DIR "/photos/") + QLatin1String(name))
+        .convertToFormat(QImage::Format_RGB32);
+}
+
+/// Around the portrait's face, brows to chin, in its own pixels.
+const QRect kPortraitFace(178, 70, 94, 112);
+
+struct Person
+{
+    QPointF centre; ///< of the face, in pixels of the group's picture
+    double height;  ///< of the face, in pixels
+    double turn;    ///< degrees
+    bool isMirrored;
+    double light; ///< 1 as it was taken
+};
+
+const std::vector<Person> kPeople = {
+    {{75, 100}, 75, 0, false, 1.0},   {{190, 95}, 60, 0, true, 0.55},   {{300, 105}, 50, 12, false, 1.0},
+    {{400, 100}, 66, -12, true, 1.3}, {{80, 255}, 40, 0, true, 0.8},    {{185, 260}, 30, 0, false, 1.0},
+    {{290, 255}, 24, 0, true, 1.0},   {{395, 255}, 85, -6, false, 0.7},
+};
+
+/// A picture of 480x360 with the portrait's face in it many times.
+QImage group()
+{
+    const QImage portrait = photo("astronaut.jpg");
+    QImage image(480, 360, QImage::Format_RGB32);
+    image.fill(QColor(96, 110, 104));
+    QPainter painter(&image);
+    painter.setRenderHint(QPainter::SmoothPixmapTransform);
+    for (const Person& person : kPeople) {
+        const QRect piece = kPortraitFace.adjusted(-45, -55, 45, 45);
+        QImage face = portrait.copy(piece).mirrored(person.isMirrored, false);
+        for (int y = 0; y < face.height(); ++y) {
+            auto* line = reinterpret_cast<QRgb*>(face.scanLine(y));
+            std::transform(line, line + face.width(), line, [&](QRgb pixel) {
+                const auto lit = [&](int value) {
+                    return std::min(255, static_cast<int>(value * person.light));
+                };
+                return qRgb(lit(qRed(pixel)), lit(qGreen(pixel)), lit(qBlue(pixel)));
+            });
+        }
+        const double scale = person.height / kPortraitFace.height();
+        face = face.scaled(face.size() * scale, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+        painter.save();
+        painter.translate(person.centre);
+        painter.rotate(person.turn);
+        painter.drawImage(QPointF(-face.width() / 2.0, -face.height() / 2.0), face);
+        painter.restore();
+    }
+    return image;
+}
+
+QRectF boxOf(const FaceRect_& face)
+{
+    return {qreal(face.x), qreal(face.y), qreal(face.w), qreal(face.h)};
+}
+
+bool isSame(const std::vector<FaceRect_>& a, const std::vector<FaceRect_>& b)
+{
+    return a.size() == b.size() &&
+           (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(a[0])) == 0);
+}
+
+/// How many of the faces the blur hides; they are the first.
+int credible(const std::vector<FaceRect_>& faces)
+{
+    const double bar = std::pow(0.95, faces.size());
+    return static_cast<int>(
+        std::count_if(faces.begin(), faces.end(), [&](const FaceRect_& face) { return face.score > bar; }));
+}
+
+/// Mean difference of neighbouring pixels inside `area`: what is left of detail.
+double detail(const QImage& image, const QRect& area)
+{
+    double sum = 0.0;
+    for (int y = area.top(); y < area.bottom(); ++y) {
+        for (int x = area.left(); x < area.right(); ++x)
+            sum += std::abs(qGray(image.pixel(x, y)) - qGray(image.pixel(x + 1, y)));
+    }
+    return sum / area.width() / area.height();
+}
+
+} // namespace
+
+class TestFaceModel : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanup() { facedetectcnn::forceKernelFamily(nullptr); }
+
+    void portrait_isOneFace_withItsLandmarks_data();
+    void portrait_isOneFace_withItsLandmarks();
+    void everyFamily_findsSameFaces();
+    void picturesWithoutPeople_stayAsTheyAre_data();
+    void picturesWithoutPeople_stayAsTheyAre();
+    void blur_hidesEveryFace_ofGroup();
+};
+
+void TestFaceModel::portrait_isOneFace_withItsLandmarks_data()
+{
+    QTest::addColumn<QRect>("piece");
+    QTest::addColumn<int>("size");
+    QTest::newRow("as it was taken") << QRect(0, 0, 512, 512) << 512;
+    QTest::newRow("in small") << QRect(0, 0, 512, 512) << 160;
+    QTest::newRow("large, shrunk by the library") << QRect(0, 0, 512, 512) << 1600;
+    QTest::newRow("face that fills the picture") << kPortraitFace.adjusted(-24, -12, 24, 12) << 480;
+    QTest::newRow("face that fills a small picture") << kPortraitFace.adjusted(-24, -12, 24, 12) << 128;
+}
+
+void TestFaceModel::portrait_isOneFace_withItsLandmarks()
+{
+    QFETCH(QRect, piece);
+    QFETCH(int, size);
+    const QImage image = photo("astronaut.jpg")
+                             .copy(piece)
+                             .scaled(size, size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    const std::vector<FaceRect_> faces = multimedia::faceDetect(image);
+    QCOMPARE(credible(faces), 1);
+
+    // All in the portrait's own pixels.
+    const double seen = std::min(size, 480);
+    const auto toPortrait = QTransform::fromScale(piece.width() / seen, piece.height() / seen) *
+                            QTransform::fromTranslate(piece.x(), piece.y());
+    const QRectF box = toPortrait.mapRect(boxOf(faces[0]));
+    const QRectF shared = box & QRectF(kPortraitFace);
+    const double together = box.width() * box.height() + kPortraitFace.width() * kPortraitFace.height() -
+                            shared.width() * shared.height();
+    QVERIFY2(shared.width() * shared.height() > 0.6 * together,
+             qPrintable(
+                 QStringLiteral("%1 %2 %3 %4").arg(box.x()).arg(box.y()).arg(box.width()).arg(box.height())));
+    const std::array<QPointF, 5> expected = {QPointF(203, 100), QPointF(246, 103), QPointF(222, 128),
+                                             QPointF(206, 141), QPointF(244, 141)};
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        const QPointF found = toPortrait.map(QPointF(faces[0].lm[2 * i], faces[0].lm[2 * i + 1]));
+        QVERIFY2(std::hypot(found.x() - expected[i].x(), found.y() - expected[i].y()) < 10,
+                 qPrintable(QStringLiteral("%1: %2 %3").arg(i).arg(found.x()).arg(found.y())));
+    }
+}
+
+void TestFaceModel::everyFamily_findsSameFaces()
+{
+    const QImage image = group();
+    const std::vector<FaceRect_> faces = multimedia::faceDetect(image);
+    QCOMPARE(credible(faces), int(kPeople.size()));
+    for (const facedetectcnn::KernelFamily* family : facedetectcnn::kernelFamilies()) {
+        facedetectcnn::forceKernelFamily(family);
+        QVERIFY2(isSame(multimedia::faceDetect(image), faces), family->name);
+    }
+}
+
+void TestFaceModel::picturesWithoutPeople_stayAsTheyAre_data()
+{
+    QTest::addColumn<QImage>("image");
+    for (const char* name : {"rocket.jpg", "coffee.jpg", "cat.jpg"})
+        QTest::newRow(name) << photo(name);
+    QImage black(480, 360, QImage::Format_RGB32);
+    black.fill(Qt::black);
+    QTest::newRow("black") << black;
+    QImage white = black;
+    white.fill(Qt::white);
+    QTest::newRow("white") << white;
+}
+
+void TestFaceModel::picturesWithoutPeople_stayAsTheyAre()
+{
+    QFETCH(QImage, image);
+    QCOMPARE(multimedia::faceMask(image), image);
+}
+
+void TestFaceModel::blur_hidesEveryFace_ofGroup()
+{
+    const QImage image = group();
+    const QImage blurred = multimedia::faceMask(image);
+    for (const Person& person : kPeople) {
+        const double side = person.height * 0.5;
+        const QRect inner =
+            QRectF(person.centre.x() - side / 2, person.centre.y() - side / 2, side, side).toRect();
+        QVERIFY2(detail(blurred, inner) < 0.35 * detail(image, inner),
+                 qPrintable(QStringLiteral("%1,%2: %3 of %4")
+                                .arg(inner.x())
+                                .arg(inner.y())
+                                .arg(detail(blurred, inner))
+                                .arg(detail(image, inner))));
+    }
+}
+
+QTEST_GUILESS_MAIN(TestFaceModel)
+#include "test_facemodel.moc"
