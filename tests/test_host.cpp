@@ -299,8 +299,6 @@ void TestHost::voice_recordsAndPlays_inVoice()
 
 void TestHost::voice_becomesText()
 {
-    if (RecordEngine::staticMetaObject.indexOfMethod("recognizeFile(QString,QString,QString)") < 0)
-        QSKIP("the library does not recognise speech");
     show("voice");
     scene->item("voices").setProperty("currentIndex", 0);
     scene->click(QStringLiteral("recordVoice"));
@@ -361,18 +359,20 @@ void TestHost::player_showsTags_playsSeeksAndPauses()
     QTRY_VERIFY(scene->value("soundTransport", "position").toDouble() > 100);
     QVERIFY(qAbs(scene->value("soundTransport", "duration").toDouble() - 12000) < 200);
 
-    scene->click(scene->at("seek", 0.75, 0.5));
-    QTRY_VERIFY(scene->value("soundTransport", "position").toDouble() > 8000);
+    scene->click(scene->at("seek", 0.5, 0.5));
+    QTRY_VERIFY(scene->value("soundTransport", "position").toDouble() > 5000);
+    scene->click(QStringLiteral("play"));
+    QVERIFY(!scene->value("soundTransport", "playing").toBool());
+    const double paused_at = scene->value("soundTransport", "position").toDouble();
     scene->choose("speed", 2); // from 1 to 1.5
     QCOMPARE(scene->value("speed", "currentText").toString(), QString("1.5"));
     scene->shoot("player");
-    scene->click(QStringLiteral("play"));
-    const double paused_at = scene->value("soundTransport", "position").toDouble();
-    QVERIFY(!scene->value("soundTransport", "playing").toBool());
+    QCOMPARE(scene->value("soundTransport", "position").toDouble(), paused_at);
     scene->click(QStringLiteral("play"));
     QTRY_VERIFY(scene->value("soundTransport", "position").toDouble() > paused_at);
-    // It comes to its end, and begins anew from there.
-    QTRY_VERIFY_WITH_TIMEOUT(!scene->value("soundTransport", "playing").toBool(), 10'000);
+    scene->click(scene->at("seek", 0.9, 0.5));
+    // It comes to its end, and would begin anew from there.
+    QTRY_VERIFY_WITH_TIMEOUT(!scene->value("soundTransport", "playing").toBool(), 20'000);
     QTRY_COMPARE(scene->value("soundTransport", "position").toDouble(), 0.0);
 }
 
