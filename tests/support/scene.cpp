@@ -6,6 +6,7 @@
 #include <QtQuick/QQuickItem>
 #include <QtQuick/QQuickWindow>
 #include <QtTest/QtTest>
+#include <QtWidgets/QAbstractItemView>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QFileDialog>
 #include <QtWidgets/QLineEdit>
@@ -130,10 +131,19 @@ void Scene::answerFileDialog(const QString& path)
         qFatal("no file dialog opens");
     if (dialog->acceptMode() == QFileDialog::AcceptOpen && !QFileInfo::exists(path))
         qFatal("there is no %s", qPrintable(path)); // the dialog would say so, and wait
-    // What was chosen in another folder before would win over what is typed.
+    // What is selected in the list wins over what is typed, and a file chosen before is selected again
+    // whenever the folder's listing arrives.
     dialog->setDirectory(QFileInfo(path).path());
     auto* name = dialog->findChild<QLineEdit*>();
-    name->setText(QFileInfo(path).fileName());
+    const auto isTaken = [&] {
+        for (QAbstractItemView* list : dialog->findChildren<QAbstractItemView*>())
+            list->clearSelection();
+        name->setText(QFileInfo(path).fileName());
+        const QStringList taken = dialog->selectedFiles();
+        return taken.size() == 1 && QFileInfo(taken.first()) == QFileInfo(path);
+    };
+    if (!QTest::qWaitFor(isTaken))
+        qFatal("the file dialog does not select %s", qPrintable(path));
     QTest::keyClick(name, Qt::Key_Return);
     if (!QTest::qWaitFor([dialog] { return !dialog->isVisible(); }))
         qFatal("the file dialog does not take %s", qPrintable(path));
