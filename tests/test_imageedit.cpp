@@ -3,6 +3,7 @@
 #include "multimedia/imageedit/imageedittask.h"
 #include "tests/support/imagebytes.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/process.h"
 
 #include <QtGui/QImage>
 #include <QtGui/QPainter>
@@ -71,13 +72,6 @@ QVariantMap cropped(const QRectF& part, QVariantMap others = {})
     return others;
 }
 
-void writeFile(const QString& path, const QByteArray& bytes)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), qint64(bytes.size()));
-}
-
 QByteArray contentOf(const QString& path)
 {
     QFile file(path);
@@ -105,19 +99,9 @@ QStringList openFilesIn(const QString& folder)
     return result;
 }
 
-/// The most address space that the process ever had.
-qint64 peakBytes()
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    status.open(QIODevice::ReadOnly);
-    const QString text = QString::fromLatin1(status.readAll());
-    static const QRegularExpression peak(QStringLiteral("VmPeak:\\s*(\\d+) kB"));
-    return peak.match(text).captured(1).toLongLong() * 1024;
-}
-
 } // namespace
 
-/// Edits of files, and the properties as native code sees them.
+/// Edits of files.
 class TestImageEdit : public QObject
 {
     Q_OBJECT
@@ -143,11 +127,6 @@ private Q_SLOTS:
     void edits_endWithTheApplication();
     void cancelEdit_neverDangles_whileEditsEnd();
     void doEdit_refusesRequest_withoutFile();
-    void editImage_takesOnly_whatItMayEdit_data();
-    void editImage_takesOnly_whatItMayEdit();
-    void setters_emit_onlyOnChange();
-    void editReset_restoresDefaults();
-    void thumbnails_areMade_whereNeeded();
 
 private:
     QString at(const QString& name) const { return folder->filePath(name); }
@@ -393,7 +372,7 @@ void TestImageEdit::edit_takesEveryKindOfPicture()
     QFETCH(QByteArray, content);
     QFETCH(QString, name);
     QFETCH(QSize, expected);
-    writeFile(at(name), content);
+    ImageBytes::write(at(name), content);
     QImage drawing(expected, QImage::Format_ARGB32);
     drawing.fill(Qt::transparent);
     drawing.setPixelColor(expected.width() - 1, expected.height() - 1, Qt::cyan);
@@ -436,8 +415,8 @@ void TestImageEdit::edit_fails_whenFileIsBad()
 {
     QFETCH(QByteArray, content);
     QFETCH(QVariantMap, info);
-    writeFile(at("bad.png"), content);
-    writeFile(at("good.png"), ImageBytes::encoded(pattern({100, 100}, 3), "PNG"));
+    ImageBytes::write(at("bad.png"), content);
+    ImageBytes::write(at("good.png"), ImageBytes::encoded(pattern({100, 100}, 3), "PNG"));
     const qint64 before = peakBytes();
     QCOMPARE(editInPool(at("bad.png"), at("out.png"), info), 2);
     QVERIFY(!editAtOnce(at("bad.png"), at("out.png"), info));
@@ -455,7 +434,7 @@ void TestImageEdit::edit_keepsFiles_whenItFails()
 {
     const QByteArray old("what was here before");
     QVERIFY(corners({40, 20}).save(at("source.png")));
-    writeFile(at("drawing.png"), ImageBytes::boastfulPng(60000));
+    ImageBytes::write(at("drawing.png"), ImageBytes::boastfulPng(60000));
     QVariantMap info = cropped({0, 0, 1, 1}, {{"editedImagePath", at("drawing.png")}});
 
     // A drawing that cannot be read is left where it is.
@@ -469,7 +448,7 @@ void TestImageEdit::edit_keepsFiles_whenItFails()
     // It is gone once it was drawn, even if the save fails; and what the target's place held stays.
     for (const QString& target : {at("missing/out.png"), at("out.unknown")}) {
         QVERIFY(corners({40, 20}).save(at("drawing.png")));
-        writeFile(at("out.unknown"), old);
+        ImageBytes::write(at("out.unknown"), old);
         QCOMPARE(editInPool(at("source.png"), target, info), 2);
         QVERIFY(!QFile::exists(at("drawing.png")));
         QCOMPARE(contentOf(at("out.unknown")), old);
@@ -533,7 +512,7 @@ void TestImageEdit::task_reportsCancelled_andLeavesFilesAsTheyWere()
 
     // Cancelled while it is saved in the place of its own source.
     const QByteArray source = noisyPng();
-    writeFile(at("source.png"), source);
+    ImageBytes::write(at("source.png"), source);
     filter->savePath = at("source.png");
     ImageEditTask saving(filter);
     QSignalSpy report(&saving, &ImageEditTask::editFinish);
@@ -569,7 +548,7 @@ static int endWhileEditing(int argc, char** argv)
 
 void TestImageEdit::edits_endWithTheApplication()
 {
-    writeFile(at("source.png"), noisyPng());
+    ImageBytes::write(at("source.png"), noisyPng());
     QProcess program;
     program.start(QCoreApplication::applicationFilePath(),
                   {kEndWhileEditing, at("source.png"), at("out.png")});
@@ -616,102 +595,6 @@ void TestImageEdit::doEdit_refusesRequest_withoutFile()
     provider->doEdit({});
     provider->doEdit(EditFileFilterPtr::create());
     QCOMPARE(log.count("[doEdit]:\trequest names no file"), 2);
-}
-
-void TestImageEdit::editImage_takesOnly_whatItMayEdit_data()
-{
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QSize>("size"); ///< invalid if ignored
-    const QImage image = corners({96, 64});
-    const QByteArray gif = QByteArray::fromBase64("R0lGODlhAQABAIAAAP///wAAACwAAAAAAQABAAACAkQBADs=");
-    const QByteArray png = ImageBytes::encoded(image, "PNG");
-    QTest::newRow("PNG") << png << "a.png" << QSize(96, 64);
-    QTest::newRow("JPEG") << ImageBytes::encoded(image, "JPEG") << "a" << QSize(96, 64);
-    QTest::newRow("BMP called GIF") << ImageBytes::encoded(image, "BMP") << "a.gif" << QSize(96, 64);
-    QTest::newRow("PNG cut short") << png.left(png.size() / 2) << "a.png" << QSize(96, 64);
-    QTest::newRow("GIF called PNG") << gif << "a.png" << QSize();
-    QTest::newRow("GIF and PNG") << gif + png << "a.png" << QSize();
-    QTest::newRow("PPM") << ImageBytes::encoded(image, "PPM") << "a.png" << QSize();
-    QTest::newRow("nothing") << QByteArray() << "a.png" << QSize();
-    QTest::newRow("PNG of 60000x60000") << ImageBytes::boastfulPng(60000) << "a.png" << QSize();
-    QTest::newRow("BMP of 20000x20000") << ImageBytes::boastfulBmp(20000) << "a.bmp" << QSize();
-}
-
-void TestImageEdit::editImage_takesOnly_whatItMayEdit()
-{
-    QFETCH(QByteArray, content);
-    QFETCH(QString, name);
-    QFETCH(QSize, size);
-    writeFile(at(name), content);
-    QVERIFY(corners({80, 80}).save(at("before.png")));
-    provider->editImage(at("before.png"));
-    provider->setRotation(45.0);
-    QSignalSpy sizes(provider, &ImageEditProvider::imageSizeChanged);
-    const qint64 before = peakBytes();
-
-    provider->editImage(at(name), QSize(3, 3));
-    QCOMPARE(provider->srcPath(), at(size.isValid() ? name : "before.png"));
-    QCOMPARE(provider->imageSize(), size.isValid() ? size : QSize(80, 80));
-    QCOMPARE(provider->rotation(), size.isValid() ? 0.0 : 45.0);
-    QCOMPARE(sizes.size(), size.isValid() ? 2 : 0); // reset, then set
-
-    QVERIFY(peakBytes() - before < 500'000'000);
-}
-
-void TestImageEdit::setters_emit_onlyOnChange()
-{
-    QSignalSpy rotation(provider, &ImageEditProvider::rotationChanged);
-    QSignalSpy size(provider, &ImageEditProvider::imageSizeChanged);
-    for (int i = 0; i < 2; ++i) {
-        provider->setImageSize({3, 4});
-        provider->setRotation(90.0);
-        provider->setRotation(90.0 * (1.0 + 1e-13)); // as good as the same
-    }
-    QCOMPARE(size.size(), 1);
-    QCOMPARE(rotation.size(), 1);
-    provider->setRotation(1e-15);
-    provider->setRotation(0.0); // nothing is nearly zero
-    QCOMPARE(rotation.size(), 3);
-}
-
-void TestImageEdit::editReset_restoresDefaults()
-{
-    QVERIFY(corners({96, 64}).save(at("source.png")));
-    provider->editImage(at("source.png"));
-    provider->setRotation(10.0);
-    provider->setMirrored(true);
-    provider->setScaleMode(ImageEditProvider::S_1_1);
-    provider->setFaceBlurEnabled(true);
-    provider->setFaceBlur(true);
-    QSignalSpy size(provider, &ImageEditProvider::imageSizeChanged);
-    QSignalSpy rotation(provider, &ImageEditProvider::rotationChanged);
-    provider->editReset();
-    provider->editReset();
-    QCOMPARE(size.size(), 1);
-    QCOMPARE(rotation.size(), 1);
-    QCOMPARE(provider->srcPath(), QString());
-    QCOMPARE(provider->imageSize(), QSize(-1, -1));
-    QCOMPARE(provider->rotation(), 0.0);
-    QVERIFY(!provider->mirrored() && !provider->faceBlurEnabled() && !provider->faceBlur());
-    QCOMPARE(provider->scaleMode(), ImageEditProvider::S_ORIGINAL);
-    QCOMPARE(provider->faceBlurPath(), QString());
-}
-
-void TestImageEdit::thumbnails_areMade_whereNeeded()
-{
-    QVERIFY(corners({1280, 640}).save(at("large.png")));
-    const QString thumb = provider->readThumbImage(QUrl::fromLocalFile(at("large.png")).toString());
-    QVERIFY(thumb.startsWith(temporary.path()) && thumb.endsWith(QLatin1String(".png")));
-    QVERIFY(thumb != at("large.png"));
-    QCOMPARE(QImage(thumb).size(), QSize(640, 320));
-    QVERIFY(corners({64, 64}).save(at("small.png")));
-    QCOMPARE(provider->readThumbImage(at("small.png")), at("small.png"));
-    QCOMPARE(provider->readThumbImage(at("nowhere.png")), at("nowhere.png"));
-
-    const QString bytes = provider->readThumbBytes(thumb);
-    QCOMPARE(QImage::fromData(QByteArray::fromBase64(bytes.toLatin1())).size(), QSize(32, 16));
-    QCOMPARE(provider->readThumbBytes(at("nowhere.png")), QString());
 }
 
 int main(int argc, char** argv)

@@ -9,6 +9,22 @@
 #include <QtCore/QPointer>
 #include <QtCore/QThread>
 
+namespace {
+
+GifHandlerContextPtr compression(const QString& compressId, const QString& srcFilePath,
+                                 const QString& destFilePath, GifCompressLevel level, const QSize& targetSize)
+{
+    auto context = GifHandlerContextPtr::create();
+    context->compressId = compressId;
+    context->srcFilePath = srcFilePath;
+    context->targetSize = targetSize;
+    context->destFilePath = destFilePath;
+    context->compressLevel = level;
+    return context;
+}
+
+} // namespace
+
 GifHandler::GifHandler(QObject* parent)
     : QObject(parent)
     , m_syncCompress(std::make_unique<CompressGif>())
@@ -49,13 +65,7 @@ void GifHandler::compressGif(const QString& compressId, const QString& srcFilePa
         Q_EMIT sigCompressComplete(compressId, false);
         return;
     }
-    const auto context = GifHandlerContextPtr::create();
-    context->compressId = compressId;
-    context->srcFilePath = srcFilePath;
-    context->targetSize = targetSize;
-    context->destFilePath = destFilePath;
-    context->compressLevel = level;
-    addCompressGif(context);
+    addCompressGif(compression(compressId, srcFilePath, destFilePath, level, targetSize));
 }
 
 void GifHandler::compressBatchGifs(const QVariant& value)
@@ -74,13 +84,7 @@ void GifHandler::compressBatchGifs(const QVariant& value)
 bool GifHandler::compressGifSync(const QString& compressId, const QString& srcFilePath,
                                  const QString& destFilePath, GifCompressLevel level, const QSize& targetSize)
 {
-    const auto context = GifHandlerContextPtr::create();
-    context->compressId = compressId;
-    context->srcFilePath = srcFilePath;
-    context->targetSize = targetSize;
-    context->destFilePath = destFilePath;
-    context->compressLevel = level;
-    return runSync(context);
+    return runSync(compression(compressId, srcFilePath, destFilePath, level, targetSize));
 }
 
 bool GifHandler::gifTranscodeToMP4(const QString& compressId, const QString& srcFilePath,
