@@ -11,6 +11,8 @@ import numpy as np
 
 # How often a source is drawn from, for pictures that show faces.
 SOURCE_WEIGHT = {"maskon": 4.0, "mtfl": 2.5, "udacity": 2.0, "utk": 2.0, "wider": 1.6, "f8k": 1.6, "bikes": 1.6, "imnet": 0.8, "bsds": 0.7}
+# How often a whole photo with several faces is drawn from a source.
+CROWD_WEIGHT = {"maskon": 3.0, "wider": 2.5, "bikes": 2.5, "f8k": 2.0, "bsds": 1.0, "imnet": 0.7}
 LARGEST_EMPTY_PICTURE = 320  # pixels of the long side: pictures without faces serve as backgrounds only
 SMALLEST_FACE = 8.0  # pixels; a smaller face is neither face nor background
 LARGE_FACE = 100.0  # pixels; from here on a face may be blown up until it fills a picture
@@ -73,25 +75,36 @@ def load(folder, split):
     return sources
 
 
+def load_pixels(folder, split):
+    """load(), with all pictures decoded and kept."""
+    sources = load(folder, split)
+    for photos in sources.values():
+        for photo in photos:
+            photo.keep_pixels()
+    return sources
+
+
 class Composer:
     """Draws training pictures: single faces, mosaics, crowded scenes, scattered cut-outs, and pictures without a face."""
 
     def __init__(self, sources):
-        self.by_source, weights = [], []
-        self.empty, self.crowds = [], []
+        self.by_source, self.weights = [], []
+        self.crowds, self.crowd_weights = [], []
+        self.empty = [photo for photos in sources.values() for photo in photos if not photo.faces]
         for source, photos in sources.items():
-            self.empty += [photo for photo in photos if not photo.faces]
             shown = [photo for photo in photos if photo.wanted]
-            self.crowds += [photo for photo in shown if len(photo.faces) > 1]
             if shown:
                 self.by_source.append(shown)
-                weights.append(SOURCE_WEIGHT.get(source, 1.0))
-        self.weights = np.cumsum(np.array(weights) / sum(weights))
+                self.weights.append(SOURCE_WEIGHT.get(source, 1.0))
+            crowds = [photo for photo in shown if len(photo.faces) > 1]
+            if crowds and source in CROWD_WEIGHT:
+                self.crowds.append(crowds)
+                self.crowd_weights.append(CROWD_WEIGHT[source])
         self.large = [photo for photos in self.by_source for photo in photos if any(face.size >= LARGE_FACE for face in photo.wanted)]
         self.small = [photo for photos in self.by_source for photo in photos if max(photo.pixels().shape[:2]) <= 200]
 
     def photo(self):
-        return random.choice(self.by_source[int(np.searchsorted(self.weights, random.random()))])
+        return random.choice(random.choices(self.by_source, self.weights)[0])
 
     def background(self, canvas, rect):
         """Fill rect (x0, y0, x1, y1) with a piece of a picture without faces."""
@@ -208,8 +221,8 @@ class Composer:
     def crowd(self, canvas, faces):
         height, width = canvas.shape[:2]
         self.background(canvas, (0, 0, width, height))
-        photo = random.choice(self.crowds)
-        if random.random() < 0.5:
+        photo = random.choice(random.choices(self.crowds, self.crowd_weights)[0])
+        if random.random() < 0.7:
             # The whole photo, about as large as the picture, so that its faces keep the size they have in life.
             ratio = max(width, height) / max(photo.pixels().shape[:2]) * random.uniform(0.8, 1.4)
             size = random.choice(photo.wanted).size * ratio
@@ -244,7 +257,7 @@ class Composer:
             kinds, weights = (self.single, self.mosaic, self.nothing), (0.66, 0.14, 0.20)
         else:
             kinds = (self.single, self.filling, self.mosaic, self.crowd, self.scattered, self.nothing)
-            weights = (0.22, 0.14 if min(width, height) < 300 else 0.30, 0.27, 0.22, 0.06, 0.09)
+            weights = (0.20, 0.14 if min(width, height) < 300 else 0.36, 0.22, 0.36, 0.04, 0.09)
         random.choices(kinds, weights)[0](canvas, faces)
         for face in faces:
             if face.landmarks is not None and not face.ignored and random.random() < 0.08:

@@ -11,7 +11,6 @@ rounded as it is.
 import argparse
 import copy
 import math
-import random
 import time
 from pathlib import Path
 
@@ -20,7 +19,7 @@ import torch
 import data
 import integer
 from net import Net
-from train import Pictures, evaluate, keep_memory, loss_of
+from train import Pictures, begin_run, evaluate, loss_of, set_doubtful_aside
 
 AVERAGING = 0.995
 
@@ -56,17 +55,7 @@ def main():
     parser.add_argument("--threads", type=int, default=2)
     parser.add_argument("--seed", type=int, default=int(time.time()))
     arguments = parser.parse_args()
-    arguments.out.mkdir(parents=True, exist_ok=True)
-    journal = open(arguments.out / "log.txt", "a", buffering=1)
-
-    def log(text):
-        print(text, flush=True)
-        journal.write(text + "\n")
-
-    keep_memory()
-    torch.manual_seed(arguments.seed)
-    random.seed(arguments.seed)
-    torch.set_num_threads(arguments.threads)
+    log = begin_run(arguments)
     if arguments.float:
         folded = Net(normalised=False)
         folded.load_state_dict(torch.load(arguments.float))
@@ -84,10 +73,8 @@ def main():
     average = copy.deepcopy(net)
 
     if arguments.minutes > 0:
-        training = data.load(arguments.data, "train")
-        for photos in training.values():
-            for photo in photos:
-                photo.keep_pixels()
+        training = data.load_pixels(arguments.data, "train")
+        set_doubtful_aside(average, training, log)
         groups = [{"params": [p], "highest": arguments.rate * float(p.detach().pow(2).mean().sqrt())} for p in net.parameters()]
         optimiser = torch.optim.Adam(groups, lr=0.0)
         batches = torch.utils.data.DataLoader(Pictures(data.Composer(training)), batch_size=None, num_workers=2, prefetch_factor=6)

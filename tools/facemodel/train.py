@@ -33,6 +33,8 @@ BATCHES = [
 NEGATIVES_PER_POSITIVE = 4
 WARM_UP = 0.02
 AVERAGING = 0.998
+SURE = 0.9  # the score from which a face that nobody labelled is believed
+HARDLY_THE_SAME = 0.35  # overlap below which a detection is not the labelled face
 
 
 def keep_memory():
@@ -41,6 +43,21 @@ def keep_memory():
     libc = ctypes.CDLL(None)
     libc.mallopt(trim_threshold, 2**31 - 1)
     libc.mallopt(mmap_max, 0)
+
+
+def begin_run(arguments):
+    """What train.py and quantise.py begin with: the folder, the seed, the threads. Gives the function that logs a line."""
+    arguments.out.mkdir(parents=True, exist_ok=True)
+    journal = open(arguments.out / "log.txt", "a", buffering=1)
+    keep_memory()
+    torch.manual_seed(arguments.seed)
+    torch.set_num_threads(arguments.threads)
+
+    def log(text):
+        print(text, flush=True)
+        journal.write(text + "\n")
+
+    return log
 
 
 class Pictures(torch.utils.data.IterableDataset):
@@ -83,27 +100,56 @@ def loss_of(locations, confidences, classes, targets, with_landmarks):
 
 
 @torch.no_grad()
+def detect(net, photos, threshold):
+    """The photos with what the network finds in each at its own size: (photo, (scores, boxes, landmarks))."""
+    net.eval()
+    by_shape = {}
+    for photo in photos:
+        image = photo.pixels()
+        by_shape.setdefault(image.shape, []).append((photo, image))
+    for (height, width, _), group in by_shape.items():
+        for first in range(0, len(group), 32):
+            part = group[first:first + 32]
+            with torch.autocast("cpu", dtype=torch.bfloat16):
+                coded, logits = net(net.as_input(np.stack([image for _, image in part])))
+            scores = torch.softmax(logits, -1)[..., 1].numpy()
+            for (photo, _), score, location in zip(part, scores, coded.numpy()):
+                yield photo, boxes.detections(location, score, width, height, threshold)
+
+
 def evaluate(net, sources, log, threshold=0.05):
     """The table of a split at the pictures' own sizes; threshold is below the library's, for the whole of the curve."""
-    net.eval()
     total = metrics.Tally()
     for source, photos in sources.items():
         tally = metrics.Tally()
-        by_shape = {}
-        for photo in photos:
-            image = photo.pixels()
-            by_shape.setdefault(image.shape, []).append((photo, image))
-        for (height, width, _), group in by_shape.items():
-            for first in range(0, len(group), 32):
-                part = group[first:first + 32]
-                with torch.autocast("cpu", dtype=torch.bfloat16):
-                    coded, logits = net(net.as_input(np.stack([image for _, image in part])))
-                scores = torch.softmax(logits, -1)[..., 1].numpy()
-                for (photo, _), score, location in zip(part, scores, coded.numpy()):
-                    tally.add(metrics.count(photo.faces, *boxes.detections(location, score, width, height, threshold))[0])
+        for photo, found in detect(net, photos, threshold):
+            tally.add(metrics.count(photo.faces, *found)[0])
         log(metrics.line(source, tally))
         total.add(tally)
     log(metrics.line("all", total))
+
+
+def set_doubtful_aside(net, sources, log):
+    """Has training ignore what a network in hand shows to be labelled wrongly.
+
+    In photos of people: faces that it is sure of and nobody labelled, and labels beside such a face (a box in the hair).
+    """
+    for source, photos in sources.items():
+        unlabelled = misplaced = 0
+        for photo, (scores, found, _) in detect(net, [photo for photo in photos if photo.faces], 0.2):
+            labels = np.array([face.box for face in photo.faces])
+            overlap = boxes.overlaps(found, labels)
+            for box, nearness in zip(found[scores > SURE], overlap[scores > SURE]):
+                if nearness.max() >= HARDLY_THE_SAME:
+                    continue
+                for face, near, best in zip(list(photo.faces), nearness, overlap.max(0)):
+                    if near > 0 and best < HARDLY_THE_SAME and not face.ignored:
+                        face.ignored = True
+                        misplaced += 1
+                photo.faces.append(data.Face(box.astype(np.float32), None, True))
+                unlabelled += 1
+        if unlabelled:
+            log(f"{source}: {unlabelled} faces that nobody labelled, {misplaced} labels beside them; ignored")
 
 
 def main():
@@ -117,23 +163,13 @@ def main():
     parser.add_argument("--evaluate-every", type=float, default=20, metavar="MINUTES")
     parser.add_argument("--seed", type=int, default=int(time.time()))
     arguments = parser.parse_args()
-    arguments.out.mkdir(parents=True, exist_ok=True)
-    journal = open(arguments.out / "log.txt", "a", buffering=1)
-
-    def log(text):
-        print(text, flush=True)
-        journal.write(text + "\n")
-
-    keep_memory()
-    torch.manual_seed(arguments.seed)
-    torch.set_num_threads(arguments.threads)
+    log = begin_run(arguments)
     net = load(arguments.init, True) if arguments.init else Net()
     validation = data.load(arguments.data, "val")
-    training = data.load(arguments.data, "train")
-    for photos in training.values():
-        for photo in photos:
-            photo.keep_pixels()
+    training = data.load_pixels(arguments.data, "train")
     log(f"seed {arguments.seed}; " + ", ".join(f"{source} {len(photos)}" for source, photos in training.items()))
+    if arguments.init:
+        set_doubtful_aside(net.folded().to(memory_format=torch.channels_last), training, log)
 
     net = net.to(memory_format=torch.channels_last)
     average = {k: v.clone() for k, v in net.state_dict().items()}
