@@ -158,7 +158,9 @@ class Composer:
         turn = np.array([[-c if mirrored else c, -s], [-s if mirrored else s, c]])
         shift = target - turn @ anchor
         area = np.ascontiguousarray(canvas[y0:y1, x0:x1])
-        cv2.warpAffine(image, np.c_[turn / shrunk, shift - (x0, y0)], (x1 - x0, y1 - y0), dst=area,
+        # Labels count from the corner of the first pixel, warpAffine from its centre.
+        warp = turn / shrunk
+        cv2.warpAffine(image, np.c_[warp, shift + warp @ (0.5, 0.5) - (x0 + 0.5, y0 + 0.5)], (x1 - x0, y1 - y0), dst=area,
                        flags=cv2.INTER_NEAREST if nearest else cv2.INTER_LINEAR, borderMode=cv2.BORDER_TRANSPARENT)
         if scale > 1.2 and random.random() < 0.5:
             area = cv2.addWeighted(area, 2.2, cv2.GaussianBlur(area, (0, 0), scale), -1.2, 0)

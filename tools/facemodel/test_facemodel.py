@@ -3,6 +3,7 @@
 
 import json
 import os
+import random
 import subprocess
 import tempfile
 import unittest
@@ -76,6 +77,24 @@ class Matching(unittest.TestCase):
     def test_counts_no_landmarks_where_none_are_known(self):
         _, _, known = boxes.match([(square(100, 100, 32), None, False)], boxes.priors(200, 200))
         self.assertFalse(known.any())
+
+
+class Composing(unittest.TestCase):
+    def test_a_photo_lands_where_its_labels_say(self):
+        random.seed(4)
+        errors = []
+        for _ in range(200):
+            picture = np.zeros((120, 160, 3), np.uint8)
+            face = data.Face(square(random.randint(50, 110), random.randint(40, 80), 20), None, False)
+            x0, y0, x1, y1 = face.box.astype(int)
+            picture[y0:y1, x0:x1] = 255
+            canvas, faces = np.zeros((200, 200, 3), np.uint8), []
+            data.Composer.place(canvas, faces, (20, 10, 200, 200), data.Photo("", None, [face], picture), (face.box[:2] + face.box[2:]) / 2,
+                                random.uniform(0.3, 2), random.choice((0, 20)), np.array([random.uniform(70, 130), random.uniform(70, 130)]))
+            rows, columns = np.nonzero(canvas[..., 0] > 127)
+            errors.append([columns.mean() + 0.5, rows.mean() + 0.5] - (faces[0].box[:2] + faces[0].box[2:]) / 2)
+        self.assertLess(np.abs(np.mean(errors, 0)).max(), 0.05)
+        self.assertLess(np.std(errors, 0).max(), 0.25)  # some are shrunk by dropping pixels
 
 
 class Counting(unittest.TestCase):
