@@ -6,16 +6,29 @@
 #include "multimedia/devicemgr/permission.h"
 #include "multimedia/screenrecord/screengrabberprivate.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/mediacheck.h"
+#include "tests/support/program.h"
+#include "tests/support/soundcheck.h"
 #include "tests/support/testscreen.h"
 
-#include <QtCore/QProcess>
 #include <QtTest/QtTest>
 
 #include <map>
 #include <mutex>
 
 using namespace multimedia;
+
+static std::unique_ptr<GetQaudio> openMicrophone(std::function<void(FrameHandle)> on_frame)
+{
+    GetQaudio::Params params;
+    params.on_frame = std::move(on_frame);
+    params.sample_rate = 44100;
+    params.channels = 2;
+    params.sample_size = 16;
+    auto microphone = std::make_unique<GetQaudio>(std::move(params));
+    moveToThread(*microphone);
+    QMetaObject::invokeMethod(microphone.get(), &GetQaudio::init);
+    return microphone;
+}
 
 class TestCapture : public QObject
 {
@@ -24,7 +37,6 @@ class TestCapture : public QObject
 private Q_SLOTS:
     void initTestCase();
     void cleanupTestCase();
-    void permissions_areGranted_andScreensHaveAnIndex();
     void captureInput_namesTheScreen_forEachSystem();
     void getQaudio_givesWholeFrames_withoutGaps();
     void getQaudio_endsCleanly_atAnyMoment();
@@ -36,36 +48,21 @@ private Q_SLOTS:
 
 private:
     std::unique_ptr<TestScreen> picture;
-    QProcess tone;
+    std::unique_ptr<Program> tone;
 };
 
 void TestCapture::initTestCase()
 {
     picture = std::make_unique<TestScreen>();
     QVERIFY(picture->isShown());
-    tone.start(
-        QStringLiteral("ffmpeg"),
-        QStringLiteral("-v error -nostdin -f lavfi -i sine=frequency=440:sample_rate=44100 -ac 2 -f pulse "
-                       "-device micbus -buffer_duration 100 test")
-            .split(QLatin1Char(' ')));
-    QVERIFY(tone.waitForStarted());
+    tone = playTone(440);
+    QVERIFY(tone->waitForStarted());
 }
 
 void TestCapture::cleanupTestCase()
 {
-    tone.kill();
-    tone.waitForFinished();
+    tone.reset();
     picture.reset();
-}
-
-void TestCapture::permissions_areGranted_andScreensHaveAnIndex()
-{
-    QVERIFY(checkVersion(10, 15));
-    QVERIFY(requestAVCaptureDevicePermission(true) && requestAVCaptureDevicePermission(false));
-    QVERIFY(checkCapturePermission(true) && checkScreenCapturePermission());
-    requestScreenCapturePermission();
-    QCOMPARE(getVideoIndex(QGuiApplication::primaryScreen()), 0);
-    QCOMPARE(getVideoIndex(nullptr), -1);
 }
 
 void TestCapture::captureInput_namesTheScreen_forEachSystem()
@@ -77,7 +74,8 @@ void TestCapture::captureInput_namesTheScreen_forEachSystem()
         {"capture_cursor", "1"}, {"capture_mouse_clicks", "1"}, {"framerate", "25/1"}};
     QCOMPARE(mac.options, options);
 
-    const CaptureInput x11 = captureInput(10, 0);
+    QCOMPARE(getVideoIndex(nullptr), -1);
+    const CaptureInput x11 = captureInput(10, getVideoIndex(QGuiApplication::primaryScreen()));
     QCOMPARE(x11.format, std::string("x11grab"));
     QCOMPARE(x11.device, qgetenv("DISPLAY").toStdString());
     const std::map<std::string, std::string> x11_options(x11.options.begin(), x11.options.end());
@@ -98,8 +96,7 @@ void TestCapture::getQaudio_givesWholeFrames_withoutGaps()
     std::mutex mutex;
     std::vector<int16_t> samples;
     int frames = 0;
-    GetQaudio::Params params;
-    params.on_frame = [&](FrameHandle frame) {
+    auto microphone = openMicrophone([&](FrameHandle frame) {
         std::lock_guard lock(mutex);
         ++frames;
         QCOMPARE(frame->nb_samples, 1024);
@@ -109,17 +106,11 @@ void TestCapture::getQaudio_givesWholeFrames_withoutGaps()
         const auto* data = reinterpret_cast<const int16_t*>(frame->data[0]);
         for (int i = 0; i < frame->nb_samples; ++i)
             samples.push_back(data[2 * i]);
-    };
-    params.sample_rate = 44100;
-    params.channels = 2;
-    params.sample_size = 16;
+    });
     const auto arrived = [&] {
         std::lock_guard lock(mutex);
         return frames;
     };
-    auto microphone = std::make_unique<GetQaudio>(params);
-    multimedia::moveToThread(*microphone);
-    QMetaObject::invokeMethod(microphone.get(), &GetQaudio::init);
     QTRY_VERIFY_WITH_TIMEOUT(arrived() > kFrames, 10'000);
     microphone->stop();
     const int at_stop = arrived();
@@ -129,22 +120,15 @@ void TestCapture::getQaudio_givesWholeFrames_withoutGaps()
 
     // Without the first half second, in which the sound server starts the stream.
     const std::vector<int16_t> steady(samples.begin() + 22050, samples.end());
-    QVERIFY(mediacheck::rms(steady) > 500);
-    QVERIFY2(mediacheck::toneShare(steady, 44100, 440) > 0.8,
-             qPrintable(QString::number(mediacheck::toneShare(steady, 44100, 440))));
+    QVERIFY(soundcheck::rms(steady) > 500);
+    QVERIFY2(soundcheck::toneShare(steady, 44100, 440) > 0.8,
+             qPrintable(QString::number(soundcheck::toneShare(steady, 44100, 440))));
 }
 
 void TestCapture::getQaudio_endsCleanly_atAnyMoment()
 {
     for (int round = 0; round < 30; ++round) {
-        GetQaudio::Params params;
-        params.on_frame = [](FrameHandle) {};
-        params.sample_rate = 44100;
-        params.channels = 2;
-        params.sample_size = 16;
-        auto microphone = std::make_unique<GetQaudio>(std::move(params));
-        multimedia::moveToThread(*microphone);
-        QMetaObject::invokeMethod(microphone.get(), &GetQaudio::init);
+        auto microphone = openMicrophone([](FrameHandle) {});
         QTest::qWait(round);
         if (round % 3 == 0)
             microphone->stop();

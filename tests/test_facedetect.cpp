@@ -1,7 +1,9 @@
 #include "multimedia/base/warning.h"
 #include "multimedia/facedetect/facedetect.h"
 #include "multimedia/facedetect/facepatch.h"
+#include "tests/support/faces.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/row.h"
 #include "tests/support/stderrcapture.h"
 
 #include <QtConcurrent/QtConcurrent>
@@ -11,7 +13,6 @@
 #include <QtTest/QtTest>
 
 #include <cmath>
-#include <cstring>
 #include <limits>
 
 namespace {
@@ -23,26 +24,6 @@ QImage portrait()
 {
     QImage image(QStringLiteral(TEST_DATA_DIR "/photos/astronaut.jpg"));
     return image.scaledToHeight(480).convertToFormat(QImage::Format_BGR888);
-}
-
-bool isSame(const std::vector<FaceRect_>& a, const std::vector<FaceRect_>& b)
-{
-    return a.size() == b.size() &&
-           (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(a[0])) == 0);
-}
-
-/// Mean difference of neighbouring pixels inside `area`: what is left of detail.
-double detail(const QImage& image, const QRect& area)
-{
-    double sum = 0.0;
-    for (int y = area.top(); y < area.bottom(); ++y) {
-        for (int x = area.left(); x < area.right(); ++x) {
-            const int here = qGray(image.pixel(x, y));
-            sum +=
-                std::abs(here - qGray(image.pixel(x + 1, y))) + std::abs(here - qGray(image.pixel(x, y + 1)));
-        }
-    }
-    return sum / area.width() / area.height();
 }
 
 /// The rectangle of all pixels that differ.
@@ -58,38 +39,28 @@ QRect changed(const QImage& before, const QImage& after)
     return area;
 }
 
-/// The filter once more, on one channel of plain numbers.
-void smearPlainly(std::vector<std::vector<int>>* rows, int weight)
+/// The filter once more: one pass along a line of numbers.
+void smearLine(int* first, int step, int count, int weight)
 {
-    const int height = static_cast<int>(rows->size());
-    const int width = static_cast<int>(rows->front().size());
-    const auto pass = [weight](const std::vector<int*>& line) {
-        int running = *line.front() * 16;
-        for (std::size_t i = 1; i < line.size(); ++i) {
-            running += (*line[i] * 16 - running) * weight / 16;
-            *line[i] = running / 16;
-        }
-    };
-    const auto column = [&](int x, bool isUpwards) {
-        std::vector<int*> line;
-        line.reserve(rows->size());
-        for (int y = 0; y < height; ++y)
-            line.push_back(&(*rows)[isUpwards ? height - 1 - y : y][x]);
-        return line;
-    };
-    const auto row = [&](int y, bool isLeftwards) {
-        std::vector<int*> line;
-        line.reserve(rows->front().size());
-        for (int x = 0; x < width; ++x)
-            line.push_back(&(*rows)[y][isLeftwards ? width - 1 - x : x]);
-        return line;
-    };
-    for (const bool isBackwards : {false, true}) {
-        for (int x = 0; x < width; ++x)
-            pass(column(x, isBackwards));
-        for (int y = 0; y < height; ++y)
-            pass(row(y, isBackwards));
+    int running = *first * 16;
+    for (int i = 1; i < count; ++i) {
+        running += (first[i * step] * 16 - running) * weight / 16;
+        first[i * step] = running / 16;
     }
+}
+
+/// Down, to the right, up and to the left.
+void smearPlainly(std::vector<int>* values, int width, int height, int weight)
+{
+    int* const first = values->data();
+    for (int x = 0; x < width; ++x)
+        smearLine(first + x, width, height, weight);
+    for (int y = 0; y < height; ++y)
+        smearLine(first + y * width, 1, width, weight);
+    for (int x = 0; x < width; ++x)
+        smearLine(first + (height - 1) * width + x, -width, height, weight);
+    for (int y = 0; y < height; ++y)
+        smearLine(first + (y + 1) * width - 1, -1, width, weight);
 }
 
 } // namespace
@@ -99,10 +70,7 @@ class TestFaceDetect : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        QLoggingCategory::setFilterRules(QStringLiteral("quillon.multimedia.debug=false"));
-    }
+    void initTestCase() { QLoggingCategory::setFilterRules("quillon.multimedia.debug=false"); }
 
     void faceDetect_seesScaledImage_data();
     void faceDetect_seesScaledImage();
@@ -195,21 +163,16 @@ void TestFaceDetect::smear_isExponentialFilter()
     QImage image = portrait()
                        .copy(180, 60, size.width(), size.height())
                        .convertToFormat(QImage::Format_ARGB32_Premultiplied);
-    std::array<std::vector<std::vector<int>>, 4> channels;
-    for (int c = 0; c < 4; ++c) {
-        for (int y = 0; y < image.height(); ++y) {
-            std::vector<int> row;
-            row.reserve(static_cast<std::size_t>(image.width()));
-            for (int x = 0; x < image.width(); ++x)
-                row.push_back(image.constScanLine(y)[4 * x + c]);
-            channels[c].push_back(row);
-        }
-        smearPlainly(&channels[c], weight);
-    }
+    const QImage before = image;
     multimedia::smear(&image);
-    for (int y = 0; y < image.height(); ++y) {
-        for (int i = 0; i < 4 * image.width(); ++i)
-            QCOMPARE(int(image.constScanLine(y)[i]), channels[i % 4][y][i / 4]);
+    for (int c = 0; c < 4; ++c) {
+        std::vector<int> channel;
+        channel.reserve(std::size_t(size.width() * size.height()));
+        for (int i = 0; i < size.width() * size.height(); ++i)
+            channel.push_back(before.constScanLine(i / size.width())[4 * (i % size.width()) + c]);
+        smearPlainly(&channel, size.width(), size.height(), weight);
+        for (int i = 0; i < size.width() * size.height(); ++i)
+            QCOMPARE(int(image.constScanLine(i / size.width())[4 * (i % size.width()) + c]), channel[i]);
     }
 }
 
@@ -267,7 +230,7 @@ void TestFaceDetect::blur_obeysScoreRule()
     for (int i = 0; i < scores.size(); ++i)
         faces.push_back({scores[i], 20 + i % 4 * 110, 30 + i / 4 * 110, 40, 40, {}});
 
-    QLoggingCategory::setFilterRules(QStringLiteral("quillon.multimedia.debug=true"));
+    QLoggingCategory::setFilterRules("quillon.multimedia.debug=true");
     LogCapture log;
     const QImage blurred = multimedia::withFacesBlurred(image, image, faces);
     initTestCase();
@@ -328,7 +291,7 @@ void TestFaceDetect::blur_scalesToImage_andTakesColoursFromDetectionImage()
     QVERIFY(area.width() > 180 && area.width() <= 196);
     const QColor centre = blurred.pixelColor(280, 200);
     QVERIFY(centre.red() > 190 && centre.green() < 5 && centre.blue() < 5);
-    QCOMPARE(blurred.pixelColor(area.topLeft()).name(), QStringLiteral("#ffffff"));
+    QCOMPARE(blurred.pixelColor(area.topLeft()).name(), "#ffffff");
 }
 
 void TestFaceDetect::modelTool_refuses_whatDoesNotFit_data()
@@ -336,20 +299,15 @@ void TestFaceDetect::modelTool_refuses_whatDoesNotFit_data()
     QTest::addColumn<int>("position");
     QTest::addColumn<int>("length");
     QTest::addColumn<QString>("reason");
-    QTest::newRow("fits") << -1 << 0 << QString();
-    QTest::newRow("magic") << 0 << 0 << QStringLiteral("it does not begin as a face model does");
-    QTest::newRow("version") << 8 << 0 << QStringLiteral("its version is 0, not 1");
-    QTest::newRow("rows") << 12 << 0 << QStringLiteral("it has 25 rows, not 24");
-    QTest::newRow("size") << 16 << 0
-                          << QStringLiteral(
-                                 "it announces 2326817 and holds 2326816 bytes of weights and biases, "
-                                 "not 2326816");
-    QTest::newRow("content") << 1000000 << 0 << QStringLiteral("its checksum is wrong");
-    QTest::newRow("truncated") << -1 << -1
-                               << QStringLiteral(
-                                      "it announces 2326816 and holds 2326815 bytes of weights and "
-                                      "biases, not 2326816");
-    QTest::newRow("empty") << -1 << -2326840 << QStringLiteral("it is shorter than its header");
+    const QString sizes = "it announces %1 and holds %2 bytes of weights and biases, not 2326816";
+    row("fits", -1, 0, "");
+    row("magic", 0, 0, "it does not begin as a face model does");
+    row("version", 8, 0, "its version is 0, not 1");
+    row("rows", 12, 0, "it has 25 rows, not 24");
+    row("size", 16, 0, sizes.arg(2326817).arg(2326816));
+    row("content", 1000000, 0, "its checksum is wrong");
+    row("truncated", -1, -1, sizes.arg(2326816).arg(2326815));
+    row("empty", -1, -2326840, "it is shorter than its header");
 }
 
 void TestFaceDetect::modelTool_refuses_whatDoesNotFit()
@@ -358,9 +316,9 @@ void TestFaceDetect::modelTool_refuses_whatDoesNotFit()
     QFETCH(int, length);
     QFETCH(QString, reason);
     QTemporaryDir folder;
-    const QString path = folder.filePath(QStringLiteral("model.bin"));
+    const QString path = folder.filePath("model.bin");
     const QString tool = QStringLiteral(FACEMODEL_TOOL);
-    QCOMPARE(QProcess::execute(tool, {QStringLiteral("random"), QStringLiteral("5"), path}), 0);
+    QCOMPARE(QProcess::execute(tool, {"random", "5", path}), 0);
     QFile file(path);
     QVERIFY(file.open(QFile::ReadWrite));
     if (position >= 0) {
@@ -373,13 +331,12 @@ void TestFaceDetect::modelTool_refuses_whatDoesNotFit()
     file.close();
 
     QProcess process;
-    process.start(tool, {QStringLiteral("check"), path});
+    process.start(tool, {"check", path});
     QVERIFY(process.waitForFinished());
     const QString said = QString::fromUtf8(process.readAllStandardError());
     QCOMPARE(process.exitCode() == 0, reason.isEmpty());
-    QCOMPARE(said, reason.isEmpty() ? QString()
-                                    : QString(path % QStringLiteral(": error: not a usable face model: ") %
-                                              reason % QLatin1Char('\n')));
+    const QString complaint = path + ": error: not a usable face model: " + reason + "\n";
+    QCOMPARE(said, reason.isEmpty() ? QString() : complaint);
 }
 
 QTEST_MAIN(TestFaceDetect)

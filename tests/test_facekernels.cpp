@@ -138,20 +138,6 @@ bool isSame(const CDataBlob<T>& a, const CDataBlob<T>& b)
            std::memcmp(a.data, b.data, a.pixelCount() * a.channelStep) == 0;
 }
 
-QByteArray describe(std::uint32_t seed, const CDataBlob<unsigned char>& input, const Filters& filters)
-{
-    const CDataBlob<signed char>& first = *filters.filters.front();
-    return QStringLiteral("seed %7: %1x%2, %3 channels, %4 filters %5x%5, stride %6")
-        .arg(input.width)
-        .arg(input.height)
-        .arg(input.channels)
-        .arg(filters.filters.size())
-        .arg(first.width)
-        .arg(filters.stride)
-        .arg(seed)
-        .toUtf8();
-}
-
 } // namespace
 
 Q_DECLARE_METATYPE(const facedetectcnn::KernelFamily*)
@@ -163,47 +149,36 @@ class TestFaceKernels : public QObject
 private Q_SLOTS:
     void cleanup() { facedetectcnn::forceKernelFamily(nullptr); }
 
-    void create_laysOutPixels_forEveryType();
+    void create_alignsAndPads_orComplains();
     void myFree_ignores_whatIsNotAligned();
-    void setInt8FilterData_interleaves_orComplains();
     void families_giveBitsOfReference_data();
     void families_giveBitsOfReference();
     void families_pool_asReference();
     void families_unfold_asReference();
     void relu_givesZerosAndInfinity_whenNothingIsPositive();
-    void convolution_complains_andLeavesOutput_data();
     void convolution_complains_andLeavesOutput();
     void smallStages_complain_ofBadInput();
     void concat4AndBlob2vector_dropPads();
-    void convertInt2Float_dividesByScale();
 };
 
-void TestFaceKernels::create_laysOutPixels_forEveryType()
+void TestFaceKernels::create_alignsAndPads_orComplains()
 {
     CDataBlob<unsigned char> bytes;
     QVERIFY(bytes.create(3, 2, 27));
     QCOMPARE(bytes.channelStep, 32);
     QCOMPARE(reinterpret_cast<std::uintptr_t>(bytes.data) % 128, std::uintptr_t(0));
-    for (int x = 0; x < 3; ++x) {
-        for (int c = 27; c < 32; ++c)
-            QCOMPARE(int(bytes.pixel(x, 1)[c]), 0);
-    }
+    for (int x = 0; x < 3; ++x)
+        QVERIFY(
+            std::all_of(bytes.pixel(x, 1) + 27, bytes.pixel(x, 1) + 32, [](int pad) { return pad == 0; }));
     bytes.scale = 2.0F;
     bytes.bias = 3;
     QVERIFY(bytes.create(1, 1, 16));
     QCOMPARE(bytes.channelStep, 16);
-    QCOMPARE(bytes.scale, 1.0F);
-    QCOMPARE(bytes.bias, 0);
+    QVERIFY(bytes.scale == 1.0F && bytes.bias == 0);
 
-    CDataBlob<std::int32_t> ints;
-    QVERIFY(ints.create(2, 2, 6));
-    QCOMPARE(ints.channelStep, 32);
     CDataBlob<float> floats;
-    QVERIFY(floats.create(2, 2, 15));
-    QCOMPARE(floats.channelStep, 64);
     QVERIFY(floats.create(0, 5, 15));
     QVERIFY(floats.data);
-
     StderrCapture errors;
     QVERIFY(!floats.create(std::numeric_limits<int>::max(), std::numeric_limits<int>::max(), 1 << 20));
     QVERIFY(!floats.create(-1, 4, 4));
@@ -224,25 +199,6 @@ void TestFaceKernels::myFree_ignores_whatIsNotAligned()
     memory[4999] = 2;
     myFree_(memory);
     QVERIFY(!myAlloc(std::numeric_limits<std::size_t>::max() - 100));
-}
-
-void TestFaceKernels::setInt8FilterData_interleaves_orComplains()
-{
-    CDataBlob<signed char> filter;
-    filter.create(3, 3, 2);
-    std::array<signed char, 18> planar = {};
-    for (std::size_t i = 0; i < planar.size(); ++i)
-        planar[i] = static_cast<signed char>(i);
-    QVERIFY(filter.setInt8FilterData(planar.data(), 7, 3, 3, 2));
-    QCOMPARE(filter.bias, 7);
-    QCOMPARE(int(filter.pixel(2, 1)[0]), 5);
-    QCOMPARE(int(filter.pixel(2, 1)[1]), 14);
-
-    StderrCapture errors;
-    QVERIFY(!filter.setInt8FilterData(nullptr, 0, 3, 3, 2));
-    QVERIFY(!filter.setInt8FilterData(planar.data(), 0, 3, 2, 3));
-    QCOMPARE(errors.text(), std::string("The input image data is null.\n"
-                                        "The dimension of the data can not match that of the Blob.\n"));
 }
 
 void TestFaceKernels::families_giveBitsOfReference_data()
@@ -284,7 +240,7 @@ void TestFaceKernels::families_giveBitsOfReference()
         QVERIFY(convolution(input, filters, &sums));
         QVERIFY(convolution_relu(input, filters, &bytes));
         QVERIFY2(isSame(sums, expectedSums) && isSame(bytes, expectedBytes),
-                 describe(seed, input, filters).constData());
+                 qPrintable(QString("seed %1").arg(seed)));
     }
     QCOMPARE(EmulatedTiles::faults, 0);
 }
@@ -343,13 +299,6 @@ void TestFaceKernels::families_unfold_asReference()
             }
         }
     }
-    StderrCapture errors;
-    CDataBlob<unsigned char> output;
-    const unsigned char byte = 0;
-    QVERIFY(!output.setDataFrom3x3S2P1to1x1S1P0FromImage(nullptr, 8, 8, 3, 24));
-    QVERIFY(!output.setDataFrom3x3S2P1to1x1S1P0FromImage(&byte, 8, 8, 4, 32));
-    QCOMPARE(errors.text(), std::string("The input image data is null.\n"
-                                        "The input image must be a 3-channel RGB image.\n"));
 }
 
 void TestFaceKernels::relu_givesZerosAndInfinity_whenNothingIsPositive()
@@ -378,54 +327,42 @@ void TestFaceKernels::relu_givesZerosAndInfinity_whenNothingIsPositive()
     QCOMPARE(errors.text(), std::string());
 }
 
-void TestFaceKernels::convolution_complains_andLeavesOutput_data()
-{
-    QTest::addColumn<int>("channels");
-    QTest::addColumn<int>("size");
-    QTest::addColumn<int>("pad");
-    QTest::addColumn<int>("stride");
-    QTest::addColumn<int>("filters");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("no input") << 0 << 3 << 1 << 1 << 2 << "convolution: The input data is null.\n";
-    QTest::newRow("no filters") << 4 << 3 << 1 << 1 << 0 << "convolution: There is not filters.\n";
-    QTest::newRow("channels")
-        << 5 << 3 << 1 << 1 << 2
-        << "convolution: The number of channels of filters must be the same with the input "
-           "data. 4 vs 5\n";
-    QTest::newRow("1x1 stride") << 4 << 1 << 1 << 2 << 2
-                                << "convolution: Onle stride = 1 is supported for 1x1 filters.\n";
-    QTest::newRow("1x1 pad") << 4 << 1 << 1 << 1 << 2
-                             << "convolution: Onle pad = 0 is supported for 1x1 filters.\n";
-    QTest::newRow("5x5") << 4 << 5 << 1 << 1 << 2 << "convolution: Unsported filter size.\n";
-    QTest::newRow("3x3 pad") << 4 << 3 << 0 << 2 << 2
-                             << "convolution: Unspported filter stride=2 or pad=0\n"
-                                "convolution: For 3x3 filters, only pad=1 and stride={1,2} are supported.\n";
-}
-
 void TestFaceKernels::convolution_complains_andLeavesOutput()
 {
-    QFETCH(int, channels);
-    QFETCH(int, size);
-    QFETCH(int, pad);
-    QFETCH(int, stride);
-    QFETCH(int, filters);
-    QFETCH(QString, text);
-    Source source(1);
-    CDataBlob<unsigned char> input;
-    if (channels > 0)
-        source.fill(&input, 4, 4, channels, Values::Random);
-    Filters bank;
-    bank.pad = pad;
-    bank.stride = stride;
-    if (filters > 0)
-        source.fill(&bank, size, 4, filters, Values::Random);
-    CDataBlob<std::int32_t> output;
-    output.create(2, 2, 2);
-    const std::int32_t* before = output.data;
-    StderrCapture errors;
-    QVERIFY(!convolution(input, bank, &output));
-    QCOMPARE(QString::fromStdString(errors.text()), text);
-    QCOMPARE(output.data, before);
+    struct Case
+    {
+        int channels, size, pad, stride, filters;
+        std::string text;
+    };
+    const std::vector<Case> cases = {
+        {0, 3, 1, 1, 2, "convolution: The input data is null.\n"},
+        {4, 3, 1, 1, 0, "convolution: There is not filters.\n"},
+        {5, 3, 1, 1, 2,
+         "convolution: The number of channels of filters must be the same with the input data. 4 vs 5\n"},
+        {4, 1, 1, 2, 2, "convolution: Onle stride = 1 is supported for 1x1 filters.\n"},
+        {4, 1, 1, 1, 2, "convolution: Onle pad = 0 is supported for 1x1 filters.\n"},
+        {4, 5, 1, 1, 2, "convolution: Unsported filter size.\n"},
+        {4, 3, 0, 2, 2,
+         "convolution: Unspported filter stride=2 or pad=0\n"
+         "convolution: For 3x3 filters, only pad=1 and stride={1,2} are supported.\n"}};
+    for (const Case& bad : cases) {
+        Source source(1);
+        CDataBlob<unsigned char> input;
+        if (bad.channels > 0)
+            source.fill(&input, 4, 4, bad.channels, Values::Random);
+        Filters bank;
+        bank.pad = bad.pad;
+        bank.stride = bad.stride;
+        if (bad.filters > 0)
+            source.fill(&bank, bad.size, 4, bad.filters, Values::Random);
+        CDataBlob<std::int32_t> output;
+        output.create(2, 2, 2);
+        const std::int32_t* before = output.data;
+        StderrCapture errors;
+        QVERIFY(!convolution(input, bank, &output));
+        QCOMPARE(errors.text(), bad.text);
+        QCOMPARE(output.data, before);
+    }
 }
 
 void TestFaceKernels::smallStages_complain_ofBadInput()
@@ -454,7 +391,16 @@ void TestFaceKernels::smallStages_complain_ofBadInput()
     source.fill(&uneven, 1, 4, 1, Values::Random);
     source.fill(&uneven, 3, 4, 1, Values::Random);
 
+    CDataBlob<signed char> filter;
+    filter.create(3, 3, 2);
+    const std::array<signed char, 18> weights = {};
+    const unsigned char pixel = 0;
+
     StderrCapture errors;
+    QVERIFY(!filter.setInt8FilterData(nullptr, 0, 3, 3, 2));
+    QVERIFY(!filter.setInt8FilterData(weights.data(), 0, 3, 2, 3));
+    QVERIFY(!bytes.setDataFrom3x3S2P1to1x1S1P0FromImage(nullptr, 8, 8, 3, 24));
+    QVERIFY(!bytes.setDataFrom3x3S2P1to1x1S1P0FromImage(&pixel, 8, 8, 4, 32));
     QVERIFY(!maxpooling2x2S2(null, &bytes));
     QVERIFY(!maxpooling2x2S2(thin, &bytes));
     QVERIFY(!convolution(empty, filters, &ints));
@@ -465,7 +411,11 @@ void TestFaceKernels::smallStages_complain_ofBadInput()
     QVERIFY(!concat4(small, small, small, large, &output));
     QVERIFY(!convertInt2Float(nullInts, &output));
     QCOMPARE(QString::fromStdString(errors.text()),
-             QStringLiteral("maxpooling2x2S2: The input data is null.\n"
+             QStringLiteral("The input image data is null.\n"
+                            "The dimension of the data can not match that of the Blob.\n"
+                            "The input image data is null.\n"
+                            "The input image must be a 3-channel RGB image.\n"
+                            "maxpooling2x2S2: The input data is null.\n"
                             "maxpooling2x2S2: The size of the output is not correct. (0, 3).\n"
                             "convolution: The size of the output is not correct. (0, 0).\n"
                             "convolution: The filters must be the same size.\n"
@@ -503,22 +453,6 @@ void TestFaceKernels::concat4AndBlob2vector_dropPads()
     const std::array<float, 20> expected = {0, 2, 3, 6, 7,  8,  12, 13, 14, 15,
                                             1, 4, 5, 9, 10, 11, 16, 17, 18, 19};
     QVERIFY(std::equal(expected.begin(), expected.end(), flat.data));
-}
-
-void TestFaceKernels::convertInt2Float_dividesByScale()
-{
-    CDataBlob<std::int32_t> input;
-    input.create(1, 1, 3);
-    input.scale = 3.0F;
-    input.bias = 7;
-    const std::array<std::int32_t, 3> values = {-10, 0, 123456789};
-    std::copy(values.begin(), values.end(), input.data);
-    CDataBlob<float> output;
-    QVERIFY(convertInt2Float(input, &output));
-    QCOMPARE(output.scale, 1.0F);
-    QCOMPARE(output.bias, 2);
-    for (std::size_t i = 0; i < values.size(); ++i)
-        QCOMPARE(output.data[i], static_cast<float>(values[i]) * (1.0F / 3.0F));
 }
 
 QTEST_APPLESS_MAIN(TestFaceKernels)

@@ -1,5 +1,6 @@
 #include "multimedia/facedetect/facedetect.h"
 #include "multimedia/facedetectcnn/kernelchoice.h"
+#include "tests/support/faces.h"
 
 #include <QtGui/QImage>
 #include <QtGui/QPainter>
@@ -7,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 // What the model in the library is worth on photographs that anyone may have. How good it is stands in
 // docs/facemodel.md.
@@ -74,29 +74,12 @@ QRectF boxOf(const FaceRect_& face)
     return {qreal(face.x), qreal(face.y), qreal(face.w), qreal(face.h)};
 }
 
-bool isSame(const std::vector<FaceRect_>& a, const std::vector<FaceRect_>& b)
-{
-    return a.size() == b.size() &&
-           (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(a[0])) == 0);
-}
-
 /// How many of the faces the blur hides; they are the first.
 int credible(const std::vector<FaceRect_>& faces)
 {
     const double bar = std::pow(0.95, faces.size());
     return static_cast<int>(
         std::count_if(faces.begin(), faces.end(), [&](const FaceRect_& face) { return face.score > bar; }));
-}
-
-/// Mean difference of neighbouring pixels inside `area`: what is left of detail.
-double detail(const QImage& image, const QRect& area)
-{
-    double sum = 0.0;
-    for (int y = area.top(); y < area.bottom(); ++y) {
-        for (int x = area.left(); x < area.right(); ++x)
-            sum += std::abs(qGray(image.pixel(x, y)) - qGray(image.pixel(x + 1, y)));
-    }
-    return sum / area.width() / area.height();
 }
 
 } // namespace

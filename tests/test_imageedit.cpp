@@ -1,9 +1,11 @@
 #include "multimedia/imageedit/editdescription.h"
 #include "multimedia/imageedit/imageeditprovider.h"
 #include "multimedia/imageedit/imageedittask.h"
+#include "tests/support/files.h"
 #include "tests/support/imagebytes.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/process.h"
+#include "tests/support/row.h"
 
 #include <QtGui/QImage>
 #include <QtGui/QPainter>
@@ -65,17 +67,11 @@ QRect fractionOf(const QSize& size, const QRectF& part)
 
 QVariantMap cropped(const QRectF& part, QVariantMap others = {})
 {
-    others.insert(QStringLiteral("x1"), part.left());
-    others.insert(QStringLiteral("y1"), part.top());
-    others.insert(QStringLiteral("x2"), part.x() + part.width());
-    others.insert(QStringLiteral("y2"), part.y() + part.height());
+    others.insert("x1", part.left());
+    others.insert("y1", part.top());
+    others.insert("x2", part.x() + part.width());
+    others.insert("y2", part.y() + part.height());
     return others;
-}
-
-QByteArray contentOf(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 /// A picture that takes its time to be read and saved.
@@ -91,8 +87,7 @@ QByteArray noisyPng()
 QStringList openFilesIn(const QString& folder)
 {
     QStringList result;
-    for (const QFileInfo& file :
-         QDir(QStringLiteral("/proc/self/fd")).entryInfoList(QDir::Files | QDir::System)) {
+    for (const QFileInfo& file : QDir("/proc/self/fd").entryInfoList(QDir::Files | QDir::System)) {
         if (file.symLinkTarget().startsWith(folder + QLatin1Char('/')))
             result += file.symLinkTarget();
     }
@@ -121,8 +116,6 @@ private Q_SLOTS:
     void edit_fails_whenFileIsBad_data();
     void edit_fails_whenFileIsBad();
     void edit_keepsFiles_whenItFails();
-    void edit_keepsColouredDrawing_onGreyAndIndexedPictures_data();
-    void edit_keepsColouredDrawing_onGreyAndIndexedPictures();
     void task_reportsCancelled_andLeavesFilesAsTheyWere();
     void edits_endWithTheApplication();
     void cancelEdit_neverDangles_whileEditsEnd();
@@ -156,7 +149,7 @@ void TestImageEdit::init()
 
 int TestImageEdit::editInPool(const QString& source, const QString& target, const QVariantMap& info)
 {
-    BaseFile file(QStringLiteral("id"), source);
+    BaseFile file("id", source);
     int stage = -1;
     int code = -1;
     auto filter = EditFileFilterPtr::create();
@@ -204,13 +197,13 @@ void TestImageEdit::cropRect_followsTable()
     QFETCH(int, turns);
     QFETCH(bool, mirrored);
     QVariantMap info{{"x1", 0.29}, {"y1", 0.3}, {"x2", 0.8}, {"y2", 0.71}};
-    info.insert(QStringLiteral("revolvecount"), turns);
-    info.insert(QStringLiteral("mirrored"), mirrored);
+    info.insert("revolvecount", turns);
+    info.insert("mirrored", mirrored);
     QTEST(EditDescription(info).cropRect({200, 100}), "expected");
 
     QCOMPARE(EditDescription({}).cropRect({200, 100}), QRect(0, 0, 0, 0));
-    info.insert(QStringLiteral("x1"), -1e300);
-    info.insert(QStringLiteral("y2"), qQNaN());
+    info.insert("x1", -1e300);
+    info.insert("y2", qQNaN());
     QVERIFY(EditDescription(info).cropRect({200, 100}).width() >= 0); // and no overflow
 }
 
@@ -257,14 +250,13 @@ void TestImageEdit::edit_showsWhatUserSaw()
     }
     QVariantMap info{{"revolvecount", turns}, {"mirrored", mirrored}};
     // A drawing in the pixels that the user sees, of which the lower half is left free.
-    QImage drawing(turns % 2 ? QSize(48, 64) : QSize(64, 48), QImage::Format_ARGB32);
+    const QSize seen_size = turns % 2 ? QSize(48, 64) : QSize(64, 48);
+    QImage drawing(seen_size, QImage::Format_ARGB32);
     drawing.fill(Qt::transparent);
-    for (int y = 0; y < drawing.height() / 2; ++y)
-        for (int x = 0; x < drawing.width(); ++x)
-            drawing.setPixel(x, y, qRgb(x, y, 200));
+    QPainter(&drawing).drawImage(0, 0, pattern({seen_size.width(), seen_size.height() / 2}, 200));
     if (drawn) {
         QPainter(&expected).drawImage(0, 0, drawing.copy(fractionOf(drawing.size(), part)));
-        info.insert(QStringLiteral("editedImagePath"), at("drawing.png"));
+        info.insert("editedImagePath", at("drawing.png"));
     }
 
     for (bool in_pool : {false, true}) {
@@ -286,20 +278,20 @@ void TestImageEdit::maskPhoto_isCropped_onlyBySyncEdit()
     QVERIFY(blurred.save(at("blurred.png")));
     const QRectF right_half(0.5, 0.0, 0.5, 1.0);
     QVariantMap info = cropped(right_half, {{"mirrored", true}, {"revolvecount", 2}});
-    info.insert(QStringLiteral("maskPhotoPath"), at("blurred.png"));
+    info.insert("maskPhotoPath", at("blurred.png"));
 
     // Not wanted: the source is used.
     QVERIFY(editAtOnce(at("source.png"), at("out.png"), info));
     QCOMPARE(QImage(at("out.png")).size(), QSize(32, 48));
 
-    info.insert(QStringLiteral("needMaskPhoto"), true);
+    info.insert("needMaskPhoto", true);
     const QImage seen = turned(blurred.mirrored(true, false), 2);
     QVERIFY(editAtOnce(at("source.png"), at("out.png"), info));
     QCOMPARE(QImage(at("out.png")), seen.copy(1500, 0, 1500, 20));
     QCOMPARE(editInPool(at("source.png"), at("out.png"), info), 0);
     QCOMPARE(QImage(at("out.png")), seen);
 
-    info.insert(QStringLiteral("maskPhotoPath"), QString()); // wanted, but there is none
+    info.insert("maskPhotoPath", QString()); // wanted, but there is none
     QCOMPARE(editInPool(at("source.png"), at("out.png"), info), 0);
     QCOMPARE(QImage(at("out.png")).size(), QSize(32, 48));
 }
@@ -331,11 +323,10 @@ void TestImageEdit::edit_limitsLongSide()
             continue;
         const int right = result.width() - 5;
         const int bottom = result.height() - 5;
-        const auto is_like = [&](int x, int y, Qt::GlobalColor wanted) {
+        const auto is_like = [&](int x, int y, const QColor& wanted) {
             const QColor got = result.pixelColor(x, y);
-            const QColor color(wanted);
-            return qAbs(got.red() - color.red()) + qAbs(got.green() - color.green()) +
-                       qAbs(got.blue() - color.blue()) <
+            return qAbs(got.red() - wanted.red()) + qAbs(got.green() - wanted.green()) +
+                       qAbs(got.blue() - wanted.blue()) <
                    12;
         };
         QVERIFY(is_like(5, 5, Qt::red) && is_like(right, 5, Qt::green));
@@ -350,21 +341,21 @@ void TestImageEdit::edit_takesEveryKindOfPicture_data()
     QTest::addColumn<QSize>("expected");
     const QImage image = corners({40, 20});
     const QByteArray png = ImageBytes::encoded(image, "PNG");
-    QTest::newRow("1 pixel") << ImageBytes::encoded(image.copy(0, 0, 1, 1), "PNG") << "a.png" << QSize(1, 1);
-    QTest::newRow("16 bits") << ImageBytes::encoded(image.convertToFormat(QImage::Format_RGBA64), "PNG")
-                             << "a.png" << QSize(40, 20);
-    QTest::newRow("indexed") << ImageBytes::encoded(image.convertToFormat(QImage::Format_Indexed8), "PNG")
-                             << "a.png" << QSize(40, 20);
-    QTest::newRow("PNG called JPEG") << png << "a.jpg" << QSize(40, 20);
-    QTest::newRow("asks for double pixels") << png << "a@2x.png" << QSize(40, 20);
-    QTest::newRow("asks for no pixels") << png << "a@0x.png" << QSize(40, 20);
-    QTest::newRow("PNG and a web page") << png + "<html><script>1</script>"
-                                        << "a.html" << QSize(40, 20);
-    QTest::newRow("EXIF turn is not carried out")
-        << ImageBytes::turnedJpeg(image) << "a.jpg" << QSize(40, 20);
-    QFile cmyk(QStringLiteral(TEST_DATA_DIR "/imageedit/cmyk.jpg"));
-    QVERIFY(cmyk.open(QIODevice::ReadOnly));
-    QTest::newRow("CMYK") << cmyk.readAll() << "a.jpg" << QSize(32, 16);
+    const auto as = [&](QImage::Format format) {
+        return ImageBytes::encoded(image.convertToFormat(format), "PNG");
+    };
+    row("1 pixel", ImageBytes::encoded(image.copy(0, 0, 1, 1), "PNG"), "a.png", QSize(1, 1));
+    row("16 bits", as(QImage::Format_RGBA64), "a.png", QSize(40, 20));
+    row("indexed", as(QImage::Format_Indexed8), "a.png", QSize(40, 20));
+    row("mono", as(QImage::Format_Mono), "a.png", QSize(40, 20));
+    row("grey", as(QImage::Format_Grayscale8), "a.png", QSize(40, 20));
+    row("16 bits grey", as(QImage::Format_Grayscale16), "a.png", QSize(40, 20));
+    row("PNG called JPEG", png, "a.jpg", QSize(40, 20));
+    row("asks for double pixels", png, "a@2x.png", QSize(40, 20));
+    row("asks for no pixels", png, "a@0x.png", QSize(40, 20));
+    row("PNG and a web page", png + "<html><script>1</script>", "a.html", QSize(40, 20));
+    row("EXIF turn is not carried out", ImageBytes::turnedJpeg(image), "a.jpg", QSize(40, 20));
+    row("CMYK", contentOf(TEST_DATA_DIR "/imageedit/cmyk.jpg"), "a.jpg", QSize(32, 16));
 }
 
 void TestImageEdit::edit_takesEveryKindOfPicture()
@@ -372,7 +363,7 @@ void TestImageEdit::edit_takesEveryKindOfPicture()
     QFETCH(QByteArray, content);
     QFETCH(QString, name);
     QFETCH(QSize, expected);
-    ImageBytes::write(at(name), content);
+    writeFile(at(name), content);
     QImage drawing(expected, QImage::Format_ARGB32);
     drawing.fill(Qt::transparent);
     drawing.setPixelColor(expected.width() - 1, expected.height() - 1, Qt::cyan);
@@ -389,6 +380,11 @@ void TestImageEdit::edit_takesEveryKindOfPicture()
         if (expected.width() == 1)
             continue;
         const QColor corner = result.pixelColor(2, 2);
+        const QImage source = QImage::fromData(content);
+        if (source.allGray()) {
+            QCOMPARE(corner.rgb(), source.pixelColor(2, 2).rgb());
+            continue;
+        }
         QVERIFY(corner.red() > 190 && corner.green() < 50 && corner.blue() < 50);
         QVERIFY(result.pixelColor(expected.width() - 4, 3) != corner);
     }
@@ -400,29 +396,29 @@ void TestImageEdit::edit_fails_whenFileIsBad_data()
     QTest::addColumn<QVariantMap>("info");
     const QVariantMap whole = cropped({0, 0, 1, 1});
     const QByteArray png = ImageBytes::encoded(pattern({100, 100}, 3), "PNG");
-    QTest::newRow("empty") << QByteArray() << whole;
-    QTest::newRow("no picture") << QByteArray(5000, 'x') << whole;
-    QTest::newRow("cut short") << png.left(png.size() / 2) << whole;
-    QTest::newRow("header only") << png.left(33) << whole;
-    QTest::newRow("PNG of 60000x60000") << ImageBytes::boastfulPng(60000) << whole;
-    QTest::newRow("PNG of 20000x20000") << ImageBytes::boastfulPng(20000) << whole;
-    QTest::newRow("BMP of 60000x60000") << ImageBytes::boastfulBmp(60000) << whole;
-    QTest::newRow("BMP of 20000x20000") << ImageBytes::boastfulBmp(20000) << cropped({0, 0, 0.001, 0.001});
-    QTest::newRow("crop far beyond") << png << cropped({0, 0, 1e9, 1e9});
+    row("empty", QByteArray(), whole);
+    row("no picture", QByteArray(5000, 'x'), whole);
+    row("cut short", png.left(png.size() / 2), whole);
+    row("header only", png.left(33), whole);
+    row("PNG of 60000x60000", ImageBytes::boastfulPng(60000), whole);
+    row("PNG of 20000x20000", ImageBytes::boastfulPng(20000), whole);
+    row("BMP of 60000x60000", ImageBytes::boastfulBmp(60000), whole);
+    row("BMP of 20000x20000", ImageBytes::boastfulBmp(20000), cropped({0, 0, 0.001, 0.001}));
+    row("crop far beyond", png, cropped({0, 0, 1e9, 1e9}));
 }
 
 void TestImageEdit::edit_fails_whenFileIsBad()
 {
     QFETCH(QByteArray, content);
     QFETCH(QVariantMap, info);
-    ImageBytes::write(at("bad.png"), content);
-    ImageBytes::write(at("good.png"), ImageBytes::encoded(pattern({100, 100}, 3), "PNG"));
+    writeFile(at("bad.png"), content);
+    writeFile(at("good.png"), ImageBytes::encoded(pattern({100, 100}, 3), "PNG"));
     const qint64 before = peakBytes();
     QCOMPARE(editInPool(at("bad.png"), at("out.png"), info), 2);
     QVERIFY(!editAtOnce(at("bad.png"), at("out.png"), info));
     QVariantMap masked = info;
-    masked.insert(QStringLiteral("needMaskPhoto"), true);
-    masked.insert(QStringLiteral("maskPhotoPath"), at("bad.png"));
+    masked.insert("needMaskPhoto", true);
+    masked.insert("maskPhotoPath", at("bad.png"));
     QVERIFY(!editAtOnce(at("good.png"), at("out.png"), masked));
     if (info == cropped({0, 0, 1, 1}))
         QCOMPARE(editInPool(at("good.png"), at("out.png"), masked), 2);
@@ -434,7 +430,7 @@ void TestImageEdit::edit_keepsFiles_whenItFails()
 {
     const QByteArray old("what was here before");
     QVERIFY(corners({40, 20}).save(at("source.png")));
-    ImageBytes::write(at("drawing.png"), ImageBytes::boastfulPng(60000));
+    writeFile(at("drawing.png"), ImageBytes::boastfulPng(60000));
     QVariantMap info = cropped({0, 0, 1, 1}, {{"editedImagePath", at("drawing.png")}});
 
     // A drawing that cannot be read is left where it is.
@@ -448,7 +444,7 @@ void TestImageEdit::edit_keepsFiles_whenItFails()
     // It is gone once it was drawn, even if the save fails; and what the target's place held stays.
     for (const QString& target : {at("missing/out.png"), at("out.unknown")}) {
         QVERIFY(corners({40, 20}).save(at("drawing.png")));
-        ImageBytes::write(at("out.unknown"), old);
+        writeFile(at("out.unknown"), old);
         QCOMPARE(editInPool(at("source.png"), target, info), 2);
         QVERIFY(!QFile::exists(at("drawing.png")));
         QCOMPARE(contentOf(at("out.unknown")), old);
@@ -462,37 +458,10 @@ void TestImageEdit::edit_keepsFiles_whenItFails()
     QCOMPARE(QImage(at("source.png")).size(), QSize(20, 10));
 }
 
-void TestImageEdit::edit_keepsColouredDrawing_onGreyAndIndexedPictures_data()
-{
-    QTest::addColumn<QImage::Format>("format");
-    QTest::newRow("mono") << QImage::Format_Mono;
-    QTest::newRow("indexed") << QImage::Format_Indexed8;
-    QTest::newRow("grey") << QImage::Format_Grayscale8;
-    QTest::newRow("16 bits grey") << QImage::Format_Grayscale16;
-}
-
-void TestImageEdit::edit_keepsColouredDrawing_onGreyAndIndexedPictures()
-{
-    QFETCH(QImage::Format, format);
-    QImage white(20, 20, QImage::Format_RGB32);
-    white.fill(Qt::white);
-    QVERIFY(white.convertToFormat(format).save(at("source.png")));
-    QCOMPARE(QImage(at("source.png")).format(), format);
-    QImage drawing(20, 20, QImage::Format_ARGB32);
-    drawing.fill(Qt::transparent);
-    drawing.setPixelColor(3, 4, Qt::red);
-    QVERIFY(drawing.save(at("drawing.png")));
-    QVERIFY(editAtOnce(at("source.png"), at("out.png"),
-                       cropped({0, 0, 1, 1}, {{"editedImagePath", at("drawing.png")}})));
-    const QImage result(at("out.png"));
-    QCOMPARE(result.pixelColor(3, 4), QColor(Qt::red));
-    QCOMPARE(result.pixelColor(4, 3), QColor(Qt::white));
-}
-
 void TestImageEdit::task_reportsCancelled_andLeavesFilesAsTheyWere()
 {
     QVERIFY(corners({40, 20}).save(at("source.png")));
-    const BaseFile file(QStringLiteral("id"), at("source.png"));
+    const BaseFile file("id", at("source.png"));
     auto filter = EditFileFilterPtr::create();
     filter->file = const_cast<BaseFile*>(&file);
     filter->savePath = at("out.png");
@@ -512,7 +481,7 @@ void TestImageEdit::task_reportsCancelled_andLeavesFilesAsTheyWere()
 
     // Cancelled while it is saved in the place of its own source.
     const QByteArray source = noisyPng();
-    ImageBytes::write(at("source.png"), source);
+    writeFile(at("source.png"), source);
     filter->savePath = at("source.png");
     ImageEditTask saving(filter);
     QSignalSpy report(&saving, &ImageEditTask::editFinish);
@@ -534,7 +503,7 @@ void TestImageEdit::task_reportsCancelled_andLeavesFilesAsTheyWere()
 /// Begins an edit, and ends the program while the picture is read.
 static int endWhileEditing(int argc, char** argv)
 {
-    const BaseFile file(QStringLiteral("id"), QString::fromLocal8Bit(argv[2]));
+    const BaseFile file("id", QString::fromLocal8Bit(argv[2]));
     const QCoreApplication application(argc, argv);
     auto filter = EditFileFilterPtr::create();
     filter->file = const_cast<BaseFile*>(&file);
@@ -548,7 +517,7 @@ static int endWhileEditing(int argc, char** argv)
 
 void TestImageEdit::edits_endWithTheApplication()
 {
-    ImageBytes::write(at("source.png"), noisyPng());
+    writeFile(at("source.png"), noisyPng());
     QProcess program;
     program.start(QCoreApplication::applicationFilePath(),
                   {kEndWhileEditing, at("source.png"), at("out.png")});
@@ -585,8 +554,8 @@ void TestImageEdit::cancelEdit_neverDangles_whileEditsEnd()
         QVERIFY(codes[size_t(i)] == 0 || codes[size_t(i)] == 1);
         QCOMPARE(QFile::exists(at(QStringLiteral("out%1.png").arg(i))), codes[size_t(i)] == 0);
     }
-    QCOMPARE(provider->cancelEdit(QStringLiteral("0")), EditState::None);
-    QCOMPARE(provider->cancelEdit(QStringLiteral("never seen")), EditState::None);
+    QCOMPARE(provider->cancelEdit("0"), EditState::None);
+    QCOMPARE(provider->cancelEdit("never seen"), EditState::None);
 }
 
 void TestImageEdit::doEdit_refusesRequest_withoutFile()

@@ -1,6 +1,6 @@
 #include "multimedia/base/openinput.h"
+#include "tests/support/files.h"
 
-#include <QtCore/QFile>
 #include <QtCore/QProcess>
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
@@ -16,30 +16,20 @@ class TestOpenInput : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void openInput_opensItself_whateverItsName_data();
     void openInput_opensItself_whateverItsName();
     void openInput_refuses_whatReachesForMore_data();
     void openInput_refuses_whatReachesForMore();
-    void openInput_refusesAtOnce_whatIsNoRegularFile_data();
     void openInput_refusesAtOnce_whatIsNoRegularFile();
     void openInput_readsNoSequence_whenNameIsPattern();
     void openInput_refusesLocalFile_whenAskedForHttp();
 
 private:
     QString path(const QString& name) const { return folder.filePath(name); }
-    void write(const QString& name, const QByteArray& content) const;
     /// The number of packets that can be read, or FFmpeg's code if the file does not open.
     int packets(const QString& name, InputOrigin origin = InputOrigin::LocalFile) const;
 
     QTemporaryDir folder;
 };
-
-void TestOpenInput::write(const QString& name, const QByteArray& content) const
-{
-    QFile file(path(name));
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(content), content.size());
-}
 
 int TestOpenInput::packets(const QString& name, InputOrigin origin) const
 {
@@ -72,18 +62,13 @@ void TestOpenInput::initTestCase()
     QCOMPARE(QProcess::execute("mkfifo", {path("pipe.mp3")}), 0);
 }
 
-void TestOpenInput::openInput_opensItself_whateverItsName_data()
-{
-    QTest::addColumn<QString>("name");
-    for (const char* name : {"concat:a.ts|b.ts", "-i.ts", "http:x.ts", "a b'\"$(x).ts", "\u97f3.mp4"})
-        QTest::newRow(name) << QString::fromUtf8(name);
-}
-
 void TestOpenInput::openInput_opensItself_whateverItsName()
 {
-    QFETCH(QString, name);
-    QVERIFY(QFile::copy(path("secret.ts"), path(name)));
-    QCOMPARE(packets(name), packets("secret.ts"));
+    for (const char* utf8 : {"concat:a.ts|b.ts", "-i.ts", "http:x.ts", "a b'\"$(x).ts", "\u97f3.mp4"}) {
+        const QString name = QString::fromUtf8(utf8);
+        QVERIFY(QFile::copy(path("secret.ts"), path(name)));
+        QVERIFY2(packets(name) == packets("secret.ts"), utf8);
+    }
 }
 
 void TestOpenInput::openInput_refuses_whatReachesForMore_data()
@@ -105,26 +90,19 @@ void TestOpenInput::openInput_refuses_whatReachesForMore_data()
 void TestOpenInput::openInput_refuses_whatReachesForMore()
 {
     QFETCH(QByteArray, content);
-    write("movie.mp4", content);
+    writeFile(path("movie.mp4"), content);
     QVERIFY(packets("movie.mp4") <= 0);
-}
-
-void TestOpenInput::openInput_refusesAtOnce_whatIsNoRegularFile_data()
-{
-    QTest::addColumn<QString>("name");
-    for (const char* name : {".", "missing.mp3", "pipe.mp3", "secret.ts|secret.ts", ""})
-        QTest::newRow(name) << QString::fromLatin1(name);
 }
 
 void TestOpenInput::openInput_refusesAtOnce_whatIsNoRegularFile()
 {
-    QFETCH(QString, name);
-    QCOMPARE(packets(name), AVERROR(ENOENT));
+    for (const char* name : {".", "missing.mp3", "pipe.mp3", "secret.ts|secret.ts", ""})
+        QVERIFY2(packets(name) == AVERROR(ENOENT), name);
 }
 
 void TestOpenInput::openInput_readsNoSequence_whenNameIsPattern()
 {
-    write("image%d.png", "no picture");
+    writeFile(path("image%d.png"), "no picture");
     QVERIFY(packets("image%d.png") <= 0);
 }
 

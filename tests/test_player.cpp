@@ -7,11 +7,14 @@
 #include <QtTest/QtTest>
 
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <random>
 #include <thread>
 
 namespace {
+const QString kWhole = QStringLiteral("Duration Started Progress Finished Closed");
+
 QString media(const char* name)
 {
     return QStringLiteral(TEST_MEDIA_DIR "/player/") + QString::fromUtf8(name);
@@ -60,10 +63,6 @@ void TestPlayer::init()
 void TestPlayer::cleanup()
 {
     PlayerHost::player()->setSpeed(1.0);
-    PlayerHost::player()->breakPlay({}, 0);
-    // What is still queued comes before this.
-    QMetaObject::invokeMethod(
-        PlayerHost::player(), [] {}, Qt::BlockingQueuedConnection);
     host.reset();
 }
 
@@ -85,8 +84,7 @@ void TestPlayer::play_isHeardWhole_atEverySpeed()
     Monitor monitor;
     host->player()->setSpeed(speed);
     host->play(media("tone.wav"));
-    QTRY_COMPARE_WITH_TIMEOUT(host->order(), QStringLiteral("Duration Started Progress Finished Closed"),
-                              10'000);
+    QTRY_COMPARE_WITH_TIMEOUT(host->order(), kWhole, 10'000);
     QCOMPARE(host->last(EventDuration).event.info.value("Duration").toLongLong(), 3000);
 
     const Monitor::Sound sound = monitor.stop();
@@ -133,14 +131,13 @@ void TestPlayer::play_reportsPositionAndSamples_whilePlaying()
 
 void TestPlayer::play_isWhole_longAfterTheOneBefore()
 {
-    const QString whole = QStringLiteral("Duration Started Progress Finished Closed");
     host->play(media("short.wav"));
-    QTRY_COMPARE(host->order(), whole);
+    QTRY_COMPARE(host->order(), kWhole);
     if (g_startTime != 0)
         g_startTime -= 30'000; // as if so much time had gone by
     host->forget();
     host->play(media("short.wav"));
-    QTRY_COMPARE(host->order(), whole);
+    QTRY_COMPARE(host->order(), kWhole);
 }
 
 void TestPlayer::play_doesNothing_whenNotAnnounced()
@@ -163,7 +160,7 @@ void TestPlayer::play_doesNothing_whenNotAnnounced()
     host->play(media("long.mp3"));
     host->play(media("short.wav"));
     announced.release();
-    QTRY_COMPARE(host->order(), QStringLiteral("Duration Started Progress Finished Closed"));
+    QTRY_COMPARE(host->order(), kWhole);
     QCOMPARE(host->last(EventDuration).event.info.value("Duration").toLongLong(), 100);
 }
 
@@ -178,9 +175,8 @@ void TestPlayer::play_fails_withItsMessage_data()
     QTest::newRow("a sample a second") << media("hostile-rate.wav") << "Duration " + refused;
     QTest::newRow("playlist in the network") << "https//x"
                                              << "Underload Flowing " + refused;
-    const QString played = "Duration Started Progress Finished Closed";
     for (const char* name : {"-i \"$(x)\" 'é' %d.mp3", "plain.flac", "video.mp4"})
-        QTest::newRow(name) << media(name) << played;
+        QTest::newRow(name) << media(name) << kWhole;
     // It ends within a sample.
     QTest::newRow("truncated.wav") << media("truncated.wav")
                                    << "Duration Started Progress Error(avcodec receive frame failed.) Closed";
@@ -200,7 +196,7 @@ void TestPlayer::setSpeed_takesEffect_duringPlayback()
     host->play(media("tone.wav"));
     QTRY_VERIFY(host->playTime() > 500);
     host->player()->setSpeed(2.0);
-    QTRY_COMPARE(host->order(), QStringLiteral("Duration Started Progress Finished Closed"));
+    QTRY_COMPARE(host->order(), kWhole);
     const Monitor::Sound sound = monitor.stop();
     qInfo("heard %.3f s, longest gap %.1f ms", sound.duration_s, sound.longest_gap_s * 1000);
     QVERIFY(sound.duration_s > 1.6 && sound.duration_s < 2.3);
@@ -311,8 +307,7 @@ void TestPlayer::closeAudioOutput_playsOnInSilence()
     host->play(media("tone.wav"));
     QTRY_VERIFY(host->playTime() > 1000);
     host->player()->closeAudioOutput();
-    QTRY_COMPARE_WITH_TIMEOUT(host->order(), QStringLiteral("Duration Started Progress Finished Closed"),
-                              10'000);
+    QTRY_COMPARE_WITH_TIMEOUT(host->order(), kWhole, 10'000);
     QVERIFY(std::abs(host->playTime() - 3000) < 100);
     const auto events = host->all();
     const double lasted_s =
@@ -335,35 +330,19 @@ void TestPlayer::transport_staysConsistent_underRandomCallsFromFourThreads()
         AudioPlayer* player = PlayerHost::player();
         for (int i = 0; i < 250; ++i) {
             const QString& source = sources[pick(sources.size())];
-            switch (pick(10)) {
-            case 0:
-            case 1:
-                PlayerHost::play(source, pick(2) * pick(5000));
-                break;
-            case 2:
-                player->pause(true);
-                break;
-            case 3:
-                player->pause(false);
-                break;
-            case 4:
-                player->stop(pick(40) == 0);
-                break;
-            case 5:
-                player->seekPos(pick(25'000));
-                break;
-            case 6:
-                player->setSpeed(0.5 + pick(30) / 10.0);
-                break;
-            case 7:
-                player->handleDeviceChanged();
-                break;
-            case 8:
-                player->breakPlay(pick(2) ? source : QString(), 0);
-                break;
-            default:
-                player->closeAudioOutput();
-            }
+            const std::function<void()> calls[] = {
+                [&] { PlayerHost::play(source, pick(2) * pick(5000)); },
+                [&] { PlayerHost::play(source); },
+                [&] { player->pause(true); },
+                [&] { player->pause(false); },
+                [&] { player->stop(pick(40) == 0); },
+                [&] { player->seekPos(pick(25'000)); },
+                [&] { player->setSpeed(0.5 + pick(30) / 10.0); },
+                [&] { player->handleDeviceChanged(); },
+                [&] { player->breakPlay(pick(2) ? source : QString(), 0); },
+                [&] { player->closeAudioOutput(); },
+            };
+            calls[pick(int(std::size(calls)))]();
             std::this_thread::sleep_for(std::chrono::milliseconds(pick(8)));
         }
     };
@@ -374,9 +353,7 @@ void TestPlayer::transport_staysConsistent_underRandomCallsFromFourThreads()
         thread.join();
 
     // Whatever came before, a source plays as ever.
-    host->player()->breakPlay({}, 0);
-    QMetaObject::invokeMethod(
-        host->player(), [] {}, Qt::BlockingQueuedConnection);
+    host->settle();
     host->player()->setSpeed(1.0);
     host->forget();
     host->play(media("plain.wav")); // no request that is left over names it

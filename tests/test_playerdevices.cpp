@@ -20,8 +20,8 @@ class TestPlayerDevices : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
+    void init() { host = std::make_unique<PlayerHost>(); }
+    void cleanup() { host.reset(); }
 
     void playback_movesToNewSink_whenDefaultChanges();
     void playback_movesToOtherSink_whenSinkIsRemoved();
@@ -41,19 +41,6 @@ private:
     std::unique_ptr<PlayerHost> host;
     SoundServer server;
 };
-
-void TestPlayerDevices::init()
-{
-    host = std::make_unique<PlayerHost>();
-}
-
-void TestPlayerDevices::cleanup()
-{
-    PlayerHost::player()->breakPlay({}, 0);
-    QMetaObject::invokeMethod(
-        PlayerHost::player(), [] {}, Qt::BlockingQueuedConnection);
-    host.reset();
-}
 
 double TestPlayerDevices::lasted() const
 {

@@ -1,4 +1,5 @@
 #include "multimedia/audioplayer/audioplayer.h"
+#include "tests/support/files.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QStandardPaths>
@@ -149,19 +150,14 @@ void TestPlayerInspection::getAlbumInfo_readsTags_thatAreThere()
 void TestPlayerInspection::cover_isRefused_whenItsSizeIsHostile()
 {
     // A BMP of 64 x 48 pixels that claims 11000 x 10000.
-    QFile picture(media("cover.bmp"));
-    QFile source(media("covered-bmp.mp3"));
-    QVERIFY(picture.open(QIODevice::ReadOnly) && source.open(QIODevice::ReadOnly));
-    QVERIFY(!AudioPlayer::getCover(source.fileName()).isEmpty());
-    QByteArray bytes = source.readAll();
-    const int header = bytes.indexOf(picture.read(26));
+    QVERIFY(!AudioPlayer::getCover(media("covered-bmp.mp3")).isEmpty());
+    QByteArray bytes = contentOf(media("covered-bmp.mp3"));
+    const int header = bytes.indexOf(contentOf(media("cover.bmp")).left(26));
     QVERIFY(header > 0);
     bytes.replace(header + 18, 8, QByteArray::fromHex("f82a000010270000"));
-    QFile hostile(folder.filePath("hostile.mp3"));
-    QVERIFY(hostile.open(QIODevice::WriteOnly) && hostile.write(bytes) == bytes.size());
-    hostile.close();
+    writeFile(folder.filePath("hostile.mp3"), bytes);
     QTest::ignoreMessage(QtWarningMsg, "cover of 11000 x 10000 pixels is refused");
-    QCOMPARE(AudioPlayer::getCover(hostile.fileName()), QString());
+    QCOMPARE(AudioPlayer::getCover(folder.filePath("hostile.mp3")), QString());
 }
 
 QTEST_GUILESS_MAIN(TestPlayerInspection)

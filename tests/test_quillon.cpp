@@ -1,13 +1,13 @@
-#include "quillon/basefile.h"
 #include "quillon/convertfilefilter.h"
 #include "quillon/editfilefilter.h"
 #include "quillon/editstate.h"
 #include "quillon/graphicdefines.h"
 #include "quillon/quillonlog.h"
 #include "quillon/util.h"
+#include "tests/support/files.h"
 #include "tests/support/imagebytes.h"
+#include "tests/support/row.h"
 
-#include <QtCore/QMetaEnum>
 #include <QtGui/QImage>
 #include <QtTest/QtTest>
 
@@ -23,13 +23,6 @@ static QImage marked(const QSize& size)
         for (int x = 0; x < size.width() / 2; ++x)
             image.setPixelColor(x, y, Qt::red);
     return image;
-}
-
-static void write(const QString& path, const QByteArray& bytes)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), qint64(bytes.size()));
 }
 
 class TestQuillon : public QObject
@@ -95,18 +88,12 @@ void TestQuillon::toLocalFile_takesUrlsAndPaths_data()
 {
     QTest::addColumn<QString>("given");
     QTest::addColumn<QString>("path");
-    QTest::newRow("url") << "file:///tmp/a%20b%23c.mp4"
-                         << "/tmp/a b#c.mp4";
-    QTest::newRow("url in capitals") << "FILE:///tmp/a.mp4"
-                                     << "/tmp/a.mp4";
-    QTest::newRow("resource") << "qrc:/images/a.png"
-                              << ":/images/a.png";
-    QTest::newRow("path") << "/tmp/a%20b#c?.mp4"
-                          << "/tmp/a%20b#c?.mp4";
-    QTest::newRow("path with colon") << "a:b.mp4"
-                                     << "a:b.mp4";
-    QTest::newRow("empty") << ""
-                           << "";
+    row("url", "file:///tmp/a%20b%23c.mp4", "/tmp/a b#c.mp4");
+    row("url in capitals", "FILE:///tmp/a.mp4", "/tmp/a.mp4");
+    row("resource", "qrc:/images/a.png", ":/images/a.png");
+    row("path", "/tmp/a%20b#c?.mp4", "/tmp/a%20b#c?.mp4");
+    row("path with colon", "a:b.mp4", "a:b.mp4");
+    row("empty", "", "");
 }
 
 void TestQuillon::toLocalFile_takesUrlsAndPaths()
@@ -117,7 +104,7 @@ void TestQuillon::toLocalFile_takesUrlsAndPaths()
 
 void TestQuillon::files_areSeenAndRemoved_butNoFolders()
 {
-    write(at("present"), "x");
+    writeFile(at("present"), "x");
     QVERIFY(Util::fileExists(at("present")));
     QVERIFY(Util::deleteFile(at("present")));
     QVERIFY(!Util::fileExists(at("present")));
@@ -132,20 +119,13 @@ void TestQuillon::newFile_givesFreeName_besideTakenOnes_data()
     QTest::addColumn<QStringList>("taken");
     QTest::addColumn<QString>("wanted");
     QTest::addColumn<QString>("given");
-    QTest::newRow("free") << QStringList() << "free.mp4"
-                          << "free.mp4";
-    QTest::newRow("taken") << QStringList("one.mp4") << "one.mp4"
-                           << "one (1).mp4";
-    QTest::newRow("taken twice") << QStringList({"two.mp4", "two (1).mp4"}) << "two.mp4"
-                                 << "two (2).mp4";
-    QTest::newRow("inner dots") << QStringList("a.tar.gz") << "a.tar.gz"
-                                << "a.tar (1).gz";
-    QTest::newRow("no suffix") << QStringList("plain") << "plain"
-                               << "plain (1)";
-    QTest::newRow("hidden") << QStringList(".hidden") << ".hidden"
-                            << ".hidden (1)";
-    QTest::newRow("dot at end") << QStringList("end.") << "end."
-                                << "end. (1)";
+    row("free", QStringList(), "free.mp4", "free.mp4");
+    row("taken", QStringList("one.mp4"), "one.mp4", "one (1).mp4");
+    row("taken twice", QStringList({"two.mp4", "two (1).mp4"}), "two.mp4", "two (2).mp4");
+    row("inner dots", QStringList("a.tar.gz"), "a.tar.gz", "a.tar (1).gz");
+    row("no suffix", QStringList("plain"), "plain", "plain (1)");
+    row("hidden", QStringList(".hidden"), ".hidden", ".hidden (1)");
+    row("dot at end", QStringList("end."), "end.", "end. (1)");
 }
 
 void TestQuillon::newFile_givesFreeName_besideTakenOnes()
@@ -153,7 +133,7 @@ void TestQuillon::newFile_givesFreeName_besideTakenOnes()
     QFETCH(QStringList, taken);
     QFETCH(QString, wanted);
     for (const QString& name : taken)
-        write(at(name), "x");
+        writeFile(at(name), "x");
     QTEST(QFileInfo(Util::newFile(at(wanted))).fileName(), "given");
 
     const QString dangling = at("dangling.mp4");
@@ -170,7 +150,7 @@ void TestQuillon::newFile_givesEveryNameOnce_toManyThreads()
             for (size_t i = first; i < names.size(); i += 4) {
                 names[i] = Util::newFile(at("crowd.txt"));
                 if (i % 3 == 0)
-                    write(names[i], "x");
+                    writeFile(names[i], "x");
             }
         });
     for (std::thread& thread : threads)
@@ -184,12 +164,12 @@ void TestQuillon::scaleThumbImage_keepsAspectAndOrientation_data()
     QTest::addColumn<bool>("turned");
     QTest::addColumn<bool>("always");
     QTest::addColumn<QSize>("expected");
-    QTest::newRow("wide") << QSize(1280, 320) << false << false << QSize(640, 160);
-    QTest::newRow("high") << QSize(800, 1600) << false << false << QSize(320, 640);
-    QTest::newRow("turned") << QSize(1280, 320) << true << false << QSize(160, 640);
-    QTest::newRow("needle") << QSize(3000, 1) << false << false << QSize(640, 1);
-    QTest::newRow("small") << QSize(640, 640) << false << false << QSize();
-    QTest::newRow("small, always") << QSize(64, 40) << false << true << QSize(64, 40);
+    row("wide", QSize(1280, 320), false, false, QSize(640, 160));
+    row("high", QSize(800, 1600), false, false, QSize(320, 640));
+    row("turned", QSize(1280, 320), true, false, QSize(160, 640));
+    row("needle", QSize(3000, 1), false, false, QSize(640, 1));
+    row("small", QSize(640, 640), false, false, QSize());
+    row("small, always", QSize(64, 40), false, true, QSize(64, 40));
 }
 
 void TestQuillon::scaleThumbImage_keepsAspectAndOrientation()
@@ -201,8 +181,8 @@ void TestQuillon::scaleThumbImage_keepsAspectAndOrientation()
     const QString source = at("source.jpg");
     const QString target = at("target.png");
     QFile::remove(target);
-    write(source,
-          turned ? ImageBytes::turnedJpeg(marked(stored)) : ImageBytes::encoded(marked(stored), "JPEG"));
+    writeFile(source,
+              turned ? ImageBytes::turnedJpeg(marked(stored)) : ImageBytes::encoded(marked(stored), "JPEG"));
 
     QCOMPARE(Util::instance()->scaleThumbImage(source, target, {640, 640}, 640, always), expected.isValid());
     QCOMPARE(QFile::exists(target), expected.isValid());
@@ -224,19 +204,19 @@ void TestQuillon::scaleThumb_refuses_whatItCannotScale_data()
     QTest::addColumn<QString>("target");
     QTest::addColumn<bool>("readable");
     const QByteArray good = ImageBytes::encoded(marked({800, 600}), "PNG");
-    QTest::newRow("60000x60000") << ImageBytes::boastfulBmp(60000) << "thumb.png" << false;
-    QTest::newRow("empty") << QByteArray() << "thumb.png" << false;
-    QTest::newRow("text") << QByteArray(1000, 'x') << "thumb.png" << false;
-    QTest::newRow("cut short") << good.left(good.size() / 2) << "thumb.png" << false;
-    QTest::newRow("unknown suffix") << good << "thumb.xyz" << true;
-    QTest::newRow("no such folder") << good << "missing/thumb.png" << true;
+    row("60000x60000", ImageBytes::boastfulBmp(60000), "thumb.png", false);
+    row("empty", QByteArray(), "thumb.png", false);
+    row("text", QByteArray(1000, 'x'), "thumb.png", false);
+    row("cut short", good.left(good.size() / 2), "thumb.png", false);
+    row("unknown suffix", good, "thumb.xyz", true);
+    row("no such folder", good, "missing/thumb.png", true);
 }
 
 void TestQuillon::scaleThumb_refuses_whatItCannotScale()
 {
     QFETCH(QByteArray, content);
     QFETCH(QString, target);
-    write(at("bad.png"), content);
+    writeFile(at("bad.png"), content);
     QVERIFY(!Util::instance()->scaleThumbImage(at("bad.png"), at(target), {640, 640}, 640, false));
     QVERIFY(!QFile::exists(at(target)));
     QByteArray bytes("old");
@@ -263,18 +243,14 @@ void TestQuillon::metaTypes_haveTheirNames()
     QCOMPARE(QMetaType::typeName(qMetaTypeId<ConvertFileFilterPtr>()), "ConvertFileFilterPtr");
     QCOMPARE(QMetaType::typeName(qMetaTypeId<EditState>()), "EditState");
     QVERIFY(GraphicDefines::staticMetaObject.indexOfEnumerator("GraphicType") >= 0);
-
-    const BaseFile file("id", "/a/b");
-    QCOMPARE(file.fileId(), QStringLiteral("id"));
-    QCOMPARE(file.filePath(), QStringLiteral("/a/b"));
 }
 
 void TestQuillon::log_writesText()
 {
     QTest::ignoreMessage(QtInfoMsg, "said \"so\"");
-    QuillonLog::info(QStringLiteral("said \"so\""));
+    QuillonLog::info("said \"so\"");
     QTest::ignoreMessage(QtCriticalMsg, "went wrong");
-    QuillonLog::error(QStringLiteral("went wrong"));
+    QuillonLog::error("went wrong");
 }
 
 QTEST_GUILESS_MAIN(TestQuillon)

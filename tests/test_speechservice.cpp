@@ -1,11 +1,12 @@
 #include "multimedia/speechrecognizer_linux/pocketsphinxservice.h"
+#include "tests/support/files.h"
 #include "tests/support/logcapture.h"
 
 extern "C" {
 #include <libavutil/log.h>
 }
 
-#include <QtCore/QFile>
+#include <QtCore/QRegularExpression>
 #include <QtTest/QtTest>
 
 #include <atomic>
@@ -112,10 +113,7 @@ private:
 std::vector<std::int16_t> samplesOf(const char* name)
 {
     constexpr int kHeader = 78;
-    QFile file(QString::fromStdString(media(name)));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    const QByteArray bytes = file.readAll().mid(kHeader);
+    const QByteArray bytes = contentOf(QString::fromStdString(media(name))).mid(kHeader);
     const auto* first = reinterpret_cast<const std::int16_t*>(bytes.constData());
     return {first, first + bytes.size() / 2};
 }
@@ -152,11 +150,8 @@ private Q_SLOTS:
     void buffer_isUnderstood();
     void badBuffer_ends_data();
     void badBuffer_ends();
-    void pause_beginsNewUtterance();
-    void breathlessSpeech_isCut();
     void noSpeech_ends_withoutWords_data();
     void noSpeech_ends_withoutWords();
-    void damagedFile_ends();
     void text_isTheSame_whateverWasHeardBefore();
     void cancel_endsTask_inAnHourOfTalk();
     void tasks_endOnce_underCancelsFromTwoThreads();
@@ -170,10 +165,14 @@ private:
 void TestSpeechService::file_isUnderstood_data()
 {
     QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("utterances");
     for (const char* name :
          {"food.wav", "stereo.m4a", "surround.flac", "float64.wav", "food.mp3", "food.aac", "film.mp4"})
-        QTest::newRow(name) << kFood;
-    QTest::newRow("telephone.wav") << "on the table for everybody"; // the band is too narrow for an f
+        QTest::newRow(name) << kFood + "$" << 1;
+    QTest::newRow("telephone.wav") << "on the table for everybody$" << 1; // the band is too narrow for an f
+    QTest::newRow("damaged.aac") << "^there is enough" << 1;
+    QTest::newRow("two.wav") << "half past five there is enough food" << 2; // a pause between
+    QTest::newRow("breathless.wav") << "must be finished" << 2;             // cut where it grows too long
 }
 
 void TestSpeechService::file_isUnderstood()
@@ -183,9 +182,9 @@ void TestSpeechService::file_isUnderstood()
     QVERIFY(service.recognizeFile(media(QTest::currentDataTag()), "en_US", listener.handler()) != 0);
     QVERIFY(listener.awaitEnd());
     QVERIFY(!listener.failed);
-    QVERIFY2(listener.text().endsWith(text), qPrintable(listener.text()));
+    QVERIFY2(listener.text().contains(QRegularExpression(text)), qPrintable(listener.text()));
     QVERIFY(listener.partials() > 4);
-    QCOMPARE(listener.utterances(), 1);
+    QTEST(listener.utterances(), "utterances");
 }
 
 void TestSpeechService::buffer_isUnderstood_data()
@@ -260,25 +259,6 @@ void TestSpeechService::badBuffer_ends()
     QCOMPARE(listener.text(), QString());
 }
 
-void TestSpeechService::pause_beginsNewUtterance()
-{
-    Listener listener;
-    service.recognizeFile(media("two.wav"), {}, listener.handler());
-    QVERIFY(listener.awaitEnd());
-    const QString text = listener.text();
-    QVERIFY2(text.contains("half past five there is enough food"), qPrintable(text));
-    QCOMPARE(listener.utterances(), 2);
-}
-
-void TestSpeechService::breathlessSpeech_isCut()
-{
-    Listener listener;
-    service.recognizeFile(media("breathless.wav"), {}, listener.handler());
-    QVERIFY(listener.awaitEnd());
-    QCOMPARE(listener.utterances(), 2);
-    QVERIFY(listener.text().contains("must be finished"));
-}
-
 void TestSpeechService::noSpeech_ends_withoutWords_data()
 {
     QTest::addColumn<QString>("name");
@@ -294,14 +274,6 @@ void TestSpeechService::noSpeech_ends_withoutWords()
     QVERIFY(service.recognizeFile(media(name.toStdString()), {}, listener.handler()) != 0);
     QVERIFY(listener.awaitEnd());
     QCOMPARE(listener.text(), QString());
-}
-
-void TestSpeechService::damagedFile_ends()
-{
-    Listener listener;
-    service.recognizeFile(media("damaged.aac"), {}, listener.handler());
-    QVERIFY(listener.awaitEnd());
-    QVERIFY(listener.text().startsWith("there is enough"));
 }
 
 void TestSpeechService::text_isTheSame_whateverWasHeardBefore()

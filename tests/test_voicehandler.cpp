@@ -38,43 +38,35 @@ class TestVoiceHandler : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void handler_passesVoice_inEveryBlockSize_data();
     void handler_passesVoice_inEveryBlockSize();
     void handler_givesAsMuchAsItGot_withEffect_data();
     void handler_givesAsMuchAsItGot_withEffect();
     void handler_givesSecondChannel_ofStereo();
-    void close_endsAtOnce_whenBufferIsEmpty();
     void close_doesNothing_whenNeverOpened();
     void close_dropsEverything_immediately();
     void openHandler_takesUpWhatWaits_andOpensAgain();
     void openHandler_staysFinished_onBadFormat();
 };
 
-void TestVoiceHandler::handler_passesVoice_inEveryBlockSize_data()
-{
-    QTest::addColumn<int>("block");
-    for (const int block : {2, 100, 960, 2400, 100000})
-        QTest::addRow("%d bytes", block) << block;
-}
-
 void TestVoiceHandler::handler_passesVoice_inEveryBlockSize()
 {
-    QFETCH(int, block);
     const QByteArray input = bytesOf(soundcheck::vowel(kRate, 120, 0.3));
-    Handled handled;
-    handled.handler.openHandler(kRate, 1, 16, kUnchanged);
-    QCOMPARE(handled.handler.handlerState(), VoiceHandler::HandlerRunning);
-    for (int i = 0; i < input.size(); i += block)
-        handled.handler.putOriginalData(input.mid(i, block));
-    handled.handler.close(false);
-    handled.handler.close(false);
-    QTRY_COMPARE(handled.ends, 1);
-    QCOMPARE(handled.output, input);
-    QVERIFY(!handled.handler.hasOrginalData());
-    handled.handler.close(true);
-    QVERIFY(handled.handler.finished());
-    QCoreApplication::processEvents();
-    QCOMPARE(handled.ends, 1);
+    for (const int block : {2, 100, 960, 2400, 100000}) {
+        Handled handled;
+        handled.handler.openHandler(kRate, 1, 16, kUnchanged);
+        QCOMPARE(handled.handler.handlerState(), VoiceHandler::HandlerRunning);
+        for (int i = 0; i < input.size(); i += block)
+            handled.handler.putOriginalData(input.mid(i, block));
+        handled.handler.close(false);
+        handled.handler.close(false);
+        QTRY_COMPARE(handled.ends, 1);
+        QVERIFY2(handled.output == input, qPrintable(QString("blocks of %1 bytes").arg(block)));
+        QVERIFY(!handled.handler.hasOrginalData());
+        handled.handler.close(true);
+        QVERIFY(handled.handler.finished());
+        QCoreApplication::processEvents();
+        QCOMPARE(handled.ends, 1);
+    }
 }
 
 void TestVoiceHandler::handler_givesAsMuchAsItGot_withEffect_data()
@@ -82,7 +74,7 @@ void TestVoiceHandler::handler_givesAsMuchAsItGot_withEffect_data()
     QTest::addColumn<int>("type");
     QTest::addColumn<int>("bytes");
     for (const int type : {1, 2, 3}) {
-        for (const int bytes : {2, 960, 12346})
+        for (const int bytes : {0, 2, 960, 12346})
             QTest::addRow("type %d, %d bytes", type, bytes) << type << bytes;
     }
 }
@@ -98,7 +90,7 @@ void TestVoiceHandler::handler_givesAsMuchAsItGot_withEffect()
     handled.handler.close(false);
     QTRY_COMPARE(handled.ends, 1);
     QCOMPARE(handled.output.size(), input.size());
-    QVERIFY(handled.output != input);
+    QCOMPARE(handled.output != input, bytes > 0);
 }
 
 void TestVoiceHandler::handler_givesSecondChannel_ofStereo()
@@ -117,15 +109,6 @@ void TestVoiceHandler::handler_givesSecondChannel_ofStereo()
     std::memcpy(output.data(), handled.output.constData(), size_t(handled.output.size()));
     for (size_t i = 0; i < output.size(); ++i)
         QCOMPARE(output[i], int16_t(i < 4800 ? i : 0));
-}
-
-void TestVoiceHandler::close_endsAtOnce_whenBufferIsEmpty()
-{
-    Handled handled;
-    handled.handler.openHandler(kRate, 1, 16, 1);
-    handled.handler.close(false);
-    QTRY_COMPARE(handled.ends, 1);
-    QCOMPARE(handled.output.size(), 0);
 }
 
 void TestVoiceHandler::close_doesNothing_whenNeverOpened()

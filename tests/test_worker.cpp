@@ -17,19 +17,11 @@ class TestWorker : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void stop_returnsAtOnce_whenNeverStarted();
     void start_neverRunsTwoBodies_whenCalledFromManyThreads();
     void start_losesNoItem_whenPushedWhileTheBodyEnds();
     void stop_waitsForTheBody_onAPoolOfOneThread();
     void moveToThread_startsAndEndsTheThread_withItsObjects();
 };
-
-void TestWorker::stop_returnsAtOnce_whenNeverStarted()
-{
-    Worker worker([] { return true; });
-    QVERIFY(!worker.isRunning());
-    worker.stop();
-}
 
 void TestWorker::start_neverRunsTwoBodies_whenCalledFromManyThreads()
 {

@@ -2,10 +2,8 @@
 
 #include <QtCore/QBuffer>
 #include <QtCore/QByteArray>
-#include <QtCore/QFile>
 #include <QtCore/QtEndian>
 #include <QtGui/QImage>
-#include <QtTest/QtTest>
 
 #include <array>
 
@@ -18,13 +16,6 @@ inline QByteArray encoded(const QImage& image, const char* format)
     buffer.open(QIODevice::WriteOnly);
     image.save(&buffer, format, 100);
     return buffer.data();
-}
-
-inline void write(const QString& path, const QByteArray& bytes)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), qint64(bytes.size()));
 }
 
 /// A JPEG whose EXIF data ask to show it turned clockwise by a quarter.

@@ -22,6 +22,8 @@ QByteArray output(const QString& program, const QStringList& arguments);
 QJsonObject probe(const QString& path);
 /// First stream of a kind ("video", "audio") in the result of `probe`; empty when there is none.
 QJsonObject stream(const QJsonObject& probed, const char* kind);
+/// How long the "format" or a stream of `probe` lasts.
+double seconds(const QJsonObject& part);
 /// What a full decode complains about; empty for a sound file.
 QString decodeErrors(const QString& path);
 
@@ -37,10 +39,5 @@ std::vector<double> pictureTimes(const QString& path);
 
 /// Sound as 16-bit samples of one channel.
 std::vector<int16_t> decodeAudio(const QString& path, int sample_rate);
-/// Share of the tenths of a second, 0 to 1, whose energy lies at `frequency_hz`. A gap or a jump of the phase
-/// spoils the one that it falls in.
-double toneShare(const std::vector<int16_t>& samples, int sample_rate, double frequency_hz);
-/// Root mean square of the samples, 0 to 32768.
-double rms(const std::vector<int16_t>& samples);
 
 } // namespace mediacheck

@@ -2,6 +2,7 @@
 
 #include "multimedia/audioplayer/audioplayer.h"
 
+#include <QtCore/QMap>
 #include <QtCore/QStringList>
 #include <QtTest/QtTest>
 
@@ -21,7 +22,12 @@ public:
     };
 
     PlayerHost() { player()->regCallBack(announce, this); }
-    ~PlayerHost() { player()->deregCallBack(); }
+    /// Leaves the player with nothing to do.
+    ~PlayerHost()
+    {
+        settle();
+        player()->deregCallBack();
+    }
     PlayerHost(const PlayerHost&) = delete;
     PlayerHost& operator=(const PlayerHost&) = delete;
 
@@ -31,6 +37,15 @@ public:
         player()->breakPlay(path, duration_ms);
         QMetaObject::invokeMethod(player(), "play", Qt::QueuedConnection, Q_ARG(QString, path),
                                   Q_ARG(qlonglong, from_ms));
+    }
+
+    /// Ends what is played; what was still queued comes before that.
+    static void settle()
+    {
+        player()->breakPlay({}, 0);
+        if (player()->thread()->isRunning())
+            QMetaObject::invokeMethod(
+                player(), [] {}, Qt::BlockingQueuedConnection);
     }
 
     std::vector<Heard> all() const
@@ -94,28 +109,16 @@ private:
     }
     static QString describe(const AudioEvents& event)
     {
-        switch (event.eventId) {
-        case EventStopped:
-            return "Stopped";
-        case EventFinished:
-            return "Finished";
-        case EventStarted:
-            return "Started";
-        case EventPaused:
-            return "Paused";
-        case EventProgress:
+        if (event.eventId == EventProgress)
             return event.info.contains("Samples") ? "Progress" : "Sought";
-        case EventClosed:
-            return "Closed";
-        case EventError:
-            return "Error(" + event.message + ")";
-        case EventDuration:
-            return "Duration";
-        case EventUnderload:
+        if (event.eventId == EventUnderload)
             return event.info.value("IsUnderload").toBool() ? "Underload" : "Flowing";
-        default:
-            return "?";
-        }
+        if (event.eventId == EventError)
+            return "Error(" + event.message + ")";
+        static const QMap<EventId, QString> names = {{EventStopped, "Stopped"}, {EventFinished, "Finished"},
+                                                     {EventStarted, "Started"}, {EventPaused, "Paused"},
+                                                     {EventClosed, "Closed"},   {EventDuration, "Duration"}};
+        return names.value(event.eventId, "?");
     }
 
     mutable std::mutex mutex;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QRegularExpression>
 
@@ -11,4 +12,12 @@ inline qint64 peakBytes()
     const QString text = QString::fromLatin1(status.readAll());
     static const QRegularExpression peak(QStringLiteral("VmPeak:\\s*(\\d+) kB"));
     return peak.match(text).captured(1).toLongLong() * 1024;
+}
+
+/// How many threads ("task") or open files ("fd") the process has.
+inline int countOf(const char* kind)
+{
+    return QDir(QLatin1String("/proc/self/") + kind)
+        .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
+        .size();
 }

@@ -79,6 +79,24 @@ double energyShare(const Samples& samples, int sample_rate, double frequency_hz)
     return 2 * (real * real + imaginary * imaginary) / (energy * double(samples.size()));
 }
 
+double toneShare(const Samples& samples, int sample_rate, double frequency_hz)
+{
+    const long window = sample_rate / 10;
+    const long windows = long(samples.size()) / window;
+    int tones = 0;
+    for (auto begin = samples.begin(); begin < samples.begin() + windows * window; begin += window)
+        tones += energyShare({begin, begin + window}, sample_rate, frequency_hz) > 0.98;
+    return windows > 0 ? double(tones) / double(windows) : 0;
+}
+
+double rms(const Samples& samples)
+{
+    double energy = 0;
+    for (const int16_t sample : samples)
+        energy += double(sample) * sample;
+    return samples.empty() ? 0 : std::sqrt(energy / double(samples.size()));
+}
+
 namespace {
 
 constexpr size_t kCoarse = 8;

@@ -20,6 +20,11 @@ Samples tone(int sample_rate, double frequency_hz, double seconds, double amplit
 double pitch(const Samples& samples, int sample_rate, double lowest_hz, double highest_hz, std::size_t from);
 /// Share of the sound's energy that lies at `frequency_hz`, 0 to 1.
 double energyShare(const Samples& samples, int sample_rate, double frequency_hz);
+/// Share of the tenths of a second, 0 to 1, whose energy lies at `frequency_hz`. A gap or a jump of the phase
+/// spoils the one that it falls in.
+double toneShare(const Samples& samples, int sample_rate, double frequency_hz);
+/// Root mean square of the samples, 0 to 32768.
+double rms(const Samples& samples);
 /// The highest correlation, -1 to 1, of `part` with a stretch of `whole`, at any shift.
 double bestCorrelation(const Samples& whole, const Samples& part);
 
