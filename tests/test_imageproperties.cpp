@@ -31,6 +31,7 @@ private Q_SLOTS:
     void init();
     void editImage_takesOnly_whatItMayEdit_data();
     void editImage_takesOnly_whatItMayEdit();
+    void setters_emit_onlyOnChange();
     void editReset_restoresDefaults();
     void thumbnails_areMade_whereNeeded();
 
@@ -96,6 +97,22 @@ void TestImageProperties::editImage_takesOnly_whatItMayEdit()
     QCOMPARE(sizes.size(), size.isValid() ? 2 : 0); // reset, then set
 
     QVERIFY(peakBytes() - before < 500'000'000);
+}
+
+void TestImageProperties::setters_emit_onlyOnChange()
+{
+    QSignalSpy rotation(provider, &ImageEditProvider::rotationChanged);
+    QSignalSpy size(provider, &ImageEditProvider::imageSizeChanged);
+    for (int i = 0; i < 2; ++i) {
+        provider->setImageSize({3, 4});
+        provider->setRotation(90.0);
+        provider->setRotation(90.0 * (1.0 + 1e-13)); // as good as the same
+    }
+    QCOMPARE(size.size(), 1);
+    QCOMPARE(rotation.size(), 1);
+    provider->setRotation(1e-15);
+    provider->setRotation(0.0); // nothing is nearly zero
+    QCOMPARE(rotation.size(), 3);
 }
 
 void TestImageProperties::editReset_restoresDefaults()
