@@ -167,7 +167,6 @@ void TestFaceDetect::smear_isExponentialFilter()
     multimedia::smear(&image);
     for (int c = 0; c < 4; ++c) {
         std::vector<int> channel;
-        channel.reserve(std::size_t(size.width() * size.height()));
         for (int i = 0; i < size.width() * size.height(); ++i)
             channel.push_back(before.constScanLine(i / size.width())[4 * (i % size.width()) + c]);
         smearPlainly(&channel, size.width(), size.height(), weight);
