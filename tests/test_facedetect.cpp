@@ -166,9 +166,9 @@ void TestFaceDetect::smear_isExponentialFilter()
     const QImage before = image;
     multimedia::smear(&image);
     for (int c = 0; c < 4; ++c) {
-        std::vector<int> channel;
+        std::vector<int> channel(std::size_t(size.width()) * std::size_t(size.height()));
         for (int i = 0; i < size.width() * size.height(); ++i)
-            channel.push_back(before.constScanLine(i / size.width())[4 * (i % size.width()) + c]);
+            channel[i] = before.constScanLine(i / size.width())[4 * (i % size.width()) + c];
         smearPlainly(&channel, size.width(), size.height(), weight);
         for (int i = 0; i < size.width() * size.height(); ++i)
             QCOMPARE(int(image.constScanLine(i / size.width())[4 * (i % size.width()) + c]), channel[i]);
