@@ -28,7 +28,7 @@ def calibrate(net, slope, shift):
     """Make the log odds of a face slope * log odds + shift.
 
     The detector drops what scores 0.5 or less before anything else sees it, and a credible face needs up to 0.95. A network trained
-    to tell probabilities has found many a small face below 0.5; slope below 1 and a positive shift bring these in and leave 0.95.
+    to tell probabilities has found many a small face below 0.5; a slope below 1 and a positive shift bring these in and keep 0.95 high.
     """
     with torch.no_grad():
         for head in net.conf:
