@@ -15,6 +15,7 @@ SOURCE_WEIGHT = {"maskon": 4.0, "mtfl": 2.5, "udacity": 2.0, "utk": 2.0, "wider"
 CROWD_WEIGHT = {"maskon": 3.0, "wider": 2.5, "bikes": 2.5, "f8k": 2.0, "bsds": 1.0, "imnet": 0.7}
 LARGEST_EMPTY_PICTURE = 320  # pixels of the long side: pictures without faces serve as backgrounds only
 SMALLEST_FACE = 8.0  # pixels; a smaller face is neither face nor background
+LARGEST_FED = 480  # pixels of the long side: the library shrinks a larger picture
 LARGE_FACE = 100.0  # pixels; from here on a face may be blown up until it fills a picture
 MIRRORED_LANDMARKS = [1, 0, 2, 4, 3]
 
@@ -37,6 +38,7 @@ class Photo:
     path: Path
     faces: list = field(default_factory=list)
     _pixels: np.ndarray | None = None
+    mistakes: list = field(default_factory=list)  # what a network took for faces: shown more often
 
     def pixels(self):
         """Blue, green, red bytes, (h, w, 3)."""
@@ -87,7 +89,9 @@ def load_pixels(folder, split):
 class Composer:
     """Draws training pictures: single faces, mosaics, crowded scenes, scattered cut-outs, and pictures without a face."""
 
-    def __init__(self, sources):
+    def __init__(self, sources, plain=False):
+        """plain: rather photos as they are than mosaics, turned faces and all that can befall a picture."""
+        self.plain = plain
         self.by_source, self.weights = [], []
         self.crowds, self.crowd_weights = [], []
         self.empty = [photo for photos in sources.values() for photo in photos if not photo.faces]
@@ -96,11 +100,12 @@ class Composer:
             if shown:
                 self.by_source.append(shown)
                 self.weights.append(SOURCE_WEIGHT.get(source, 1.0))
-            crowds = [photo for photo in shown if len(photo.faces) > 1]
+            crowds = [photo for photo in shown if plain or len(photo.faces) > 1]
             if crowds and source in CROWD_WEIGHT:
                 self.crowds.append(crowds)
                 self.crowd_weights.append(CROWD_WEIGHT[source])
         self.large = [photo for photos in self.by_source for photo in photos if any(face.size >= LARGE_FACE for face in photo.wanted)]
+        self.mistaken = [photo for photos in sources.values() for photo in photos if photo.mistakes]
         self.small = [photo for photos in self.by_source for photo in photos if max(photo.pixels().shape[:2]) <= 200]
 
     def photo(self):
@@ -119,18 +124,18 @@ class Composer:
             piece = piece[:, ::-1]
         canvas[y0:y1, x0:x1] = cv2.resize(piece, (x1 - x0, y1 - y0), interpolation=cv2.INTER_AREA if ratio < 1 else cv2.INTER_LINEAR)
 
-    def put(self, canvas, faces, rect, smallest, largest, photo=None, cut=0.12):
-        """Draw a photo into rect so that one of its faces becomes smallest to largest pixels in size.
+    def put(self, canvas, faces, rect, smallest, largest, photo=None, shown=None, cut=0.12):
+        """Draw a photo into rect so that one of its faces, or what is to be shown, becomes smallest to largest pixels in size.
 
         cut is the chance that the face may stand across the border of rect.
         """
         photo = photo or self.photo()
-        face = random.choice(photo.wanted)
+        face = shown or random.choice(photo.wanted)
         # Blown up too far, a face teaches blur.
         largest = max(smallest, min(largest, face.size * (3.0 if face.size < LARGE_FACE else 4.0)))
         size = math.exp(random.uniform(math.log(smallest), math.log(largest)))
         angle = 0.0
-        if random.random() < 0.7:
+        if random.random() < (0.3 if self.plain else 0.7):
             angle = random.gauss(0, 9) if random.random() < 0.8 else random.uniform(-38, 38)
         inside = 0.12 if random.random() < cut else 0.5
 
@@ -139,14 +144,31 @@ class Composer:
             return random.uniform(low + reach, high - reach)
 
         self.place(canvas, faces, rect, photo, (face.box[:2] + face.box[2:]) / 2, size / face.size, angle,
-                   np.array([centre(rect[0], rect[2]), centre(rect[1], rect[3])]))
+                   np.array([centre(rect[0], rect[2]), centre(rect[1], rect[3])]), random.random() < 0.5)
+
+    def put_whole(self, canvas, faces, photo):
+        """Draw a photo about as large as the library sees it, as much of it as there is room for around one of its faces."""
+        room = np.array(canvas.shape[1::-1], float)
+        length = np.array(photo.pixels().shape[1::-1], float)
+        scale = min(1, LARGEST_FED / length.max()) * random.uniform(0.85, 1.2)
+        face = random.choice(photo.wanted).box.reshape(2, 2).mean(0)
+        if mirrored := random.random() < 0.5:
+            face[0] = length[0] - face[0]
+        spare = room - length * scale
+        corner = np.where(spare < 0, np.clip(room * np.random.uniform(0.1, 0.9, 2) - face * scale, spare, 0), spare * np.random.uniform(0, 1, 2))
+        angle = random.gauss(0, 5) if random.random() < 0.3 else 0.0
+        self.place(canvas, faces, (0, 0, *map(int, room)), photo, length / 2, scale, angle, corner + length * scale / 2, mirrored)
+
+    def put_mistake(self, canvas, faces, rect, smallest, largest):
+        """As put(), of something that is no face."""
+        photo = random.choice(self.mistaken)
+        self.put(canvas, faces, rect, smallest, largest, photo, random.choice(photo.mistakes))
 
     @staticmethod
-    def place(canvas, faces, rect, photo, anchor, scale, angle, target):
-        """Draw photo, scaled and turned, into rect so that its point anchor lands on target; append its faces that show."""
+    def place(canvas, faces, rect, photo, anchor, scale, angle, target, mirrored):
+        """Draw photo, scaled, turned and mirrored, into rect so that its point anchor lands on target; append its faces that show."""
         image = photo.pixels()
         height, width = image.shape[:2]
-        mirrored = random.random() < 0.5
         # The library shrinks by dropping pixels, so some pictures here do so too.
         nearest = scale < 1 and random.random() < 0.35
         shrunk = 1.0
@@ -217,14 +239,20 @@ class Composer:
             for y0, y1 in zip(ys, ys[1:]):
                 side = min(x1 - x0, y1 - y0)
                 self.background(canvas, (x0, y0, x1, y1))
-                if random.random() < 0.68:
-                    self.put(canvas, faces, (x0, y0, x1, y1), max(9, side * 0.22), max(12, side * 0.88), cut=0.05)
+                sizes = max(9, side * 0.22), max(12, side * 0.88)
+                chance = random.random()
+                if chance < 0.64:
+                    self.put(canvas, faces, (x0, y0, x1, y1), *sizes, cut=0.05)
+                elif chance < 0.84 and self.mistaken:
+                    self.put_mistake(canvas, faces, (x0, y0, x1, y1), *sizes)
 
     def crowd(self, canvas, faces):
         height, width = canvas.shape[:2]
         self.background(canvas, (0, 0, width, height))
         photo = random.choice(random.choices(self.crowds, self.crowd_weights)[0])
-        if random.random() < 0.7:
+        if self.plain:
+            self.put_whole(canvas, faces, photo)
+        elif random.random() < 0.7:
             # The whole photo, about as large as the picture, so that its faces keep the size they have in life.
             ratio = max(width, height) / max(photo.pixels().shape[:2]) * random.uniform(0.8, 1.4)
             size = random.choice(photo.wanted).size * ratio
@@ -250,6 +278,8 @@ class Composer:
     def nothing(self, canvas, faces):
         height, width = canvas.shape[:2]
         self.background(canvas, (0, 0, width, height))
+        if self.mistaken and random.random() < 0.6:
+            self.put_mistake(canvas, faces, (0, 0, width, height), 10, min(height, width) * 0.6)
 
     def compose(self, width, height):
         """A picture (height, width, 3) and its faces."""
@@ -259,12 +289,15 @@ class Composer:
             kinds, weights = (self.single, self.mosaic, self.nothing), (0.66, 0.14, 0.20)
         else:
             kinds = (self.single, self.filling, self.mosaic, self.crowd, self.scattered, self.nothing)
-            weights = (0.20, 0.14 if min(width, height) < 300 else 0.36, 0.22, 0.36, 0.04, 0.09)
+            filling = 0.14 if min(width, height) < 300 else 0.36
+            weights = (0.20, filling, 0.04, 0.50, 0.0, 0.14) if self.plain else (0.20, filling, 0.22, 0.36, 0.04, 0.09)
         random.choices(kinds, weights)[0](canvas, faces)
         for face in faces:
             if face.landmarks is not None and not face.ignored and random.random() < 0.08:
                 cover(canvas, face)
-        return np.ascontiguousarray(degrade(canvas)), faces
+        if not self.plain or random.random() < 0.4:
+            canvas = degrade(canvas)
+        return np.ascontiguousarray(canvas), faces
 
 
 def cover(canvas, face):
@@ -298,6 +331,6 @@ def degrade(image):
         table = np.stack([curve * (1 + random.gauss(0, 0.07)) for _ in range(3)], -1)
         image = cv2.LUT(image, (np.clip(table, 0, 1) * 255).astype(np.uint8).reshape(1, 256, 3))
     if random.random() < 0.1:
-        noise = np.random.normal(0, random.uniform(2, 12), image.shape)
-        image = np.clip(image + noise, 0, 255).astype(np.uint8)
+        noise = np.empty(image.shape, np.float32)
+        image = cv2.add(image, cv2.randn(noise, 0, random.uniform(2, 12)), dtype=cv2.CV_8U)
     return image

@@ -41,13 +41,25 @@ class Net(nn.Module):
             for inputs, outputs, kernel, stride in layers)
         self.bns = nn.ModuleList(
             nn.BatchNorm2d(layer[1]) if normalised else nn.Identity() for layer in layers)
+        self.steady = False  # whether training uses the normalisation's running statistics instead of the batch's
         self.loc = nn.ModuleList(
             nn.Conv2d(c, 14 * len(s), 3, 1, 1) for c, s in zip(BRANCH_CHANNELS, PRIOR_SIZES))
         self.conf = nn.ModuleList(
             nn.Conv2d(c, 2 * len(s), 3, 1, 1) for c, s in zip(BRANCH_CHANNELS, PRIOR_SIZES))
 
     def backbone_layer(self, index, x):
-        return F.relu(self.bns[index](self.convs[index](x)), inplace=True)
+        conv = self.convs[index]
+        if self.steady:
+            x = F.conv2d(x, *self.folded_layer(index), conv.stride, conv.padding)
+        else:
+            x = self.bns[index](conv(x))
+        return F.relu(x, inplace=True)
+
+    def folded_layer(self, index):
+        """Weight and bias of a backbone convolution with its normalisation in them."""
+        bn = self.bns[index]
+        gain = bn.weight / torch.sqrt(bn.running_var + bn.eps)
+        return self.convs[index].weight * gain.view(-1, 1, 1, 1), bn.bias - bn.running_mean * gain
 
     def pooling(self, x):
         return F.max_pool2d(x, 2)
@@ -76,10 +88,9 @@ class Net(nn.Module):
         """The same network for inference, the normalisation folded into weights and biases."""
         net = Net(normalised=False)
         with torch.no_grad():
-            for i, (conv, bn) in enumerate(zip(self.convs, self.bns)):
-                gain = bn.weight / torch.sqrt(bn.running_var + bn.eps)
-                net.convs[i].weight.copy_(conv.weight * gain.view(-1, 1, 1, 1))
-                net.convs[i].bias.copy_(bn.bias - bn.running_mean * gain)
+            for i, conv in enumerate(net.convs):
+                for parameter, value in zip((conv.weight, conv.bias), self.folded_layer(i)):
+                    parameter.copy_(value)
         net.loc.load_state_dict(self.loc.state_dict())
         net.conf.load_state_dict(self.conf.state_dict())
         return net.eval()

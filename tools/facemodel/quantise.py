@@ -19,7 +19,7 @@ import torch
 import data
 import integer
 from net import Net
-from train import Pictures, begin_run, evaluate, loss_of, set_doubtful_aside
+from train import Pictures, begin_run, evaluate, loss_of, look_over
 
 AVERAGING = 0.995
 
@@ -74,10 +74,10 @@ def main():
 
     if arguments.minutes > 0:
         training = data.load_pixels(arguments.data, "train")
-        set_doubtful_aside(average, training, log)
+        look_over(average, training, log)
         groups = [{"params": [p], "highest": arguments.rate * float(p.detach().pow(2).mean().sqrt())} for p in net.parameters()]
         optimiser = torch.optim.Adam(groups, lr=0.0)
-        batches = torch.utils.data.DataLoader(Pictures(data.Composer(training)), batch_size=None, num_workers=2, prefetch_factor=6)
+        batches = torch.utils.data.DataLoader(Pictures(data.Composer(training, plain=True)), batch_size=None, num_workers=2, prefetch_factor=6)
         begin, steps, terms = time.monotonic(), 0, torch.zeros(3)
         for pictures, *targets in batches:
             progress = (time.monotonic() - begin) / (arguments.minutes * 60)

@@ -17,6 +17,7 @@ import boxes
 import data
 import integer
 import metrics
+import train
 from net import Net
 
 MODEL = Path(__file__).parent.parent.parent / "multimedia" / "facedetectcnn" / "facemodel.bin"
@@ -74,9 +75,33 @@ class Matching(unittest.TestCase):
         self.assertTrue(same.any())
         self.assertTrue((classes[same] == boxes.IGNORED).all())
 
+    def test_tells_parts_of_a_large_face_from_what_stands_around_it(self):
+        prior = boxes.priors(480, 480)
+        classes, _, _ = boxes.match([(square(200, 200, 240), None, False)], prior)
+        small = prior[:, 2] < 60
+        for x, y in ((150, 170), (340, 200)):  # an eye, an ear
+            self.assertEqual(set(classes[small & (np.abs(prior[:, :2] - (x, y)) < 20).all(1)]), {boxes.PART})
+        beside = small & (prior[:, 0] > 400)
+        self.assertEqual(set(classes[beside]), {boxes.BACKGROUND})
+
     def test_counts_no_landmarks_where_none_are_known(self):
         _, _, known = boxes.match([(square(100, 100, 32), None, False)], boxes.priors(200, 200))
         self.assertFalse(known.any())
+
+
+class LookingOver(unittest.TestCase):
+    def test_believes_a_sure_network_where_people_are_and_shows_its_mistakes(self):
+        def look(labels, *found):
+            photo = data.Photo("", None, [data.Face(box, None, False) for box in labels])
+            scores, found = zip(*found)
+            counts = train.look_over_photo(photo, np.array(scores), np.stack(found))
+            return counts, [face.ignored for face in photo.faces], len(photo.mistakes)
+
+        face, beside, away = square(50, 50, 40), square(75, 50, 40), square(150, 50, 40)
+        self.assertEqual(look([face], (0.99, face), (0.95, away), (0.5, square(250, 50, 40))), ((1, 0, 1), [False, True], 1))
+        self.assertEqual(look([face], (0.99, beside)), ((1, 1, 0), [True, True], 0))  # a label in the hair
+        self.assertEqual(look([face], (0.99, face), (0.5, beside)), ((0, 0, 0), [False], 0))
+        self.assertEqual(look([], (0.99, away)), ((0, 0, 1), [], 1))  # no people: whatever it says, it is none
 
 
 class Composing(unittest.TestCase):
@@ -90,7 +115,8 @@ class Composing(unittest.TestCase):
             picture[y0:y1, x0:x1] = 255
             canvas, faces = np.zeros((200, 200, 3), np.uint8), []
             data.Composer.place(canvas, faces, (20, 10, 200, 200), data.Photo("", None, [face], picture), (face.box[:2] + face.box[2:]) / 2,
-                                random.uniform(0.3, 2), random.choice((0, 20)), np.array([random.uniform(70, 130), random.uniform(70, 130)]))
+                                random.uniform(0.3, 2), random.choice((0, 20)), np.array([random.uniform(70, 130), random.uniform(70, 130)]),
+                                random.random() < 0.5)
             rows, columns = np.nonzero(canvas[..., 0] > 127)
             errors.append([columns.mean() + 0.5, rows.mean() + 0.5] - (faces[0].box[:2] + faces[0].box[2:]) / 2)
         self.assertLess(np.abs(np.mean(errors, 0)).max(), 0.05)
@@ -108,6 +134,20 @@ class Counting(unittest.TestCase):
     def test_measures_the_area_under_the_curve(self):
         tally = metrics.Tally(faces=4, hits=[(0.9, 1), (0.8, 0), (0.7, 1), (0.6, 0)])
         self.assertAlmostEqual(tally.average_precision(), 0.25 * 1 + 0.25 * 2 / 3)
+
+
+class Normalising(unittest.TestCase):
+    def test_steady_it_is_what_folding_makes_of_it(self):
+        torch.manual_seed(3)
+        net = Net()
+        for bn in net.bns:
+            bn.running_mean.normal_(0, 0.1)
+            bn.running_var.uniform_(0.5, 2)
+        net.steady = True
+        picture = net.as_input(torch.randint(0, 256, (1, 96, 96, 3), dtype=torch.uint8))
+        with torch.no_grad():
+            for found, wanted in zip(net(picture), net.folded()(picture)):
+                torch.testing.assert_close(found, wanted)
 
 
 class Integers(unittest.TestCase):
