@@ -5,6 +5,7 @@
 #include "tests/support/files.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
+#include "tests/support/row.h"
 #include "tests/support/soundcheck.h"
 
 #include <QtCore/QBuffer>
@@ -146,8 +147,7 @@ void TestAudioRecorder::capture(const QByteArray& bytes)
 
 void TestAudioRecorder::encoder_takesHalfOfWaitingFrames_data()
 {
-    QTest::addColumn<QList<int>>("captured");
-    QTest::addColumn<int>("encoded");
+    columns<QList<int>, int>("captured", "encoded");
     QTest::newRow("one") << QList<int>{1} << 1;
     QTest::newRow("two") << QList<int>{2} << 1;
     QTest::newRow("three") << QList<int>{3} << 2;
@@ -173,8 +173,7 @@ void TestAudioRecorder::encoder_takesHalfOfWaitingFrames()
 
 void TestAudioRecorder::stop_hasTailTwice_overHundredBytes_data()
 {
-    QTest::addColumn<int>("tail");
-    QTest::addColumn<int>("appended");
+    columns<int, int>("tail", "appended");
     QTest::newRow("none") << 0 << 0;
     QTest::newRow("100 bytes") << 100 << 0;
     QTest::newRow("102 bytes") << 102 << kFrameBytes + 102;
@@ -214,8 +213,7 @@ void TestAudioRecorder::sound_isNotDenoised()
 
 void TestAudioRecorder::duration_isOfRecording_thenOfResult_data()
 {
-    QTest::addColumn<int>("type");
-    QTest::addColumn<double>("result");
+    columns<int, double>("type", "result");
     QTest::newRow("direct") << int(Direct) << 1.0;
     QTest::newRow("half speed") << int(Half) << 2.0;
     QTest::newRow("double speed") << int(Double) << 0.5;
@@ -311,8 +309,7 @@ void TestAudioRecorder::restart_getsNothingOfEarlierVoice()
 
 void TestAudioRecorder::host_mayEndRecording_whenToldDuration_data()
 {
-    QTest::addColumn<int>("type");
-    QTest::addColumn<QString>("act");
+    columns<int, QString>("type", "act");
     for (const int type : {int(Direct), int(Half), int(Plain)}) {
         for (const char* act : {"save", "save each time", "drop", "clear", "restart"})
             QTest::addRow("type %d, %s", type, act) << type << QString::fromLatin1(act);
@@ -413,9 +410,7 @@ void TestAudioRecorder::start_fails_withoutDevice()
 
 void TestAudioRecorder::start_goesOn_withoutEncoderOrFile_data()
 {
-    QTest::addColumn<qlonglong>("rate");
-    QTest::addColumn<int>("channels");
-    QTest::addColumn<QString>("path");
+    columns<qlonglong, int, QString>("rate", "channels", "path");
     const QString good = dir.filePath("voice.aac");
     QTest::newRow("rate without encoder") << 12345LL << 1 << good;
     QTest::newRow("no rate") << 0LL << 1 << good;

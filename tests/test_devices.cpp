@@ -107,10 +107,7 @@ void TestDevices::deviceInfo_comparesAndCopies_byItsRules()
 
 void TestDevices::model_keepsChoice_asLongAsItsDeviceExists_data()
 {
-    QTest::addColumn<QString>("chosen");
-    QTest::addColumn<QStringList>("devices");
-    QTest::addColumn<QString>("new_default");
-    QTest::addColumn<QString>("current");
+    columns<QString, QStringList, QString, QString>("chosen", "devices", "new_default", "current");
     row("still there, default changed", "b", QStringList{"c", "b"}, "c", "b");
     row("gone", "b", QStringList{"a", "c"}, "c", "c");
     row("all gone", "b", QStringList(), "", "");

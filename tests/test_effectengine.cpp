@@ -1,6 +1,7 @@
 #include "multimedia/audiorecorder/effectengine.h"
 #include "multimedia/audiorecorder/pitchshifter.h"
 #include "multimedia/audiorecorder/tremolo.h"
+#include "tests/support/row.h"
 #include "tests/support/soundcheck.h"
 
 #include <QtTest/QtTest>
@@ -118,8 +119,7 @@ void TestEffectEngine::stream_keepsSecondChannel_ofThree()
 
 void TestEffectEngine::pitchShifter_movesPitch_andKeepsDuration_data()
 {
-    QTest::addColumn<float>("pitch");
-    QTest::addColumn<double>("voice_hz");
+    columns<float, double>("pitch", "voice_hz");
     for (const float pitch : {2.6F, 0.5F}) {
         for (const double voice_hz : {110.0, 220.0})
             QTest::addRow("%.1f of %.0f Hz", double(pitch), voice_hz) << pitch << voice_hz;

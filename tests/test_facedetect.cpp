@@ -91,9 +91,7 @@ private Q_SLOTS:
 
 void TestFaceDetect::faceDetect_seesScaledImage_data()
 {
-    QTest::addColumn<QSize>("size");
-    QTest::addColumn<double>("ratio");
-    QTest::addColumn<QSize>("detectionSize");
+    columns<QSize, double, QSize>("size", "ratio", "detectionSize");
     QTest::newRow("as it is") << QSize(480, 300) << 1.0 << QSize(480, 300);
     QTest::newRow("padded rows") << QSize(99, 101) << 1.0 << QSize(99, 101);
     QTest::newRow("wide") << QSize(960, 400) << 1.0 << QSize(480, 200);
@@ -146,8 +144,7 @@ void TestFaceDetect::faceMask_givesSameImage_fromManyThreads()
 
 void TestFaceDetect::smear_isExponentialFilter_data()
 {
-    QTest::addColumn<QSize>("size");
-    QTest::addColumn<int>("weight");
+    columns<QSize, int>("size", "weight");
     QTest::newRow("1 pixel") << QSize(1, 1) << 14;
     QTest::newRow("1 row") << QSize(9, 1) << 14;
     QTest::newRow("2 columns") << QSize(2, 30) << 10;
@@ -210,8 +207,7 @@ void TestFaceDetect::blur_hidesFaceOnly_inEveryFormat()
 
 void TestFaceDetect::blur_obeysScoreRule_data()
 {
-    QTest::addColumn<QVector<float>>("scores");
-    QTest::addColumn<QVector<bool>>("isBlurred");
+    columns<QVector<float>, QVector<bool>>("scores", "isBlurred");
     QTest::newRow("0.94 alone") << QVector<float>{0.94F} << QVector<bool>{false};
     QTest::newRow("0.96 alone") << QVector<float>{0.96F} << QVector<bool>{true};
     QTest::newRow("0.94 beside 0.95") << QVector<float>{0.95F, 0.94F} << QVector<bool>{true, true};
@@ -242,8 +238,7 @@ void TestFaceDetect::blur_obeysScoreRule()
 
 void TestFaceDetect::blur_survives_oddFaces_data()
 {
-    QTest::addColumn<QRect>("rect");
-    QTest::addColumn<bool>("isBlurred");
+    columns<QRect, bool>("rect", "isBlurred");
     QTest::newRow("level eyes") << QRect(180, 60, 90, 110) << true;
     QTest::newRow("over the corner") << QRect(-20, -20, 60, 60) << true;
     QTest::newRow("one pixel") << QRect(200, 100, 1, 1) << true;
@@ -295,9 +290,7 @@ void TestFaceDetect::blur_scalesToImage_andTakesColoursFromDetectionImage()
 
 void TestFaceDetect::modelTool_refuses_whatDoesNotFit_data()
 {
-    QTest::addColumn<int>("position");
-    QTest::addColumn<int>("length");
-    QTest::addColumn<QString>("reason");
+    columns<int, int, QString>("position", "length", "reason");
     const QString sizes = "it announces %1 and holds %2 bytes of weights and biases, not 2326816";
     row("fits", -1, 0, "");
     row("magic", 0, 0, "it does not begin as a face model does");

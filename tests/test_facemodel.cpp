@@ -1,6 +1,7 @@
 #include "multimedia/facedetect/facedetect.h"
 #include "multimedia/facedetectcnn/kernelchoice.h"
 #include "tests/support/faces.h"
+#include "tests/support/row.h"
 
 #include <QtGui/QImage>
 #include <QtGui/QPainter>
@@ -101,8 +102,7 @@ private Q_SLOTS:
 
 void TestFaceModel::portrait_isOneFace_withItsLandmarks_data()
 {
-    QTest::addColumn<QRect>("piece");
-    QTest::addColumn<int>("size");
+    columns<QRect, int>("piece", "size");
     QTest::newRow("as it was taken") << QRect(0, 0, 512, 512) << 512;
     QTest::newRow("in small") << QRect(0, 0, 512, 512) << 160;
     QTest::newRow("large, shrunk by the library") << QRect(0, 0, 512, 512) << 1600;

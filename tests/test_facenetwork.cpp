@@ -5,6 +5,7 @@
 #include "multimedia/facedetectcnn/kernels.h"
 #include "multimedia/facedetectcnn/network.h"
 #include "tests/support/faces.h"
+#include "tests/support/row.h"
 #include "tests/support/slowfacenet.h"
 #include "tests/support/stderrcapture.h"
 
@@ -108,9 +109,7 @@ private Q_SLOTS:
 
 void TestFaceNetwork::heads_areSlowModels_data()
 {
-    QTest::addColumn<int>("width");
-    QTest::addColumn<int>("height");
-    QTest::addColumn<int>("padding");
+    columns<int, int, int>("width", "height", "padding");
     QTest::newRow("smallest") << 63 << 63 << 0;
     QTest::newRow("odd, padded rows") << 157 << 131 << 7;
     QTest::newRow("wide") << 259 << 66 << 1;
@@ -211,10 +210,7 @@ void TestFaceNetwork::detect_findsNothing_afterDeadLayer()
 void TestFaceNetwork::detectionOutput_keepsAndSuppresses_data()
 {
     using Scores = std::vector<float>;
-    QTest::addColumn<std::vector<Candidate>>("candidates");
-    QTest::addColumn<int>("topK");
-    QTest::addColumn<int>("keepTopK");
-    QTest::addColumn<Scores>("kept");
+    columns<std::vector<Candidate>, int, int, Scores>("candidates", "topK", "keepTopK", "kept");
     const auto row = [](const char* name, const std::vector<Candidate>& candidates, int topK, int keepTopK,
                         const Scores& kept) {
         QTest::newRow(name) << candidates << topK << keepTopK << kept;

@@ -128,10 +128,7 @@ QString TestGif::longGif() const
 
 void TestGif::compress_followsTheRules_data()
 {
-    QTest::addColumn<QSize>("source");
-    QTest::addColumn<int>("level");
-    QTest::addColumn<QSize>("target");
-    QTest::addColumn<QSize>("result");
+    columns<QSize, int, QSize, QSize>("source", "level", "target", "result");
     const QSize none(-1, -1);
     row("nothing asked", QSize(100, 60), 0, none, QSize(100, 60));
     row("half", QSize(100, 60), 1, none, QSize(50, 30));
@@ -239,8 +236,7 @@ void TestGif::compress_showsWhatTheSourceShows()
 
 void TestGif::transcode_playsAnywhere_data()
 {
-    QTest::addColumn<QSize>("source");
-    QTest::addColumn<QSize>("result");
+    columns<QSize, QSize>("source", "result");
     row("even", QSize(64, 48), QSize(64, 48));
     row("odd", QSize(101, 51), QSize(100, 50));
     row("tiny", QSize(1, 3), QSize(2, 2));
@@ -271,8 +267,7 @@ void TestGif::transcode_playsAnywhere()
 
 void TestGif::compress_refusesSource_data()
 {
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QString>("log");
+    columns<QByteArray, QString>("content", "log");
     const QByteArray sound = GifWriter(40, 30).greys(3, 5).finished();
     const QByteArray unfinished = GifWriter(40, 30).greys(3, 5).unfinished();
     const QRect pixel(0, 0, 1, 1);
@@ -315,9 +310,7 @@ void TestGif::compress_refusesSource()
 
 void TestGif::compress_failsOnDestination_data()
 {
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("target");
-    QTest::addColumn<QString>("log");
+    columns<QString, QString, QString>("name", "target", "log");
     row("source", "in.gif", "", "it is the source");
     row("link to the source", "link.gif", "in.gif", "it is the source");
     row("full disk", "full.gif", "/dev/full", "");

@@ -588,9 +588,7 @@ void TestHost::video_clips_betweenHandles()
 
 void TestHost::gif_becomes_data()
 {
-    QTest::addColumn<QString>("button");
-    QTest::addColumn<QString>("suffix");
-    QTest::addColumn<QSize>("size");
+    columns<QString, QString, QSize>("button", "suffix", "size");
     row("smaller", "compress", "gif", QSize(160, 120));
     row("video", "toVideo", "mp4", QSize(320, 240));
 }

@@ -175,9 +175,7 @@ bool TestImageEdit::editAtOnce(const QString& source, QString target, const QVar
 
 void TestImageEdit::cropRect_followsTable_data()
 {
-    QTest::addColumn<int>("turns");
-    QTest::addColumn<bool>("mirrored");
-    QTest::addColumn<QRect>("expected");
+    columns<int, bool, QRect>("turns", "mirrored", "expected");
     // 200 x 100, from (0.29, 0.3) to (0.8, 0.71): truncated, also where binary fractions fall just short.
     QTest::newRow("0") << 0 << false << QRect(57, 30, 102, 41);
     QTest::newRow("1") << 1 << false << QRect(58, 28, 82, 51);
@@ -209,10 +207,7 @@ void TestImageEdit::cropRect_followsTable()
 
 void TestImageEdit::edit_showsWhatUserSaw_data()
 {
-    QTest::addColumn<int>("turns");
-    QTest::addColumn<bool>("mirrored");
-    QTest::addColumn<QRectF>("part");
-    QTest::addColumn<bool>("drawn");
+    columns<int, bool, QRectF, bool>("turns", "mirrored", "part", "drawn");
     for (int turns : {0, 1, 2, 3, 4, 5, -1}) {
         for (bool mirrored : {false, true}) {
             for (bool drawn : {false, true}) {
@@ -298,9 +293,7 @@ void TestImageEdit::maskPhoto_isCropped_onlyBySyncEdit()
 
 void TestImageEdit::edit_limitsLongSide_data()
 {
-    QTest::addColumn<QSize>("size");
-    QTest::addColumn<QRectF>("part");
-    QTest::addColumn<QSize>("expected");
+    columns<QSize, QRectF, QSize>("size", "part", "expected");
     QTest::newRow("twice too wide") << QSize(5120, 2560) << QRectF(0, 0, 1, 1) << QSize(2560, 1280);
     QTest::newRow("too high") << QSize(1000, 3001) << QRectF(0, 0, 1, 1) << QSize(853, 2560);
     QTest::newRow("just right") << QSize(2560, 200) << QRectF(0, 0, 1, 1) << QSize(2560, 200);
@@ -336,9 +329,7 @@ void TestImageEdit::edit_limitsLongSide()
 
 void TestImageEdit::edit_takesEveryKindOfPicture_data()
 {
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QSize>("expected");
+    columns<QByteArray, QString, QSize>("content", "name", "expected");
     const QImage image = corners({40, 20});
     const QByteArray png = ImageBytes::encoded(image, "PNG");
     const auto as = [&](QImage::Format format) {
@@ -392,8 +383,7 @@ void TestImageEdit::edit_takesEveryKindOfPicture()
 
 void TestImageEdit::edit_fails_whenFileIsBad_data()
 {
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QVariantMap>("info");
+    columns<QByteArray, QVariantMap>("content", "info");
     const QVariantMap whole = cropped({0, 0, 1, 1});
     const QByteArray png = ImageBytes::encoded(pattern({100, 100}, 3), "PNG");
     row("empty", QByteArray(), whole);

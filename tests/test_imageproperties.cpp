@@ -2,6 +2,7 @@
 #include "tests/support/files.h"
 #include "tests/support/imagebytes.h"
 #include "tests/support/process.h"
+#include "tests/support/row.h"
 
 #include <QtGui/QImage>
 #include <QtTest/QtTest>
@@ -60,8 +61,7 @@ void TestImageProperties::init()
 
 void TestImageProperties::editImage_takesOnly_whatItMayEdit_data()
 {
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QString>("name");
+    columns<QByteArray, QString>("content", "name");
     QTest::addColumn<QSize>("size"); ///< invalid if ignored
     const QImage image = picture({96, 64});
     const QByteArray gif = QByteArray::fromBase64("R0lGODlhAQABAIAAAP///wAAACwAAAAAAQABAAACAkQBADs=");

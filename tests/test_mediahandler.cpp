@@ -7,6 +7,7 @@
 #include "multimedia/mediahandler/cwavewriter.h"
 #include "tests/support/files.h"
 #include "tests/support/mediacheck.h"
+#include "tests/support/row.h"
 #include "tests/support/soundcheck.h"
 
 #include <QtCore/QTemporaryDir>
@@ -285,8 +286,7 @@ void TestMediaHandler::encoder_refuses_whatItCannotEncode()
 
 void TestMediaHandler::output_fails_withoutFile_data()
 {
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<bool>("container");
+    columns<QString, bool>("path", "container");
     QTest::newRow("no path") << QString() << false;
     QTest::newRow("unknown extension") << dir.filePath("a.unknown") << false;
     QTest::newRow("no folder") << dir.filePath("none/a.aac") << true;

@@ -1,6 +1,7 @@
 #include "multimedia/audioplayer/audioplayer_p.h"
 #include "tests/support/monitor.h"
 #include "tests/support/playerhost.h"
+#include "tests/support/row.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QSemaphore>
@@ -68,8 +69,7 @@ void TestPlayer::cleanup()
 
 void TestPlayer::play_isHeardWhole_atEverySpeed_data()
 {
-    QTest::addColumn<double>("speed");
-    QTest::addColumn<double>("effective");
+    columns<double, double>("speed", "effective");
     QTest::newRow("1.0") << 1.0 << 1.0;
     QTest::newRow("1.5") << 1.5 << 1.5;
     QTest::newRow("2.0") << 2.0 << 2.0;
@@ -166,8 +166,7 @@ void TestPlayer::play_doesNothing_whenNotAnnounced()
 
 void TestPlayer::play_fails_withItsMessage_data()
 {
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<QString>("order");
+    columns<QString, QString>("path", "order");
     const QString refused = "Error(decode audio failed.) Closed";
     for (const char* name :
          {"missing.mp3", "empty.mp3", "text.mp3", "zeros.mp3", "silent.mp4", "truncated.m4r", "."})

@@ -72,8 +72,7 @@ private:
 
 void TestPlayerHttp::play_isHeardWhole_fromServer_data()
 {
-    QTest::addColumn<bool>("ranges");
-    QTest::addColumn<qlonglong>("bytes_per_second");
+    columns<bool, qlonglong>("ranges", "bytes_per_second");
     QTest::newRow("good") << true << 0LL;
     QTest::newRow("no ranges") << false << 0LL;
     QTest::newRow("slower than the tone at first") << true << 400'000LL;
@@ -183,9 +182,7 @@ void TestPlayerHttp::play_fails_whenServerIsSilentForTwentySeconds()
 
 void TestPlayerHttp::server_isLeftAtOnce_data()
 {
-    QTest::addColumn<bool>("answers");
-    QTest::addColumn<bool>("pause");
-    QTest::addColumn<QString>("order");
+    columns<bool, bool, QString>("answers", "pause", "order");
     row("breakPlay, silent from the first", false, false, "^Underload Flowing Closed$");
     row("pause, silent from the first", false, true, "^Underload Flowing Closed$");
     // A demuxer may make a last packet of what it has.

@@ -1,5 +1,6 @@
 #include "multimedia/audioplayer/audioplayer.h"
 #include "tests/support/files.h"
+#include "tests/support/row.h"
 
 #include <QtCore/QDir>
 #include <QtCore/QStandardPaths>
@@ -104,8 +105,7 @@ void TestPlayerInspection::audioFormat_tellsFormat_byContent()
 
 void TestPlayerInspection::covers_areSaved_asJpeg_data()
 {
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<bool>("has_cover");
+    columns<QString, bool>("name", "has_cover");
     for (const char* name : {"covered.mp3", "covered.flac", "covered.m4r"})
         QTest::newRow(name) << name << true;
     for (const char* name : {"plain.mp3", "video.mp4", "text.mp3", "missing.mp3"})

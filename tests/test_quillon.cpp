@@ -86,8 +86,7 @@ void TestQuillon::generateRand_staysBetween_inEitherOrder()
 
 void TestQuillon::toLocalFile_takesUrlsAndPaths_data()
 {
-    QTest::addColumn<QString>("given");
-    QTest::addColumn<QString>("path");
+    columns<QString, QString>("given", "path");
     row("url", "file:///tmp/a%20b%23c.mp4", "/tmp/a b#c.mp4");
     row("url in capitals", "FILE:///tmp/a.mp4", "/tmp/a.mp4");
     row("resource", "qrc:/images/a.png", ":/images/a.png");
@@ -116,9 +115,7 @@ void TestQuillon::files_areSeenAndRemoved_butNoFolders()
 
 void TestQuillon::newFile_givesFreeName_besideTakenOnes_data()
 {
-    QTest::addColumn<QStringList>("taken");
-    QTest::addColumn<QString>("wanted");
-    QTest::addColumn<QString>("given");
+    columns<QStringList, QString, QString>("taken", "wanted", "given");
     row("free", QStringList(), "free.mp4", "free.mp4");
     row("taken", QStringList("one.mp4"), "one.mp4", "one (1).mp4");
     row("taken twice", QStringList({"two.mp4", "two (1).mp4"}), "two.mp4", "two (2).mp4");
@@ -160,10 +157,7 @@ void TestQuillon::newFile_givesEveryNameOnce_toManyThreads()
 
 void TestQuillon::scaleThumbImage_keepsAspectAndOrientation_data()
 {
-    QTest::addColumn<QSize>("stored");
-    QTest::addColumn<bool>("turned");
-    QTest::addColumn<bool>("always");
-    QTest::addColumn<QSize>("expected");
+    columns<QSize, bool, bool, QSize>("stored", "turned", "always", "expected");
     row("wide", QSize(1280, 320), false, false, QSize(640, 160));
     row("high", QSize(800, 1600), false, false, QSize(320, 640));
     row("turned", QSize(1280, 320), true, false, QSize(160, 640));
@@ -200,9 +194,7 @@ void TestQuillon::scaleThumbImage_keepsAspectAndOrientation()
 
 void TestQuillon::scaleThumb_refuses_whatItCannotScale_data()
 {
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QString>("target");
-    QTest::addColumn<bool>("readable");
+    columns<QByteArray, QString, bool>("content", "target", "readable");
     const QByteArray good = ImageBytes::encoded(marked({800, 600}), "PNG");
     row("60000x60000", ImageBytes::boastfulBmp(60000), "thumb.png", false);
     row("empty", QByteArray(), "thumb.png", false);

@@ -2,6 +2,7 @@
 #include "multimedia/recognize/recognizemanger.h"
 #include "multimedia/speechrecognizer/speechrecognizer.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/row.h"
 #include "tests/support/scriptedspeech.h"
 
 #include <QtCore/QCoreApplication>
@@ -200,9 +201,7 @@ void TestRecognize::buffer_reachesService()
 
 void TestRecognize::badRequest_endsFalse_andNextFollows_data()
 {
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<QVariantMap>("map");
-    QTest::addColumn<QString>("line");
+    columns<QString, QVariantMap, QString>("path", "map", "line");
     QTest::newRow("no file") << "/no/such/file.wav" << QVariantMap()
                              << "Path is not exist: /no/such/file.wav";
     QTest::newRow("a folder") << "/tmp" << QVariantMap() << "Path is not exist: /tmp";
@@ -238,9 +237,7 @@ void TestRecognize::badRequest_endsFalse_andNextFollows()
 
 void TestRecognize::authorization_startsOrEmptiesQueue_data()
 {
-    QTest::addColumn<int>("status");
-    QTest::addColumn<int>("answer");
-    QTest::addColumn<bool>("runs");
+    columns<int, int, bool>("status", "answer", "runs");
     const auto row = [](const char* name, Authorization status, int answer, bool runs) {
         QTest::newRow(name) << int(status) << answer << runs;
     };

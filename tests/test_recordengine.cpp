@@ -6,6 +6,7 @@
 #include "tests/support/mediacheck.h"
 #include "tests/support/process.h"
 #include "tests/support/program.h"
+#include "tests/support/row.h"
 #include "tests/support/soundcheck.h"
 #include "tests/support/soundserver.h"
 
@@ -399,9 +400,7 @@ void TestRecordEngine::convertSamples_stretchesAndShrinks_data()
 {
     using List = QList<double>;
     constexpr double kAny = -1; // of the random values
-    QTest::addColumn<int>("count");
-    QTest::addColumn<List>("source");
-    QTest::addColumn<List>("expected");
+    columns<int, List, List>("count", "source", "expected");
     QTest::newRow("empty") << 5 << List() << List();
     QTest::newRow("same") << 3 << List{1, 2, 3} << List{1, 2, 3};
     QTest::newRow("none") << 0 << List{1, 2} << List();

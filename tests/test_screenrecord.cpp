@@ -276,10 +276,7 @@ void TestScreenRecord::record_limitsGif_toItsShorterSide()
 
 void TestScreenRecord::record_endsAtOnce_whenNothingCanCome_data()
 {
-    QTest::addColumn<QRect>("rect");
-    QTest::addColumn<QString>("variable");
-    QTest::addColumn<bool>("has_screen");
-    QTest::addColumn<QString>("line");
+    columns<QRect, QString, bool, QString>("rect", "variable", "has_screen", "line");
     const QRect inside(0, 0, 320, 180);
     row("rectangle outside the screen", QRect(1800, 1000, 320, 180), "", true, "[run]:\terror in crop\t");
     row("empty rectangle", QRect(), "", true, "[openVideo]:\terror in open encode\t");

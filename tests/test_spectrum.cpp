@@ -1,6 +1,7 @@
 #include "multimedia/audiorecorder/calculatepcmpffft.h"
 #include "multimedia/fftreal/fftrealwrapper.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/row.h"
 #include "tests/support/soundcheck.h"
 
 #include <QtTest/QtTest>
@@ -96,8 +97,7 @@ void TestSpectrum::calculateFFT_agreesWithSlowTransform()
 
 void TestSpectrum::calculateSpectrum_agreesWithSlowTransform_data()
 {
-    QTest::addColumn<Samples>("samples");
-    QTest::addColumn<int>("bands");
+    columns<Samples, int>("samples", "bands");
     for (const int bands : {1, 7, 58, 100, 1200}) {
         QTest::addRow("tone, %d", bands) << soundcheck::tone(24000, 440, kPoints / 24000.0) << bands;
         QTest::addRow("full scale, %d", bands)

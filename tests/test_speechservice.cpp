@@ -1,6 +1,7 @@
 #include "multimedia/speechrecognizer_linux/pocketsphinxservice.h"
 #include "tests/support/files.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/row.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -164,8 +165,7 @@ private:
 
 void TestSpeechService::file_isUnderstood_data()
 {
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<int>("utterances");
+    columns<QString, int>("text", "utterances");
     for (const char* name :
          {"food.wav", "stereo.m4a", "surround.flac", "float64.wav", "food.mp3", "food.aac", "film.mp4"})
         QTest::newRow(name) << kFood + "$" << 1;
@@ -189,8 +189,7 @@ void TestSpeechService::file_isUnderstood()
 
 void TestSpeechService::buffer_isUnderstood_data()
 {
-    QTest::addColumn<int>("format");
-    QTest::addColumn<int>("channels");
+    columns<int, int>("format", "channels");
     QTest::newRow("int16") << int(PcmAudio::Format::Int16) << 1;
     QTest::newRow("int32 stereo") << int(PcmAudio::Format::Int32) << 2;
     QTest::newRow("float32") << int(PcmAudio::Format::Float32) << 1;
@@ -230,9 +229,7 @@ void TestSpeechService::buffer_isUnderstood()
 
 void TestSpeechService::badBuffer_ends_data()
 {
-    QTest::addColumn<double>("rate");
-    QTest::addColumn<int>("channels");
-    QTest::addColumn<int>("size");
+    columns<double, int, int>("rate", "channels", "size");
     QTest::newRow("empty") << 16000.0 << 1 << 0;
     QTest::newRow("half a sample") << 16000.0 << 1 << 1;
     QTest::newRow("no rate") << 0.0 << 1 << 200;

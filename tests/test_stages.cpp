@@ -255,9 +255,7 @@ void TestStages::decode_deliversEveryFrame_whenDestroyed()
 
 void TestStages::encode_numbersFrames_andWritesWhatPlays_data()
 {
-    QTest::addColumn<QString>("format");
-    QTest::addColumn<int>("codec_id");
-    QTest::addColumn<int>("frame_rate");
+    columns<QString, int, int>("format", "codec_id", "frame_rate");
     QTest::newRow("mp4") << "mp4" << int(AV_CODEC_ID_H264) << 25;
     QTest::newRow("gif") << "gif" << int(AV_CODEC_ID_GIF) << 10;
 }
@@ -316,9 +314,7 @@ void TestStages::encode_numbersFrames_andWritesWhatPlays()
 
 void TestStages::encode_choosesFormat_data()
 {
-    QTest::addColumn<int>("codec_id");
-    QTest::addColumn<int>("wanted");
-    QTest::addColumn<int>("chosen");
+    columns<int, int, int>("codec_id", "wanted", "chosen");
     row("h264 takes 444", int(AV_CODEC_ID_H264), int(AV_PIX_FMT_YUV444P), int(AV_PIX_FMT_YUV444P));
     row("gif lacks 420", int(AV_CODEC_ID_GIF), int(AV_PIX_FMT_YUV420P), int(AV_PIX_FMT_RGB8));
     row("aac by default", int(AV_CODEC_ID_AAC), -1, int(AV_SAMPLE_FMT_FLTP));
@@ -365,8 +361,7 @@ void TestStages::encode_choosesFormat()
 
 void TestStages::crop_movesToTheRectangle_data()
 {
-    QTest::addColumn<QRect>("rect");
-    QTest::addColumn<bool>("fits");
+    columns<QRect, bool>("rect", "fits");
     QTest::newRow("whole") << QRect(0, 0, 40, 30) << true;
     QTest::newRow("odd") << QRect(3, 5, 7, 11) << true;
     QTest::newRow("last pixel") << QRect(39, 29, 1, 1) << true;
@@ -403,8 +398,7 @@ void TestStages::crop_movesToTheRectangle()
 
 void TestStages::scale_convertsSizeAndFormat_data()
 {
-    QTest::addColumn<QSize>("size");
-    QTest::addColumn<QSize>("expected");
+    columns<QSize, QSize>("size", "expected");
     QTest::newRow("keeps size") << QSize(-1, -1) << QSize(40, 30);
     QTest::newRow("one side open") << QSize(20, -1) << QSize(40, 30);
     QTest::newRow("smaller") << QSize(20, 14) << QSize(20, 14);
@@ -451,8 +445,7 @@ void TestStages::scale_losesFrames_thatItsScalerCannotRead()
 
 void TestStages::resample_givesWholeFrames_andLosesNothing_data()
 {
-    QTest::addColumn<int>("rate");
-    QTest::addColumn<int>("samples");
+    columns<int, int>("rate", "samples");
     QTest::newRow("same size") << 44100 << 1024;
     QTest::newRow("small frames") << 44100 << 480;
     QTest::newRow("large frames") << 44100 << 5000;

@@ -79,9 +79,7 @@ private:
 
 void TestVideoCapture::rotation_isReadFromEitherForm_data()
 {
-    QTest::addColumn<double>("counterclockwise");
-    QTest::addColumn<int>("clockwise");
-    QTest::addColumn<int>("display_matrix");
+    columns<double, int, int>("counterclockwise", "clockwise", "display_matrix");
     row("0", 0., 0, 0);
     row("90", 90., 270, 90);
     row("-90", -90., 90, 270);
@@ -112,10 +110,7 @@ void TestVideoCapture::rotation_isReadFromEitherForm()
 
 void TestVideoCapture::probe_answers_whatTheFileIs_data()
 {
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<QSize>("size");
-    QTest::addColumn<QString>("format");
-    QTest::addColumn<int>("duration_ms");
+    columns<QString, QSize, QString, int>("file", "size", "format", "duration_ms");
     row("mp4", "base.mp4", QSize(160, 120), "mov", 8000);
     row("mkv", "base.mkv", QSize(160, 120), "mkv", 8021);
     row("avi", "base.avi", QSize(160, 120), "avi", 8000);
@@ -146,8 +141,7 @@ void TestVideoCapture::probe_answers_whatTheFileIs()
 
 void TestVideoCapture::probe_refuses_whatIsNoVideo_data()
 {
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<QSize>("size");
+    columns<QString, QSize>("file", "size");
     for (const char* file :
          {"missing.mp4", "empty.mp4", "text.mp4", "headonly.mp4", "sound.m4a", "titles.srt", ".", ""})
         QTest::newRow(file) << file << kUnknownSize;
@@ -173,10 +167,7 @@ void TestVideoCapture::probe_refuses_whatIsNoVideo()
 
 void TestVideoCapture::firstFrame_isUpright_andAtMost1024Wide_data()
 {
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<QSize>("image_size");
-    QTest::addColumn<QSize>("video_size");
-    QTest::addColumn<QString>("red_corner");
+    columns<QString, QSize, QSize, QString>("file", "image_size", "video_size", "red_corner");
     row("1920x1080", "1920x1080.mp4", QSize(1024, 576), QSize(1920, 1080), "");
     row("1000x700", "1000x700.mp4", QSize(1000, 700), QSize(1000, 700), "");
     row("1001x700", "1001x700.mp4", QSize(1008, 704), QSize(1001, 700), "");
@@ -219,8 +210,7 @@ void TestVideoCapture::firstFrame_isUpright_andAtMost1024Wide()
 
 void TestVideoCapture::firstFrame_fails_forBadInput_data()
 {
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<QString>("image");
+    columns<QString, QString>("file", "image");
     row("text", "text.mp4", "image.png");
     row("sound", "sound.m4a", "image.png");
     row("missing", "missing.mp4", "image.png");

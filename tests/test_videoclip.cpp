@@ -143,13 +143,8 @@ private:
 
 void TestVideoClip::clip_copiesSpan_data()
 {
-    QTest::addColumn<QString>("source");
-    QTest::addColumn<QString>("suffix");
-    QTest::addColumn<int>("start_ms");
-    QTest::addColumn<int>("end_ms");
-    QTest::addColumn<int>("first_picture");
-    QTest::addColumn<int>("last_picture");
-    QTest::addColumn<int>("streams");
+    columns<QString, QString, int, int, int, int, int>("source", "suffix", "start_ms", "end_ms",
+                                                       "first_picture", "last_picture", "streams");
     for (const char* kind : {"mp4", "mov", "mkv", "webm", "avi"})
         row(kind, QStringLiteral("base.%1").arg(kind), kind, 3000, 5000, 50, 125, 2);
     // The first picture of the transport stream stands at 1480 ms.
@@ -211,10 +206,7 @@ void TestVideoClip::clip_copiesSpan()
 
 void TestVideoClip::clip_keepsRotation_data()
 {
-    QTest::addColumn<QString>("source");
-    QTest::addColumn<QString>("suffix");
-    QTest::addColumn<int>("rotation");
-    QTest::addColumn<QString>("red_corner");
+    columns<QString, QString, int, QString>("source", "suffix", "rotation", "red_corner");
     row("90", "rotate90.mp4", "mp4", -90, "top right");
     row("180", "rotate180.mov", "mov", -180, "bottom right");
     row("270", "rotate270.mp4", "mp4", 90, "bottom left");
@@ -245,8 +237,7 @@ void TestVideoClip::clip_keepsRotation()
 
 void TestVideoClip::clip_reportsFailure_andLeavesNothing_data()
 {
-    QTest::addColumn<QString>("source");
-    QTest::addColumn<QString>("target_name");
+    columns<QString, QString>("source", "target_name");
     row("unknown suffix", "base.mp4", "clip.nothing");
     row("no suffix", "base.mp4", "clip");
     row("no such folder", "base.mp4", "missing/clip.mp4");
@@ -296,8 +287,7 @@ void TestVideoClip::clip_keepsFiles_unlessItSucceeds()
 
 void TestVideoClip::clip_fails_onFullDisk_data()
 {
-    QTest::addColumn<QString>("suffix");
-    QTest::addColumn<int>("missing_bytes");
+    columns<QString, int>("suffix", "missing_bytes");
     for (const char* suffix : {"mp4", "mkv"}) {
         for (const int missing : {1, 100, 4000})
             QTest::addRow("%s, %d bytes short", suffix, missing) << suffix << missing;
@@ -373,11 +363,7 @@ void TestVideoClip::cancel_isNotLost_beforeThreadRuns()
 
 void TestVideoClip::editor_refusesAtOnce_data()
 {
-    QTest::addColumn<QString>("source");
-    QTest::addColumn<bool>("has_target");
-    QTest::addColumn<int>("start_ms");
-    QTest::addColumn<int>("end_ms");
-    QTest::addColumn<int>("reports");
+    columns<QString, bool, int, int, int>("source", "has_target", "start_ms", "end_ms", "reports");
     row("start before 0", "base.mp4", true, -1, 1000, 1);
     row("end before start", "base.mp4", true, 1001, 1000, 1);
     row("no target", "base.mp4", false, 0, 1000, 1);

@@ -116,8 +116,7 @@ void TestVideoPreview::information_isMinusOne_whereNotAnswered()
 
 void TestVideoPreview::preview_fails_andSaysWhy_data()
 {
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<QString>("line");
+    columns<QString, QString>("file", "line");
     row("text", "text.mp4", "video editor load video file:");
     row("empty", "empty.mp4", "video editor load video file:");
     row("head only", "headonly.mp4", "video editor load video file:");
@@ -177,9 +176,7 @@ void TestVideoPreview::preview_fillsFacts()
 
 void TestVideoPreview::strip_showsKeyFrames_data()
 {
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<QList<int>>("numbers");
-    QTest::addColumn<QList<qlonglong>>("times_ms");
+    columns<QString, QList<int>, QList<qlonglong>>("file", "numbers", "times_ms");
     // A key frame every 2 seconds, a sample every second.
     const QList<int> numbers{0, 0, 50, 50, 100, 100, 150, 150, 150};
     const QList<qlonglong> times{0, 0, 2000, 2000, 4000, 4000, 6000, 6000, 6000};
@@ -230,11 +227,7 @@ void TestVideoPreview::strip_isWhole_whereRowsAreNoWholeVectors()
 
 void TestVideoPreview::strip_isUpright_whereRotationIsKnown_data()
 {
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<int>("rotation");
-    QTest::addColumn<QSize>("size");
-    QTest::addColumn<QSize>("shown_size");
-    QTest::addColumn<QString>("red_corner");
+    columns<QString, int, QSize, QSize, QString>("file", "rotation", "size", "shown_size", "red_corner");
     row("90", "rotate90.mp4", 90, QSize(90, 120), QSize(120, 160), "top right");
     row("270", "rotate270.mp4", 270, QSize(90, 120), QSize(120, 160), "bottom left");
     row("180", "rotate180.mov", 180, QSize(128, 96), QSize(120, 160), "bottom right");

@@ -1,5 +1,6 @@
 #include "multimedia/audiorecorder/voicehandler.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/row.h"
 #include "tests/support/soundcheck.h"
 
 #include <QtTest/QtTest>
@@ -71,8 +72,7 @@ void TestVoiceHandler::handler_passesVoice_inEveryBlockSize()
 
 void TestVoiceHandler::handler_givesAsMuchAsItGot_withEffect_data()
 {
-    QTest::addColumn<int>("type");
-    QTest::addColumn<int>("bytes");
+    columns<int, int>("type", "bytes");
     for (const int type : {1, 2, 3}) {
         for (const int bytes : {0, 2, 960, 12346})
             QTest::addRow("type %d, %d bytes", type, bytes) << type << bytes;
