@@ -1,6 +1,7 @@
 #include "examples/host/host.h"
 #include "multimedia/audioplayer/audioplayer.h"
 #include "multimedia/multimediaprovider.h"
+#include "tests/support/files.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
 #include "tests/support/program.h"
@@ -22,11 +23,6 @@
 namespace {
 
 constexpr QSize kPhoto(600, 400);
-
-QString media(const QString& name)
-{
-    return QStringLiteral(TEST_MEDIA_DIR "/host/") + name;
-}
 
 QJsonObject videoOf(const QString& file)
 {

@@ -20,11 +20,6 @@ namespace {
 
 constexpr int kRate = 24000;
 
-QString media(const char* name)
-{
-    return QStringLiteral(TEST_MEDIA_DIR "/voice/") + QLatin1String(name);
-}
-
 soundcheck::Samples samplesOf(const QByteArray& pcm)
 {
     soundcheck::Samples samples(size_t(pcm.size()) / 2);

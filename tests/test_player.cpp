@@ -1,4 +1,5 @@
 #include "multimedia/audioplayer/audioplayer_p.h"
+#include "tests/support/files.h"
 #include "tests/support/monitor.h"
 #include "tests/support/playerhost.h"
 #include "tests/support/row.h"
@@ -15,11 +16,6 @@
 
 namespace {
 const QString kWhole = QStringLiteral("Duration Started Progress Finished Closed");
-
-QString media(const char* name)
-{
-    return QStringLiteral(TEST_MEDIA_DIR "/player/") + QString::fromUtf8(name);
-}
 } // namespace
 
 /// Transport, events and sound of local files.

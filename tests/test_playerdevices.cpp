@@ -9,8 +9,8 @@
 #include <cmath>
 
 namespace {
-const QString kTone = QStringLiteral(TEST_MEDIA_DIR "/player/tone.wav");
-const QString kLong = QStringLiteral(TEST_MEDIA_DIR "/player/long.mp3");
+const QString kTone = QStringLiteral(TEST_MEDIA_DIR "/tone.wav");
+const QString kLong = QStringLiteral(TEST_MEDIA_DIR "/long.mp3");
 const QString kWhole = QStringLiteral("Duration Started Progress Finished Closed");
 } // namespace
 

@@ -13,7 +13,7 @@
 namespace {
 QByteArray content(const char* name)
 {
-    QByteArray bytes = contentOf(TEST_MEDIA_DIR "/player/" + QString::fromUtf8(name));
+    QByteArray bytes = contentOf(media(name));
     if (bytes.isEmpty())
         qFatal("%s is missing", name);
     return bytes;
@@ -234,7 +234,7 @@ void TestPlayerHttp::interrupt_isNotLost_whenFileIsInspectedMeanwhile()
     QTRY_COMPARE(server.requests(), 1);
     host->player()->breakPlay("other", 0);
     for (int i = 0; i < 20; ++i)
-        QCOMPARE(AudioPlayer::duration(QStringLiteral(TEST_MEDIA_DIR "/player/short.wav")), 100);
+        QCOMPARE(AudioPlayer::duration(media("short.wav")), 100);
     QTRY_COMPARE(host->count(EventClosed), 1);
 }
 

@@ -10,11 +10,6 @@
 #include <QtTest/QtTest>
 
 namespace {
-QString media(const char* name)
-{
-    return QStringLiteral(TEST_MEDIA_DIR "/player/") + QString::fromUtf8(name);
-}
-
 QStringList temporaryPictures()
 {
     return QDir(QStandardPaths::writableLocation(QStandardPaths::TempLocation)).entryList({"*.jpg"});
@@ -83,7 +78,7 @@ void TestPlayerInspection::audioFormat_tellsFormat_byContent()
     QFETCH(QString, name);
     QFETCH(QString, expected);
     QFETCH(qint64, duration_ms);
-    const QString path = media(name.toUtf8());
+    const QString path = media(name);
     long long duration = -1;
     QString format = expected;
     const bool accepted = AudioPlayer::audioFormat(path, duration, format);
@@ -117,9 +112,9 @@ void TestPlayerInspection::covers_areSaved_asJpeg()
     QFETCH(QString, name);
     QFETCH(bool, has_cover);
     const QStringList before = temporaryPictures();
-    const QString saved = AudioPlayer::getCover(media(name.toUtf8()));
+    const QString saved = AudioPlayer::getCover(media(name));
     const QString target = folder.filePath("own.png");
-    QCOMPARE(AudioPlayer::audioCover(media(name.toUtf8()), target), has_cover);
+    QCOMPARE(AudioPlayer::audioCover(media(name), target), has_cover);
     if (!has_cover) {
         QCOMPARE(saved, QString());
         QCOMPARE(temporaryPictures(), before);
@@ -134,7 +129,7 @@ void TestPlayerInspection::covers_areSaved_asJpeg()
     QCOMPARE(QImage(target).convertToFormat(QImage::Format_RGB32),
              QImage(media("cover.png")).convertToFormat(QImage::Format_RGB32));
     QVERIFY(QFile::remove(target));
-    QVERIFY(!AudioPlayer::audioCover(media(name.toUtf8()), folder.filePath("no/such/folder.jpg")));
+    QVERIFY(!AudioPlayer::audioCover(media(name), folder.filePath("no/such/folder.jpg")));
 }
 
 void TestPlayerInspection::getAlbumInfo_readsTags_thatAreThere()

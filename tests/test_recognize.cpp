@@ -412,7 +412,7 @@ void TestRecognize::system_understandsFilesAndBuffers()
 {
     service.reset();
     QSignalSpy ends(engine, &RecordEngine::recognizeCompletedChanged);
-    const QString path = QStringLiteral(TEST_MEDIA_DIR "/speech/food.aac");
+    const QString path = QStringLiteral(TEST_MEDIA_DIR "/food.aac");
     engine->recognizeFile("file", path);
     engine->recognizeBuffer("buffer", engine->convertToPCM(path));
     QTRY_COMPARE_WITH_TIMEOUT(ends.count(), 2, kPatience_ms);
@@ -429,7 +429,7 @@ void TestRecognize::system_understandsFilesAndBuffers()
 void TestRecognize::system_survivesRelease_atAnyTime()
 {
     service.reset();
-    const QString path = QStringLiteral(TEST_MEDIA_DIR "/speech/hour.mp3");
+    const QString path = QStringLiteral(TEST_MEDIA_DIR "/hour.mp3");
     for (int round = 0; round < 30; ++round) {
         engine->recognizeFile("one", path);
         engine->recognizeFile("two", path);

@@ -2,6 +2,7 @@
 #include "multimedia/audiorecorder/recordengine.h"
 #include "multimedia/mediahandler/cwavewriter.h"
 #include "multimedia/multimediaprovider.h"
+#include "tests/support/files.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
 #include "tests/support/process.h"
@@ -32,11 +33,6 @@ namespace {
 constexpr int kRate = 24000;
 constexpr int kPatience_ms = 20'000;
 constexpr auto kLeaveRecording = "--leave-recording";
-
-QString media(const char* name)
-{
-    return QStringLiteral(TEST_MEDIA_DIR "/voice/") + QLatin1String(name);
-}
 
 bool isListed(const QString& device)
 {

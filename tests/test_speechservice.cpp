@@ -29,9 +29,9 @@ namespace {
 constexpr auto kPatience = std::chrono::seconds(100);
 const QString kFood = "there is enough food on the table for everybody";
 
-std::string media(const std::string& name)
+std::string spoken(const std::string& name)
 {
-    return TEST_MEDIA_DIR "/speech/" + name;
+    return TEST_MEDIA_DIR "/" + name;
 }
 
 /// What a task tells.
@@ -114,7 +114,7 @@ private:
 std::vector<std::int16_t> samplesOf(const char* name)
 {
     constexpr int kHeader = 78;
-    const QByteArray bytes = contentOf(QString::fromStdString(media(name))).mid(kHeader);
+    const QByteArray bytes = contentOf(media(name)).mid(kHeader);
     const auto* first = reinterpret_cast<const std::int16_t*>(bytes.constData());
     return {first, first + bytes.size() / 2};
 }
@@ -179,7 +179,7 @@ void TestSpeechService::file_isUnderstood()
 {
     QFETCH(QString, text);
     Listener listener;
-    QVERIFY(service.recognizeFile(media(QTest::currentDataTag()), "en_US", listener.handler()) != 0);
+    QVERIFY(service.recognizeFile(spoken(QTest::currentDataTag()), "en_US", listener.handler()) != 0);
     QVERIFY(listener.awaitEnd());
     QVERIFY(!listener.failed);
     QVERIFY2(listener.text().contains(QRegularExpression(text)), qPrintable(listener.text()));
@@ -268,7 +268,7 @@ void TestSpeechService::noSpeech_ends_withoutWords()
 {
     QFETCH(QString, name);
     Listener listener;
-    QVERIFY(service.recognizeFile(media(name.toStdString()), {}, listener.handler()) != 0);
+    QVERIFY(service.recognizeFile(spoken(name.toStdString()), {}, listener.handler()) != 0);
     QVERIFY(listener.awaitEnd());
     QCOMPARE(listener.text(), QString());
 }
@@ -279,8 +279,8 @@ void TestSpeechService::text_isTheSame_whateverWasHeardBefore()
     for (const char* before : {"train.wav", "noise.wav", "report.wav"}) {
         Listener other;
         Listener listener;
-        service.recognizeFile(media(before), {}, other.handler());
-        service.recognizeFile(media("train.wav"), {}, listener.handler());
+        service.recognizeFile(spoken(before), {}, other.handler());
+        service.recognizeFile(spoken("train.wav"), {}, listener.handler());
         QVERIFY(other.awaitEnd());
         QVERIFY(listener.awaitEnd());
         if (first.isEmpty())
@@ -294,8 +294,8 @@ void TestSpeechService::cancel_endsTask_inAnHourOfTalk()
     using Clock = std::chrono::steady_clock;
     Listener talk;
     Listener waiting;
-    const auto task = service.recognizeFile(media("hour.mp3"), {}, talk.handler());
-    const auto next = service.recognizeFile(media("hour.mp3"), {}, waiting.handler());
+    const auto task = service.recognizeFile(spoken("hour.mp3"), {}, talk.handler());
+    const auto next = service.recognizeFile(spoken("hour.mp3"), {}, waiting.handler());
     QVERIFY(talk.awaitResult());
     for (auto [number, listener] : {std::pair(next, &waiting), std::pair(task, &talk)}) {
         QVERIFY(!listener->ended());
@@ -311,7 +311,7 @@ void TestSpeechService::cancel_endsTask_inAnHourOfTalk()
     service.cancel(12345);
     // The decoder is free again.
     Listener food;
-    service.recognizeFile(media("food.wav"), {}, food.handler());
+    service.recognizeFile(spoken("food.wav"), {}, food.handler());
     QVERIFY(food.awaitEnd());
     QCOMPARE(food.text(), kFood);
     QCOMPARE(talk.later + waiting.later, 0);
@@ -336,7 +336,7 @@ void TestSpeechService::tasks_endOnce_underCancelsFromTwoThreads()
     std::mt19937 random(seed + 2);
     const char* const names[] = {"food.wav", "hour.mp3", "silence.wav", "truncated.m4a"};
     for (std::size_t i = 0; i < kTasks; ++i) {
-        numbers[i] = service.recognizeFile(media(names[random() % 4]), {}, listeners[i].handler());
+        numbers[i] = service.recognizeFile(spoken(names[random() % 4]), {}, listeners[i].handler());
         std::this_thread::sleep_for(std::chrono::milliseconds(random() % 20));
     }
     one.join();
@@ -355,8 +355,8 @@ void TestSpeechService::destructor_tellsEveryEnd()
     Listener waiting;
     {
         PocketSphinxService other;
-        other.recognizeFile(media("hour.mp3"), {}, running.handler());
-        other.recognizeFile(media("hour.mp3"), {}, waiting.handler());
+        other.recognizeFile(spoken("hour.mp3"), {}, running.handler());
+        other.recognizeFile(spoken("hour.mp3"), {}, waiting.handler());
         QVERIFY(running.awaitResult());
     }
     QVERIFY(running.ended() && running.failed);
@@ -382,7 +382,7 @@ void TestSpeechService::missingModel_isTold()
     other.requestAuthorization([&](Authorization given) { answer = given; });
     QCOMPARE(answer, Authorization::Restricted);
     Listener listener;
-    other.recognizeFile(media("food.wav"), {}, listener.handler());
+    other.recognizeFile(spoken("food.wav"), {}, listener.handler());
     QVERIFY(listener.awaitEnd());
     QVERIFY(listener.failed);
 }

@@ -23,7 +23,7 @@ namespace {
 
 FileInfo input(const char* name, const char* format)
 {
-    return {TEST_MEDIA_DIR "/stages", name, format};
+    return {TEST_MEDIA_DIR, name, format};
 }
 
 FrameHandle pictureFrame(int width, int height, AVPixelFormat format)
@@ -133,7 +133,7 @@ void TestStages::copy_keepsEveryPacket()
         readAll(std::move(source), copy, copy);
         QCOMPARE(ends.load(), 2);
     }
-    const QJsonObject before = mediacheck::probe(QStringLiteral(TEST_MEDIA_DIR "/stages/both.mp4"));
+    const QJsonObject before = mediacheck::probe(media("both.mp4"));
     const QJsonObject after = mediacheck::probe(target);
     for (const char* kind : {"video", "audio"})
         QCOMPARE(mediacheck::stream(after, kind)["nb_read_frames"],

@@ -2,6 +2,7 @@
 #include "multimedia/base/rotation.h"
 #include "multimedia/videocapture/videocapture.h"
 #include "multimedia/videocapture/videoinformation.h"
+#include "tests/support/files.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/process.h"
 #include "tests/support/row.h"

@@ -1,5 +1,6 @@
 #include "multimedia/videoeditor/videoclipthread.h"
 #include "multimedia/videoeditor/videoeditor.h"
+#include "tests/support/files.h"
 #include "tests/support/fulldisk.h"
 #include "tests/support/mediacheck.h"
 #include "tests/support/row.h"

@@ -17,11 +17,6 @@
 
 namespace {
 
-QString media(const char* name)
-{
-    return QStringLiteral(TEST_MEDIA_DIR "/videoprovider/") + QLatin1String(name);
-}
-
 QString tool(const QString& name)
 {
     return QCoreApplication::applicationDirPath() + QLatin1Char('/') + name;

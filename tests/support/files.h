@@ -4,6 +4,12 @@
 #include <QtCore/QFile>
 #include <QtTest/QtTest>
 
+/// An input file, as the script in tests/media makes it that the test's CMake entry names.
+inline QString media(const QString& name)
+{
+    return QStringLiteral(TEST_MEDIA_DIR "/") + name;
+}
+
 inline void writeFile(const QString& path, const QByteArray& bytes)
 {
     QFile file(path);

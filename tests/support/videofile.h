@@ -3,12 +3,6 @@
 #include <QtCore/QStringList>
 #include <QtGui/QImage>
 
-/// A file that tests/media/video.sh has made.
-inline QString media(const QString& name)
-{
-    return QStringLiteral(TEST_MEDIA_DIR "/video/") + name;
-}
-
 /// In words, the corners that are red. In the files it is the one at the top left, before they are turned.
 inline QString redCorners(const QImage& image)
 {

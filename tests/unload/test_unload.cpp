@@ -61,7 +61,7 @@ void TestUnload::unload_losesNoMemory_andMayBeUndone()
     const auto use =
         reinterpret_cast<bool (*)(const char*, const char*, const char*)>(host.resolve("useLibrary"));
     QVERIFY(use);
-    QVERIFY(use(TEST_MEDIA_DIR "/video/base.mp4", gif.constData(), result.constData()));
+    QVERIFY(use(TEST_MEDIA_DIR "/base.mp4", gif.constData(), result.constData()));
     QVERIFY(host.unload());
     QVERIFY(!isLoaded(UNLOAD_HOST));
     QVERIFY2(isLoaded(MULTIMEDIA_SONAME), "Qt has pointers into it");
