@@ -1,4 +1,5 @@
 #include "multimedia/facedetectcnn/amxspan.h"
+#include "multimedia/facedetectcnn/detectionoutput.h"
 #include "multimedia/facedetectcnn/filters.h"
 #include "multimedia/facedetectcnn/kernelchoice.h"
 #include "multimedia/facedetectcnn/kernels.h"
@@ -153,12 +154,10 @@ private Q_SLOTS:
     void myFree_ignores_whatIsNotAligned();
     void families_giveBitsOfReference_data();
     void families_giveBitsOfReference();
-    void families_pool_asReference();
     void families_unfold_asReference();
     void relu_givesZerosAndInfinity_whenNothingIsPositive();
     void convolution_complains_andLeavesOutput();
     void smallStages_complain_ofBadInput();
-    void concat4AndBlob2vector_dropPads();
 };
 
 void TestFaceKernels::create_alignsAndPads_orComplains()
@@ -243,31 +242,6 @@ void TestFaceKernels::families_giveBitsOfReference()
                  qPrintable(QString("seed %1").arg(seed)));
     }
     QCOMPARE(EmulatedTiles::faults, 0);
-}
-
-void TestFaceKernels::families_pool_asReference()
-{
-    for (std::uint32_t seed = 1; seed <= 40; ++seed) {
-        Source source(seed);
-        CDataBlob<unsigned char> input;
-        source.fill(&input, source.number(2, 9), source.number(2, 9), source.number(1, 70), Values::Random);
-        CDataBlob<unsigned char> expected;
-        facedetectcnn::forceKernelFamily(&kScalarKernels);
-        QVERIFY(maxpooling2x2S2(input, &expected));
-        QCOMPARE(expected.width, input.width / 2);
-        QCOMPARE(expected.height, input.height / 2);
-        const int c = input.channels - 1;
-        const int x = expected.width - 1;
-        QCOMPARE(expected.pixel(x, 0)[c],
-                 std::max(std::max(input.pixel(2 * x, 0)[c], input.pixel(2 * x + 1, 0)[c]),
-                          std::max(input.pixel(2 * x, 1)[c], input.pixel(2 * x + 1, 1)[c])));
-        for (const KernelFamily* family : facedetectcnn::kernelFamilies()) {
-            facedetectcnn::forceKernelFamily(family);
-            CDataBlob<unsigned char> output;
-            QVERIFY(maxpooling2x2S2(input, &output));
-            QVERIFY2(isSame(output, expected), family->name);
-        }
-    }
 }
 
 void TestFaceKernels::families_unfold_asReference()
@@ -410,6 +384,10 @@ void TestFaceKernels::smallStages_complain_ofBadInput()
     QVERIFY(!concat4(small, small, nullFloats, small, &output));
     QVERIFY(!concat4(small, small, small, large, &output));
     QVERIFY(!convertInt2Float(nullInts, &output));
+    QVERIFY(!priorbox(thin, 10, 10, 8, 1, nullptr, &output));
+    QVERIFY(!softmax1vector2class(nullptr));
+    QVERIFY(!softmax1vector2class(&large));
+    QVERIFY(!detection_output(small, small, small, 0.3F, 0.5F, 1, 1, &output));
     QCOMPARE(QString::fromStdString(errors.text()),
              QStringLiteral("The input image data is null.\n"
                             "The dimension of the data can not match that of the Blob.\n"
@@ -423,36 +401,12 @@ void TestFaceKernels::smallStages_complain_ofBadInput()
                             "blob2vector: The input or output data is null.\n"
                             "concat4: The input data is null.\n"
                             "concat4: The three inputs must have the same size.\n"
-                            "convertInt2Float: The input or output data is null.\n"));
-}
-
-void TestFaceKernels::concat4AndBlob2vector_dropPads()
-{
-    std::array<CDataBlob<float>, 4> inputs;
-    float next = 0.0F;
-    for (std::size_t i = 0; i < inputs.size(); ++i) {
-        const auto channels = static_cast<int>(i + 1);
-        inputs[i].create(2, 1, channels);
-        for (int x = 0; x < 2; ++x) {
-            for (int c = 0; c < channels; ++c)
-                inputs[i].pixel(x, 0)[c] = next++;
-        }
-    }
-    CDataBlob<float> joined;
-    QVERIFY(concat4(inputs[0], inputs[1], inputs[2], inputs[3], &joined));
-    QCOMPARE(joined.channels, 10);
-    QCOMPARE(joined.scale, 1.0F);
-    QCOMPARE(joined.bias, 0);
-    joined.scale = 3.0F;
-    joined.bias = 4;
-    CDataBlob<float> flat;
-    QVERIFY(blob2vector(joined, &flat));
-    QCOMPARE(flat.channels, 20);
-    QCOMPARE(flat.scale, 3.0F);
-    QCOMPARE(flat.bias, 4);
-    const std::array<float, 20> expected = {0, 2, 3, 6, 7,  8,  12, 13, 14, 15,
-                                            1, 4, 5, 9, 10, 11, 16, 17, 18, 19};
-    QVERIFY(std::equal(expected.begin(), expected.end(), flat.data));
+                            "convertInt2Float: The input or output data is null.\n"
+                            "priorbox: The input data is null.\n"
+                            "softmax1vector2class: The input data is null.\n"
+                            "softmax1vector2class: The input data must be Cx1x1.\n"
+                            "detection_output: The sizes of the inputs are not match.\n"
+                            "priorbox channels=4, loc channels=4, conf channels=4\n"));
 }
 
 QTEST_APPLESS_MAIN(TestFaceKernels)

@@ -103,7 +103,6 @@ private Q_SLOTS:
     void detectionOutput_keepsAndSuppresses_data();
     void detectionOutput_keepsAndSuppresses();
     void detectionOutput_clipsBoxesButNotLandmarks();
-    void smallStages_complain_ofBadInput();
     void facedetectCnn_fillsRecords();
 };
 
@@ -277,33 +276,6 @@ void TestFaceNetwork::detectionOutput_clipsBoxesButNotLandmarks()
     QCOMPARE(output.width, 2);
     QVERIFY(detection_output(prior, loc, conf, 0.499F, 0.5F, 1000, 100, &output));
     QCOMPARE(output.width, 1);
-
-    const NormalizedBBox_ wide = {0.0F, 0.0F, 1.0F, 0.5F, {}};
-    const NormalizedBBox_ square = {0.0F, 0.0F, 0.5F, 0.5F, {}};
-    QCOMPARE(JaccardOverlap(wide, square), 0.5F);
-    QCOMPARE(JaccardOverlap(square, {0.5F, 0.0F, 1.0F, 0.5F, {}}), 0.0F);
-}
-
-void TestFaceNetwork::smallStages_complain_ofBadInput()
-{
-    CDataBlob<unsigned char> cells;
-    cells.create(1, 1, 4);
-    CDataBlob<float> blob;
-    CDataBlob<float> wide;
-    wide.create(2, 1, 4);
-    CDataBlob<float> four;
-    four.create(1, 1, 4);
-    StderrCapture errors;
-    QVERIFY(!priorbox(cells, 10, 10, 8, 1, nullptr, &blob));
-    QVERIFY(!softmax1vector2class(nullptr));
-    QVERIFY(!softmax1vector2class(&wide));
-    QVERIFY(!detection_output(four, four, four, 0.3F, 0.5F, 1, 1, &blob));
-    QCOMPARE(QString::fromStdString(errors.text()),
-             QStringLiteral("priorbox: The input data is null.\n"
-                            "softmax1vector2class: The input data is null.\n"
-                            "softmax1vector2class: The input data must be Cx1x1.\n"
-                            "detection_output: The sizes of the inputs are not match.\n"
-                            "priorbox channels=4, loc channels=4, conf channels=4\n"));
 }
 
 void TestFaceNetwork::facedetectCnn_fillsRecords()

@@ -72,7 +72,6 @@ private Q_SLOTS:
     void stopRecord_reportsNothing_withoutStart();
     void storagePath_isKept_whenItCannotBeMade();
     void config_isReplaced_andForgotten();
-    void convertToPCM_givesNothing_ofBadFile();
     void convertSamples_stretchesAndShrinks_data();
     void convertSamples_stretchesAndShrinks();
     void record_ends_withProcess();
@@ -175,12 +174,11 @@ void TestRecordEngine::qml_recordsSpeech()
     QCOMPARE(finished.value("size").toLongLong(), QFileInfo(path).size());
     const QVariantList samples = finished.value("sample").toList();
     QCOMPARE(samples.size(), 1000);
-    QVERIFY(std::all_of(samples.begin(), samples.end(), [](const QVariant& sample) {
-        return sample.toDouble() >= 0 && sample.toDouble() <= 1;
-    }));
+    for (const QVariant& sample : samples)
+        QVERIFY(sample.toDouble() >= 0 && sample.toDouble() <= 1);
     QCOMPARE(call("samples").toList().size(), 30);
-    QVERIFY(std::all_of(list("spectra").begin(), list("spectra").end(),
-                        [](const QVariant& bands) { return bands.toList().size() == 41; }));
+    for (const QVariant& bands : list("spectra"))
+        QCOMPARE(bands.toList().size(), 41);
 
     const QVariantList durations = list("durations");
     QVERIFY(std::is_sorted(durations.begin(), durations.end(), [](const QVariant& a, const QVariant& b) {
@@ -365,9 +363,6 @@ void TestRecordEngine::config_isReplaced_andForgotten()
     QSignalSpy changed(engine, &RecordEngine::configChanged);
     {
         RecordConfig other;
-        QCOMPARE(other.inputDevice(), QString("Default"));
-        QCOMPARE(other.sampleRate(), 24000);
-        QCOMPARE(other.channels(), 1);
         engine->setConfig(&other);
         engine->setConfig(&other);
         QVERIFY(engine->startRecord());
@@ -378,18 +373,6 @@ void TestRecordEngine::config_isReplaced_andForgotten()
     QVERIFY(!engine->startRecord());
     engine->setConfig(own);
     QCOMPARE(changed.count(), 2);
-
-    QSignalSpy states(engine, &RecordEngine::stateChanged);
-    engine->setState(2);
-    engine->setState(2);
-    QCOMPARE(states.count(), 2);
-    QCOMPARE(states.last(), (QList<QVariant>{QString(), 2}));
-}
-
-void TestRecordEngine::convertToPCM_givesNothing_ofBadFile()
-{
-    for (const QString& bad : {QString(), media("none.aac"), media("empty.wav")})
-        QVERIFY2(engine->convertToPCM(bad).isEmpty(), qPrintable(bad));
 }
 
 void TestRecordEngine::convertSamples_stretchesAndShrinks_data()

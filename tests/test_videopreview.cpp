@@ -1,3 +1,4 @@
+#include "multimedia/ffmpeghandler/ffmpeghandler.h"
 #include "multimedia/multimediaprovider.h"
 #include "multimedia/videoeditor/videoeditor.h"
 #include "multimedia/videoeditor/videoimagecontext.h"
@@ -54,6 +55,7 @@ class TestVideoPreview : public QObject
 private Q_SLOTS:
     void initTestCase();
     void init();
+    void handler_makesNoFrame_withoutDecoderOrSize();
     void settings_refuseWhatIsTooSmall();
     void information_isMinusOne_whereNotAnswered();
     void preview_fails_andSaysWhy_data();
@@ -92,6 +94,22 @@ void TestVideoPreview::init()
 {
     editor()->setImageFrameSize(kBox);
     editor()->setTotalGrabImageCount();
+}
+
+void TestVideoPreview::handler_makesNoFrame_withoutDecoderOrSize()
+{
+    FfmpegHandler handler;
+    handler.videoFrame = multimedia::createFrame();
+    QVERIFY(!handler.initVideoFrame() && !handler.videoFrame);
+    handler.videoCodecContext.reset(avcodec_alloc_context3(nullptr));
+    handler.videoCodecContext->pix_fmt = AV_PIX_FMT_YUV420P;
+    QVERIFY(!handler.initVideoFrame());
+    handler.videoCodecContext->width = 33;
+    handler.videoCodecContext->height = 17;
+    QVERIFY(handler.initVideoFrame() && handler.videoFrame->width == 33);
+    handler.close();
+    handler.close();
+    QVERIFY(!handler.formatContext && !handler.videoCodecContext && !handler.videoFrame);
 }
 
 void TestVideoPreview::settings_refuseWhatIsTooSmall()

@@ -1,5 +1,9 @@
 #include "multimedia/imageedit/imageeditprovider.h"
 #include "multimedia/multimediaprovider.h"
+#include "tests/support/files.h"
+#include "tests/support/imagebytes.h"
+#include "tests/support/process.h"
+#include "tests/support/row.h"
 
 #include <QtGui/QImage>
 #include <QtQml/QJSValue>
@@ -9,6 +13,8 @@
 #include <QtTest/QtTest>
 
 #include <optional>
+
+using ImageEdit::ImageEditProvider;
 
 /// The detector is slow under sanitizers on a busy machine.
 constexpr int kPatience_ms = 60000;
@@ -57,8 +63,8 @@ static const char kClient[] = R"(
     }
 )";
 
-/// Image editing as a client's QML uses it, from the search for faces to the saved file.
-class TestImageEditQml : public QObject
+/// The picture under edit, its properties and its faces, as a client uses them.
+class TestImageEditProvider : public QObject
 {
     Q_OBJECT
 
@@ -66,7 +72,11 @@ private Q_SLOTS:
     void initTestCase();
     void init();
     void cleanup();
+    void editImage_takesOnly_whatItMayEdit_data();
+    void editImage_takesOnly_whatItMayEdit();
     void properties_tellChanges();
+    void editReset_restoresDefaults();
+    void thumbnails_areMade_whereNeeded();
     void faceBlur_goesFromSearchToToggle();
     void faceMaskDetect_copiesPicture_whenItHasNoFace();
     void faceMaskDetect_changesNothing_whenPictureIsLeft();
@@ -86,17 +96,17 @@ private:
     std::optional<QTemporaryDir> folder;
     std::optional<QQmlEngine> engine;
     std::unique_ptr<QObject> client;
-    ImageEdit::ImageEditProvider* handler = nullptr;
+    ImageEditProvider* handler = nullptr;
 };
 
-QString TestImageEditQml::portrait() const
+QString TestImageEditProvider::portrait() const
 {
     QString path = at(QStringLiteral("astronaut.jpg"));
     QFile::copy(QStringLiteral(TEST_DATA_DIR "/photos/astronaut.jpg"), path);
     return path;
 }
 
-QString TestImageEditQml::sky(const QString& name, const QSize& size) const
+QString TestImageEditProvider::sky(const QString& name, const QSize& size) const
 {
     QImage image(size, QImage::Format_RGB32);
     for (int y = 0; y < image.height(); ++y)
@@ -106,7 +116,7 @@ QString TestImageEditQml::sky(const QString& name, const QSize& size) const
     return at(name);
 }
 
-void TestImageEditQml::initTestCase()
+void TestImageEditProvider::initTestCase()
 {
     // What the library leaves in the temporary location goes with this folder.
     QVERIFY(temporary.isValid());
@@ -114,7 +124,7 @@ void TestImageEditQml::initTestCase()
     QLoggingCategory::setFilterRules(QStringLiteral("quillon.multimedia.debug=false"));
 }
 
-void TestImageEditQml::init()
+void TestImageEditProvider::init()
 {
     folder.emplace();
     QVERIFY(folder->isValid());
@@ -127,14 +137,14 @@ void TestImageEditQml::init()
     QVERIFY2(client, qPrintable(component.errorString()));
 }
 
-void TestImageEditQml::cleanup()
+void TestImageEditProvider::cleanup()
 {
     handler->editReset();
     client.reset();
     engine.reset();
 }
 
-QVariantList TestImageEditQml::seen(const QString& kind) const
+QVariantList TestImageEditProvider::seen(const QString& kind) const
 {
     QVariantList result;
     for (const QVariant& entry : client->property("seen").value<QJSValue>().toVariant().toList())
@@ -143,7 +153,7 @@ QVariantList TestImageEditQml::seen(const QString& kind) const
     return result;
 }
 
-QVariant TestImageEditQml::call(const char* function, const QVariantList& arguments)
+QVariant TestImageEditProvider::call(const char* function, const QVariantList& arguments)
 {
     QVariant result;
     const auto argument = [&](int i) {
@@ -154,18 +164,94 @@ QVariant TestImageEditQml::call(const char* function, const QVariantList& argume
     return result;
 }
 
-void TestImageEditQml::properties_tellChanges()
+void TestImageEditProvider::editImage_takesOnly_whatItMayEdit_data()
+{
+    columns<QByteArray, QString, bool>("content", "name", "isTaken");
+    QImage image(80, 64, QImage::Format_RGB32);
+    image.fill(Qt::darkCyan);
+    const QByteArray gif = QByteArray::fromBase64("R0lGODlhAQABAIAAAP///wAAACwAAAAAAQABAAACAkQBADs=");
+    const QByteArray png = ImageBytes::encoded(image, "PNG");
+    row("PNG", png, "a.png", true);
+    row("JPEG", ImageBytes::encoded(image, "JPEG"), "a", true);
+    row("BMP called GIF", ImageBytes::encoded(image, "BMP"), "a.gif", true);
+    row("PNG cut short", png.left(png.size() / 2), "a.png", true);
+    row("GIF called PNG", gif, "a.png", false);
+    row("GIF and PNG", gif + png, "a.png", false);
+    row("PPM", ImageBytes::encoded(image, "PPM"), "a.png", false);
+    row("nothing", QByteArray(), "a.png", false);
+    row("PNG of 60000x60000", ImageBytes::boastfulPng(60000), "a.png", false);
+    row("BMP of 20000x20000", ImageBytes::boastfulBmp(20000), "a.bmp", false);
+}
+
+void TestImageEditProvider::editImage_takesOnly_whatItMayEdit()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QString, name);
+    QFETCH(bool, isTaken);
+    writeFile(at(name), content);
+    handler->editImage(sky(QStringLiteral("before.png"), {96, 96}));
+    handler->setRotation(45.0);
+    QSignalSpy sizes(handler, &ImageEditProvider::imageSizeChanged);
+    const qint64 before = peakBytes();
+
+    handler->editImage(at(name), QSize(3, 3));
+    QCOMPARE(handler->srcPath(), at(isTaken ? name : "before.png"));
+    QCOMPARE(handler->imageSize(), isTaken ? QSize(80, 64) : QSize(96, 96));
+    QCOMPARE(handler->rotation(), isTaken ? 0.0 : 45.0);
+    QCOMPARE(sizes.size(), isTaken ? 2 : 0); // reset, then set
+
+    QVERIFY(peakBytes() - before < 500'000'000);
+}
+
+void TestImageEditProvider::properties_tellChanges()
 {
     call("set");
     call("set");
+    handler->setRotation(90.0 * (1.0 + 1e-13)); // as good as the same
     QCOMPARE(seen("rotation"), QVariantList({QVariantList{90.0}}));
     QCOMPARE(seen("mirrored"), QVariantList({QVariantList{true}}));
     QCOMPARE(seen("mode"), QVariantList({QVariantList{8}}));
     QCOMPARE(seen("blur"), QVariantList({QVariantList{true}}));
     QCOMPARE(seen("canceled").size(), 2);
+    handler->setRotation(1e-15);
+    handler->setRotation(0.0); // nothing is nearly zero
+    QCOMPARE(seen("rotation").size(), 3);
+    for (int i = 0; i < 2; ++i)
+        handler->setImageSize({3, 4});
+    QCOMPARE(seen("size").size(), 1);
 }
 
-void TestImageEditQml::faceBlur_goesFromSearchToToggle()
+void TestImageEditProvider::editReset_restoresDefaults()
+{
+    handler->editImage(sky(QStringLiteral("sky.png")));
+    handler->setFaceBlurEnabled(true);
+    call("set");
+    handler->editReset();
+    QCOMPARE(handler->srcPath(), QString());
+    QCOMPARE(handler->imageSize(), QSize(-1, -1));
+    QCOMPARE(handler->rotation(), 0.0);
+    QVERIFY(!handler->mirrored() && !handler->faceBlurEnabled() && !handler->faceBlur());
+    QCOMPARE(handler->scaleMode(), ImageEditProvider::S_ORIGINAL);
+    QCOMPARE(handler->faceBlurPath(), QString());
+}
+
+void TestImageEditProvider::thumbnails_areMade_whereNeeded()
+{
+    const QString large = sky(QStringLiteral("large.png"), {1280, 640});
+    const QString thumb = handler->readThumbImage(QUrl::fromLocalFile(large).toString());
+    QVERIFY(thumb.startsWith(temporary.path()) && thumb.endsWith(QLatin1String(".png")));
+    QVERIFY(thumb != large);
+    QCOMPARE(QImage(thumb).size(), QSize(640, 320));
+    const QString small = sky(QStringLiteral("small.png"));
+    QCOMPARE(handler->readThumbImage(small), small);
+    QCOMPARE(handler->readThumbImage(at("nowhere.png")), at("nowhere.png"));
+
+    const QString bytes = handler->readThumbBytes(thumb);
+    QCOMPARE(QImage::fromData(QByteArray::fromBase64(bytes.toLatin1())).size(), QSize(32, 16));
+    QCOMPARE(handler->readThumbBytes(at("nowhere.png")), QString());
+}
+
+void TestImageEditProvider::faceBlur_goesFromSearchToToggle()
 {
     const QString path = portrait();
     const QImage original(path);
@@ -199,11 +285,11 @@ void TestImageEditQml::faceBlur_goesFromSearchToToggle()
     QCOMPARE(handler->faceBlurPath(), blur_path);
 }
 
-void TestImageEditQml::faceMaskDetect_copiesPicture_whenItHasNoFace()
+void TestImageEditProvider::faceMaskDetect_copiesPicture_whenItHasNoFace()
 {
     // Too small to hold a face.
     const QString path = sky(QStringLiteral("sky.png"), {16, 16});
-    QSignalSpy searched(handler, &ImageEdit::ImageEditProvider::faceBlurEnabledChanged);
+    QSignalSpy searched(handler, &ImageEditProvider::faceBlurEnabledChanged);
     handler->setFaceBlurEnabled(true);
     handler->editImage(path);
     QTRY_COMPARE_WITH_TIMEOUT(searched.size(), 2, kPatience_ms);
@@ -215,7 +301,7 @@ void TestImageEditQml::faceMaskDetect_copiesPicture_whenItHasNoFace()
     QCOMPARE(QImage(handler->faceBlurPath()), QImage(path));
 }
 
-void TestImageEditQml::faceMaskDetect_changesNothing_whenPictureIsLeft()
+void TestImageEditProvider::faceMaskDetect_changesNothing_whenPictureIsLeft()
 {
     const QString path = portrait();
     handler->editImage(sky(QStringLiteral("sky.jpg")));
@@ -227,7 +313,7 @@ void TestImageEditQml::faceMaskDetect_changesNothing_whenPictureIsLeft()
     QVERIFY(!handler->faceBlur() && handler->faceBlurPath().isEmpty());
 }
 
-void TestImageEditQml::faceMaskDetect_runsOneJob_whenAskedTwice()
+void TestImageEditProvider::faceMaskDetect_runsOneJob_whenAskedTwice()
 {
     const QString first = portrait();
     const QString second = sky(QStringLiteral("sky.jpg"));
@@ -240,7 +326,7 @@ void TestImageEditQml::faceMaskDetect_runsOneJob_whenAskedTwice()
     QCOMPARE(seen("finished").last().toList()[0].toString(), second);
 }
 
-void TestImageEditQml::faceMaskDetect_servesNextRequest_fromTheReport()
+void TestImageEditProvider::faceMaskDetect_servesNextRequest_fromTheReport()
 {
     const QString path = sky(QStringLiteral("sky.bmp"));
     for (int i = 1; i <= 20; ++i) {
@@ -250,7 +336,7 @@ void TestImageEditQml::faceMaskDetect_servesNextRequest_fromTheReport()
     }
 }
 
-void TestImageEditQml::faceMaskDetect_reportsFailure_whenPictureIsCut()
+void TestImageEditProvider::faceMaskDetect_reportsFailure_whenPictureIsCut()
 {
     QFile png(sky(QStringLiteral("sky.png")));
     QVERIFY(png.open(QIODevice::ReadWrite) && png.resize(png.size() / 2));
@@ -264,7 +350,7 @@ void TestImageEditQml::faceMaskDetect_reportsFailure_whenPictureIsCut()
     QCOMPARE(seen("finished").size(), 1);
 }
 
-void TestImageEditQml::doEditSync_andOthers_areCallable()
+void TestImageEditProvider::doEditSync_andOthers_areCallable()
 {
     const QString source = sky(QStringLiteral("sky.jpg"));
     const QString target = at(QStringLiteral("out.png"));
@@ -277,5 +363,5 @@ void TestImageEditQml::doEditSync_andOthers_areCallable()
     QVERIFY(QImage::fromData(QByteArray::fromBase64(thumb[1].toLatin1())).width() == 32);
 }
 
-QTEST_GUILESS_MAIN(TestImageEditQml)
-#include "test_imageeditqml.moc"
+QTEST_GUILESS_MAIN(TestImageEditProvider)
+#include "test_imageeditprovider.moc"
