@@ -3,20 +3,17 @@
 #include "multimedia/audiorecorder/recordengine.h"
 #include "multimedia/audiorecorder/voicehandler.h"
 #include "tests/support/files.h"
+#include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
 #include "tests/support/row.h"
 #include "tests/support/soundcheck.h"
 
-#include <QtCore/QBuffer>
-#include <QtCore/QDir>
-#include <QtCore/QSemaphore>
-#include <QtCore/QTemporaryDir>
 #include <QtMultimedia/QAudioInput>
 #include <QtTest/QtTest>
 
-#include <cstring>
 #include <functional>
+#include <tuple>
 
 /// The recorder with its microphone silenced: what it captures is written by the test, so that every byte
 /// counts.
@@ -29,8 +26,7 @@ enum Type { Direct = 0, High = 1, Plain = 4, Half = 5, Double = 8 };
 
 QByteArray voice(int bytes)
 {
-    const auto samples = soundcheck::vowel(kRate, 120, bytes / 2.0 / kRate + 0.1);
-    return QByteArray(reinterpret_cast<const char*>(samples.data()), int(samples.size() * 2)).left(bytes);
+    return soundcheck::bytesOf(soundcheck::vowel(kRate, 120, bytes / 2.0 / kRate + 0.1)).left(bytes);
 }
 
 double durationOf(qint64 bytes)
@@ -83,14 +79,13 @@ private Q_SLOTS:
     void host_mayStartAnew_whenToldOfTail();
     void sampleData_readsBytesBigEndian();
     void start_fails_withoutDevice();
-    void start_goesOn_withoutEncoderOrFile_data();
     void start_goesOn_withoutEncoderOrFile();
 
 private:
     bool start(int type);
     /// As if the microphone had delivered these bytes.
     void capture(const QByteArray& bytes);
-    void captureUnread(const QByteArray& bytes);
+    void captureUnread(const QByteArray& bytes) { recorder->findChild<QBuffer*>()->write(bytes); }
 
     QTemporaryDir dir;
     RecordConfig config;
@@ -132,11 +127,6 @@ bool TestAudioRecorder::start(int type)
     for (QAudioInput* input : recorder->findChildren<QAudioInput*>())
         input->stop();
     return true;
-}
-
-void TestAudioRecorder::captureUnread(const QByteArray& bytes)
-{
-    recorder->findChild<QBuffer*>()->write(bytes);
 }
 
 void TestAudioRecorder::capture(const QByteArray& bytes)
@@ -203,7 +193,7 @@ void TestAudioRecorder::sound_isNotDenoised()
         sample = int16_t(int32_t(random) >> 24);
     }
     QVERIFY(start(Direct));
-    capture({reinterpret_cast<const char*>(noise.data()), int(noise.size() * 2)});
+    capture(soundcheck::bytesOf(noise));
     QVERIFY(recorder->stopRecord(true));
     auto decoded = mediacheck::decodeAudio(recorder->recordPath(), kRate);
     decoded.erase(decoded.begin(), decoded.begin() + 4096);
@@ -408,40 +398,35 @@ void TestAudioRecorder::start_fails_withoutDevice()
     QVERIFY(!recorder->hasVisibleAudioInputDev("Default"));
 }
 
-void TestAudioRecorder::start_goesOn_withoutEncoderOrFile_data()
-{
-    columns<qlonglong, int, QString>("rate", "channels", "path");
-    const QString good = dir.filePath("voice.aac");
-    QTest::newRow("rate without encoder") << 12345LL << 1 << good;
-    QTest::newRow("no rate") << 0LL << 1 << good;
-    QTest::newRow("huge rate") << (1LL << 40) << 1 << good;
-    QTest::newRow("no channel") << qlonglong(kRate) << 0 << good;
-    QTest::newRow("folder") << qlonglong(kRate) << 1 << dir.path();
-    QTest::newRow("no folder") << qlonglong(kRate) << 1 << dir.filePath("none/voice.aac");
-    QTest::newRow("no path") << qlonglong(kRate) << 1 << QString();
-}
-
 void TestAudioRecorder::start_goesOn_withoutEncoderOrFile()
 {
-    QFETCH(qlonglong, rate);
-    QFETCH(int, channels);
-    QFETCH(QString, path);
-    config.setSampleRate(rate);
-    config.setChannels(channels);
-    recorder->setRecordPath(path);
-    for (const int type : {int(Direct), int(Half), int(High)}) {
-        if (!recorder->startRecord(&config, type))
-            continue;
-        capture(voice(100000));
-        recorder->stopRecord(type != High);
-        QCOMPARE(recorder->state(), RECORDER_IDLE);
+    const QString good = dir.filePath("voice.aac");
+    for (const auto& [rate, channels, path] : {std::tuple(12345LL, 1, good), // no encoder has it
+                                               {0LL, 1, good},
+                                               {1LL << 40, 1, good},
+                                               {kRate, 0, good},
+                                               {kRate, 1, dir.path()},
+                                               {kRate, 1, dir.filePath("none/voice.aac")},
+                                               {kRate, 1, QString()}}) {
+        const InCase in_case(rate, channels, path);
+        config.setSampleRate(rate);
+        config.setChannels(channels);
+        recorder->setRecordPath(path);
+        for (const int type : {int(Direct), int(Half), int(High)}) {
+            if (!recorder->startRecord(&config, type))
+                continue;
+            capture(voice(100000));
+            recorder->stopRecord(type != High);
+            QCOMPARE(recorder->state(), RECORDER_IDLE);
+        }
+        // The next recording is none the worse.
+        cleanup();
+        init();
+        QVERIFY(start(Direct));
+        capture(voice(10 * kFrameBytes));
+        QVERIFY(recorder->stopRecord(true));
+        QCOMPARE(adtsFrames(recorder->recordPath()), 6);
     }
-    // The next recording is none the worse.
-    init();
-    QVERIFY(start(Direct));
-    capture(voice(10 * kFrameBytes));
-    QVERIFY(recorder->stopRecord(true));
-    QCOMPARE(adtsFrames(recorder->recordPath()), 6);
 }
 
 QTEST_MAIN(TestAudioRecorder)

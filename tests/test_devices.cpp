@@ -4,7 +4,7 @@
 #include "multimedia/devicemgr/devicetypedefine.h"
 #include "multimedia/devicemgr/screeninfo.h"
 #include "multimedia/multimediaprovider.h"
-#include "tests/support/row.h"
+#include "tests/support/incase.h"
 #include "tests/support/soundserver.h"
 
 #include <QtGui/QGuiApplication>
@@ -12,6 +12,8 @@
 #include <QtQml/QQmlComponent>
 #include <QtQml/QQmlEngine>
 #include <QtTest/QtTest>
+
+#include <tuple>
 
 using namespace DeviceManager;
 
@@ -63,7 +65,6 @@ class TestDevices : public QObject
 
 private Q_SLOTS:
     void deviceInfo_comparesAndCopies_byItsRules();
-    void model_keepsChoice_asLongAsItsDeviceExists_data();
     void model_keepsChoice_asLongAsItsDeviceExists();
     void model_signalsAndDestroys_whatItLosesAndGains();
     void lists_fillByThemselves_whenServerComesLate();
@@ -105,32 +106,28 @@ void TestDevices::deviceInfo_comparesAndCopies_byItsRules()
     QCOMPARE(assigned.sourceName(), QString("Speaker"));
 }
 
-void TestDevices::model_keepsChoice_asLongAsItsDeviceExists_data()
-{
-    columns<QString, QStringList, QString, QString>("chosen", "devices", "new_default", "current");
-    row("still there, default changed", "b", QStringList{"c", "b"}, "c", "b");
-    row("gone", "b", QStringList{"a", "c"}, "c", "c");
-    row("all gone", "b", QStringList(), "", "");
-    row("never there", "x", QStringList{"a"}, "a", "a");
-}
-
 void TestDevices::model_keepsChoice_asLongAsItsDeviceExists()
 {
-    QFETCH(QString, chosen);
-    QFETCH(QStringList, devices);
-    QFETCH(QString, new_default);
-    DeviceModel model(DeviceTypeDefine::AudioOutput);
-    model.update(makeDevices({"a", "b"}), "a");
-    QCOMPARE(model.currentDevice(), QStringLiteral("a"));
-    model.setCurrentDevice(chosen);
+    // What was chosen, the devices and the default that come then, and what is chosen afterwards.
+    for (const auto& [chosen, devices, new_default, current] :
+         {std::tuple(QString("b"), QStringList{"c", "b"}, QString("c"), QString("b")),
+          {"b", {"a", "c"}, "c", "c"},
+          {"b", {}, "", ""},
+          {"x", {"a"}, "a", "a"}}) {
+        const InCase in_case(chosen, devices, new_default);
+        DeviceModel model(DeviceTypeDefine::AudioOutput);
+        model.update(makeDevices({"a", "b"}), "a");
+        QCOMPARE(model.currentDevice(), QStringLiteral("a"));
+        model.setCurrentDevice(chosen);
 
-    QSignalSpy current_changed(&model, &DeviceModel::currentDeviceChanged);
-    QSignalSpy default_changed(&model, &DeviceModel::defaultDeviceChanged);
-    model.update(makeDevices(devices), new_default);
-    QTEST(model.currentDevice(), "current");
-    QCOMPARE(current_changed.count(), model.currentDevice() == chosen ? 0 : 1);
-    QCOMPARE(default_changed.count(), new_default == QLatin1String("a") ? 0 : 1);
-    QCOMPARE(names(&model), devices);
+        QSignalSpy current_changed(&model, &DeviceModel::currentDeviceChanged);
+        QSignalSpy default_changed(&model, &DeviceModel::defaultDeviceChanged);
+        model.update(makeDevices(devices), new_default);
+        QCOMPARE(model.currentDevice(), current);
+        QCOMPARE(current_changed.count(), model.currentDevice() == chosen ? 0 : 1);
+        QCOMPARE(default_changed.count(), new_default == QLatin1String("a") ? 0 : 1);
+        QCOMPARE(names(&model), devices);
+    }
 }
 
 void TestDevices::model_signalsAndDestroys_whatItLosesAndGains()

@@ -1,7 +1,7 @@
 #include "multimedia/audiorecorder/effectengine.h"
 #include "multimedia/audiorecorder/pitchshifter.h"
 #include "multimedia/audiorecorder/tremolo.h"
-#include "tests/support/row.h"
+#include "tests/support/incase.h"
 #include "tests/support/soundcheck.h"
 
 #include <QtTest/QtTest>
@@ -12,6 +12,7 @@
 #include <cstring>
 #include <future>
 #include <tuple>
+#include <utility>
 
 using multimedia::EffectEngine;
 using soundcheck::Samples;
@@ -85,7 +86,6 @@ class TestEffectEngine : public QObject
 private Q_SLOTS:
     void stream_isUnchanged_withoutEffect();
     void stream_keepsSecondChannel_ofThree();
-    void pitchShifter_movesPitch_andKeepsDuration_data();
     void pitchShifter_movesPitch_andKeepsDuration();
     void pitchShifter_staysInRange_onFullScale();
     void tremolo_hasStatedShape();
@@ -117,36 +117,29 @@ void TestEffectEngine::stream_keepsSecondChannel_ofThree()
         QCOMPARE(left[i], int16_t(i));
 }
 
-void TestEffectEngine::pitchShifter_movesPitch_andKeepsDuration_data()
-{
-    columns<float, double>("pitch", "voice_hz");
-    for (const float pitch : {2.6F, 0.5F}) {
-        for (const double voice_hz : {110.0, 220.0})
-            QTest::addRow("%.1f of %.0f Hz", double(pitch), voice_hz) << pitch << voice_hz;
-    }
-}
-
 void TestEffectEngine::pitchShifter_movesPitch_andKeepsDuration()
 {
-    QFETCH(float, pitch);
-    QFETCH(double, voice_hz);
-    // Half a second of silence, one of voice, half of silence: the voice must be found where it was.
-    Samples input(kRate / 2);
-    const Samples vowel = soundcheck::vowel(kRate, voice_hz, 1);
-    input.insert(input.end(), vowel.begin(), vowel.end());
-    input.resize(size_t(kRate) * 2);
-    Run run(input, input.size());
-    run.engine.addEffect(std::make_unique<multimedia::PitchShifter>(kRate, pitch));
-    const Samples output = run(1);
+    for (const auto& [pitch, voice_hz] :
+         {std::pair(2.6F, 110.0), {2.6F, 220.0}, {0.5F, 110.0}, {0.5F, 220.0}}) {
+        const InCase in_case(pitch, voice_hz);
+        // Half a second of silence, one of voice, half of silence: the voice must be found where it was.
+        Samples input(kRate / 2);
+        const Samples vowel = soundcheck::vowel(kRate, voice_hz, 1);
+        input.insert(input.end(), vowel.begin(), vowel.end());
+        input.resize(size_t(kRate) * 2);
+        Run run(input, input.size());
+        run.engine.addEffect(std::make_unique<multimedia::PitchShifter>(kRate, pitch));
+        const Samples output = run(1);
 
-    const double expected = voice_hz * double(pitch);
-    const double found = soundcheck::pitch(output, kRate, expected / 1.5, expected * 1.5, kRate * 3 / 4);
-    QVERIFY2(std::abs(found / expected - 1) < 0.03, qPrintable(QString::number(found)));
-    const auto loud = [](int16_t sample) { return std::abs(sample) > 500; };
-    const auto first = std::find_if(output.begin(), output.end(), loud) - output.begin();
-    const auto last = output.rend() - std::find_if(output.rbegin(), output.rend(), loud);
-    QVERIFY(std::abs(first - kRate / 2) < kRate / 20);
-    QVERIFY(std::abs(last - kRate * 3 / 2) < kRate / 20);
+        const double expected = voice_hz * double(pitch);
+        const double found = soundcheck::pitch(output, kRate, expected / 1.5, expected * 1.5, kRate * 3 / 4);
+        QVERIFY2(std::abs(found / expected - 1) < 0.03, qPrintable(QString::number(found)));
+        const auto loud = [](int16_t sample) { return std::abs(sample) > 500; };
+        const auto first = std::find_if(output.begin(), output.end(), loud) - output.begin();
+        const auto last = output.rend() - std::find_if(output.rbegin(), output.rend(), loud);
+        QVERIFY(std::abs(first - kRate / 2) < kRate / 20);
+        QVERIFY(std::abs(last - kRate * 3 / 2) < kRate / 20);
+    }
 }
 
 void TestEffectEngine::pitchShifter_staysInRange_onFullScale()

@@ -2,18 +2,18 @@
 #include "multimedia/facedetect/facedetect.h"
 #include "multimedia/facedetect/facepatch.h"
 #include "tests/support/faces.h"
+#include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/row.h"
 #include "tests/support/stderrcapture.h"
 
 #include <QtConcurrent/QtConcurrent>
-#include <QtCore/QLoggingCategory>
-#include <QtCore/QProcess>
 #include <QtGui/QImage>
 #include <QtTest/QtTest>
 
 #include <cmath>
 #include <limits>
+#include <tuple>
+#include <utility>
 
 namespace {
 
@@ -72,52 +72,41 @@ class TestFaceDetect : public QObject
 private Q_SLOTS:
     void initTestCase() { QLoggingCategory::setFilterRules("quillon.multimedia.debug=false"); }
 
-    void faceDetect_seesScaledImage_data();
     void faceDetect_seesScaledImage();
     void faceMask_givesImageBack_withoutFaces();
     void faceMask_givesSameImage_fromManyThreads();
-    void smear_isExponentialFilter_data();
     void smear_isExponentialFilter();
-    void blur_hidesFaceOnly_inEveryFormat_data();
     void blur_hidesFaceOnly_inEveryFormat();
-    void blur_obeysScoreRule_data();
     void blur_obeysScoreRule();
-    void blur_survives_oddFaces_data();
     void blur_survives_oddFaces();
     void blur_scalesToImage_andTakesColoursFromDetectionImage();
-    void modelTool_refuses_whatDoesNotFit_data();
     void modelTool_refuses_whatDoesNotFit();
 };
 
-void TestFaceDetect::faceDetect_seesScaledImage_data()
-{
-    columns<QSize, double, QSize>("size", "ratio", "detectionSize");
-    QTest::newRow("as it is") << QSize(480, 300) << 1.0 << QSize(480, 300);
-    QTest::newRow("padded rows") << QSize(99, 101) << 1.0 << QSize(99, 101);
-    QTest::newRow("wide") << QSize(960, 400) << 1.0 << QSize(480, 200);
-    QTest::newRow("tall") << QSize(400, 960) << 1.0 << QSize(200, 480);
-    QTest::newRow("square") << QSize(600, 600) << 1.0 << QSize(480, 480);
-    QTest::newRow("device pixels") << QSize(700, 700) << 2.0 << QSize(700, 700);
-    QTest::newRow("many device pixels") << QSize(1200, 600) << 1.5 << QSize(720, 360);
-}
-
 void TestFaceDetect::faceDetect_seesScaledImage()
 {
-    QFETCH(QSize, size);
-    QFETCH(double, ratio);
-    QFETCH(QSize, detectionSize);
-    QImage image = portrait().scaled(size).convertToFormat(QImage::Format_RGB32);
-    const QImage seen = image.scaled(detectionSize, Qt::IgnoreAspectRatio, Qt::FastTransformation)
-                            .convertToFormat(QImage::Format_BGR888);
-    image.setDevicePixelRatio(ratio);
-    // Rows drift by what they are padded with; to the detector that is black.
-    QByteArray bytes;
-    for (int y = 0; y < seen.height(); ++y)
-        bytes += QByteArray(reinterpret_cast<const char*>(seen.constScanLine(y)), seen.width() * 3)
-                     .leftJustified(seen.bytesPerLine(), '\0');
-    const auto expected = objectdetect_cnn(reinterpret_cast<const uchar*>(bytes.constData()), seen.width(),
-                                           seen.height(), seen.width() * 3);
-    QVERIFY(isSame(multimedia::faceDetect(image), expected));
+    // The size of an image, its device pixels to a logical one, and the size that the detector gets.
+    for (const auto& [size, ratio, detectionSize] : {std::tuple(QSize(480, 300), 1.0, QSize(480, 300)),
+                                                     {QSize(99, 101), 1.0, QSize(99, 101)},
+                                                     {QSize(960, 400), 1.0, QSize(480, 200)},
+                                                     {QSize(400, 960), 1.0, QSize(200, 480)},
+                                                     {QSize(600, 600), 1.0, QSize(480, 480)},
+                                                     {QSize(700, 700), 2.0, QSize(700, 700)},
+                                                     {QSize(1200, 600), 1.5, QSize(720, 360)}}) {
+        const InCase in_case(size, ratio);
+        QImage image = portrait().scaled(size).convertToFormat(QImage::Format_RGB32);
+        const QImage seen = image.scaled(detectionSize, Qt::IgnoreAspectRatio, Qt::FastTransformation)
+                                .convertToFormat(QImage::Format_BGR888);
+        image.setDevicePixelRatio(ratio);
+        // Rows drift by what they are padded with; to the detector that is black.
+        QByteArray bytes;
+        for (int y = 0; y < seen.height(); ++y)
+            bytes += QByteArray(reinterpret_cast<const char*>(seen.constScanLine(y)), seen.width() * 3)
+                         .leftJustified(seen.bytesPerLine(), '\0');
+        const auto expected = objectdetect_cnn(reinterpret_cast<const uchar*>(bytes.constData()),
+                                               seen.width(), seen.height(), seen.width() * 3);
+        QVERIFY(isSame(multimedia::faceDetect(image), expected));
+    }
 }
 
 void TestFaceDetect::faceMask_givesImageBack_withoutFaces()
@@ -142,129 +131,107 @@ void TestFaceDetect::faceMask_givesSameImage_fromManyThreads()
         QCOMPARE(result.result(), expected);
 }
 
-void TestFaceDetect::smear_isExponentialFilter_data()
-{
-    columns<QSize, int>("size", "weight");
-    QTest::newRow("1 pixel") << QSize(1, 1) << 14;
-    QTest::newRow("1 row") << QSize(9, 1) << 14;
-    QTest::newRow("2 columns") << QSize(2, 30) << 10;
-    QTest::newRow("side of 7") << QSize(7, 8) << 4;
-    QTest::newRow("side of 17") << QSize(20, 17) << 2;
-    QTest::newRow("side of 18") << QSize(18, 40) << 1;
-}
-
 void TestFaceDetect::smear_isExponentialFilter()
 {
-    QFETCH(QSize, size);
-    QFETCH(int, weight);
-    QImage image = portrait()
-                       .copy(180, 60, size.width(), size.height())
-                       .convertToFormat(QImage::Format_ARGB32_Premultiplied);
-    const QImage before = image;
-    multimedia::smear(&image);
-    for (int c = 0; c < 4; ++c) {
-        std::vector<int> channel(std::size_t(size.width()) * std::size_t(size.height()));
-        for (int i = 0; i < size.width() * size.height(); ++i)
-            channel[i] = before.constScanLine(i / size.width())[4 * (i % size.width()) + c];
-        smearPlainly(&channel, size.width(), size.height(), weight);
-        for (int i = 0; i < size.width() * size.height(); ++i)
-            QCOMPARE(int(image.constScanLine(i / size.width())[4 * (i % size.width()) + c]), channel[i]);
+    for (const auto& [size, weight] : {std::pair(QSize(1, 1), 14),
+                                       {QSize(9, 1), 14},
+                                       {QSize(2, 30), 10},
+                                       {QSize(7, 8), 4},
+                                       {QSize(20, 17), 2},
+                                       {QSize(18, 40), 1}}) {
+        const InCase in_case(size);
+        QImage image = portrait()
+                           .copy(180, 60, size.width(), size.height())
+                           .convertToFormat(QImage::Format_ARGB32_Premultiplied);
+        const QImage before = image;
+        multimedia::smear(&image);
+        for (int c = 0; c < 4; ++c) {
+            std::vector<int> channel(std::size_t(size.width()) * std::size_t(size.height()));
+            for (int i = 0; i < size.width() * size.height(); ++i)
+                channel[i] = before.constScanLine(i / size.width())[4 * (i % size.width()) + c];
+            smearPlainly(&channel, size.width(), size.height(), weight);
+            for (int i = 0; i < size.width() * size.height(); ++i)
+                QCOMPARE(int(image.constScanLine(i / size.width())[4 * (i % size.width()) + c]), channel[i]);
+        }
     }
-}
-
-void TestFaceDetect::blur_hidesFaceOnly_inEveryFormat_data()
-{
-    QTest::addColumn<QImage::Format>("format");
-    QTest::newRow("RGB32") << QImage::Format_RGB32;
-    QTest::newRow("ARGB32") << QImage::Format_ARGB32;
-    QTest::newRow("RGB888") << QImage::Format_RGB888;
-    QTest::newRow("BGR888") << QImage::Format_BGR888;
-    QTest::newRow("Grayscale8") << QImage::Format_Grayscale8;
-    QTest::newRow("Indexed8") << QImage::Format_Indexed8;
 }
 
 void TestFaceDetect::blur_hidesFaceOnly_inEveryFormat()
 {
-    QFETCH(QImage::Format, format);
     const QImage seen = portrait();
-    const QImage image = seen.convertToFormat(format);
-    const QImage blurred = multimedia::withFacesBlurred(image, seen, {kFace});
-    QCOMPARE(blurred.format(), format);
-    QCOMPARE(blurred.size(), image.size());
+    for (const QImage::Format format :
+         {QImage::Format_RGB32, QImage::Format_ARGB32, QImage::Format_RGB888, QImage::Format_BGR888,
+          QImage::Format_Grayscale8, QImage::Format_Indexed8}) {
+        const QImage image = seen.convertToFormat(format);
+        const QImage blurred = multimedia::withFacesBlurred(image, seen, {kFace});
+        QCOMPARE(blurred.format(), format);
+        QCOMPARE(blurred.size(), image.size());
 
-    const QRect face(kFace.x, kFace.y, kFace.w, kFace.h);
-    const QRect area = changed(image, blurred);
-    QVERIFY(area.contains(face.adjusted(4, 4, -4, -4)));
-    QVERIFY(face.adjusted(-25, -25, 25, 25).contains(area));
+        const QRect face(kFace.x, kFace.y, kFace.w, kFace.h);
+        const QRect area = changed(image, blurred);
+        QVERIFY(area.contains(face.adjusted(4, 4, -4, -4)));
+        QVERIFY(face.adjusted(-25, -25, 25, 25).contains(area));
 
-    // A palette dithers, so detail is measured where there is none.
-    if (format == QImage::Format_Indexed8)
-        return;
-    const QRect inner = face.adjusted(15, 15, -15, -15);
-    QVERIFY2(detail(blurred, inner) < 0.15 * detail(image, inner),
-             qPrintable(QStringLiteral("%1 of %2").arg(detail(blurred, inner)).arg(detail(image, inner))));
-}
-
-void TestFaceDetect::blur_obeysScoreRule_data()
-{
-    columns<QVector<float>, QVector<bool>>("scores", "isBlurred");
-    QTest::newRow("0.94 alone") << QVector<float>{0.94F} << QVector<bool>{false};
-    QTest::newRow("0.96 alone") << QVector<float>{0.96F} << QVector<bool>{true};
-    QTest::newRow("0.94 beside 0.95") << QVector<float>{0.95F, 0.94F} << QVector<bool>{true, true};
-    QTest::newRow("0.90 beside 0.95") << QVector<float>{0.95F, 0.90F} << QVector<bool>{true, false};
-    QTest::newRow("14 faces") << QVector<float>(14, 0.5F) << QVector<bool>(14, true);
+        // A palette dithers, so detail is measured where there is none.
+        if (format == QImage::Format_Indexed8)
+            continue;
+        const QRect inner = face.adjusted(15, 15, -15, -15);
+        QVERIFY2(
+            detail(blurred, inner) < 0.15 * detail(image, inner),
+            qPrintable(QStringLiteral("%1 of %2").arg(detail(blurred, inner)).arg(detail(image, inner))));
+    }
 }
 
 void TestFaceDetect::blur_obeysScoreRule()
 {
-    QFETCH(QVector<float>, scores);
-    QFETCH(QVector<bool>, isBlurred);
     const QImage image = portrait();
-    std::vector<FaceRect_> faces;
-    faces.reserve(static_cast<std::size_t>(scores.size()));
-    for (int i = 0; i < scores.size(); ++i)
-        faces.push_back({scores[i], 20 + i % 4 * 110, 30 + i / 4 * 110, 40, 40, {}});
+    for (const auto& [scores, isBlurred] : {std::pair(QVector<float>{0.94F}, QVector<bool>{false}),
+                                            {QVector<float>{0.96F}, QVector<bool>{true}},
+                                            {QVector<float>{0.95F, 0.94F}, QVector<bool>{true, true}},
+                                            {QVector<float>{0.95F, 0.90F}, QVector<bool>{true, false}},
+                                            {QVector<float>(14, 0.5F), QVector<bool>(14, true)}}) {
+        const InCase in_case(scores);
+        std::vector<FaceRect_> faces;
+        faces.reserve(static_cast<std::size_t>(scores.size()));
+        for (int i = 0; i < scores.size(); ++i)
+            faces.push_back({scores[i], 20 + i % 4 * 110, 30 + i / 4 * 110, 40, 40, {}});
 
-    QLoggingCategory::setFilterRules("quillon.multimedia.debug=true");
-    LogCapture log;
-    const QImage blurred = multimedia::withFacesBlurred(image, image, faces);
-    initTestCase();
-    QCOMPARE(log.count("face score:"), scores.size());
-    for (int i = 0; i < scores.size(); ++i) {
-        const QRect face(faces[i].x, faces[i].y, faces[i].w, faces[i].h);
-        QCOMPARE(image.copy(face) != blurred.copy(face), bool(isBlurred[i]));
+        QLoggingCategory::setFilterRules("quillon.multimedia.debug=true");
+        LogCapture log;
+        const QImage blurred = multimedia::withFacesBlurred(image, image, faces);
+        initTestCase();
+        QCOMPARE(log.count("face score:"), scores.size());
+        for (int i = 0; i < scores.size(); ++i) {
+            const QRect face(faces[i].x, faces[i].y, faces[i].w, faces[i].h);
+            QCOMPARE(image.copy(face) != blurred.copy(face), bool(isBlurred[i]));
+        }
     }
-}
-
-void TestFaceDetect::blur_survives_oddFaces_data()
-{
-    columns<QRect, bool>("rect", "isBlurred");
-    QTest::newRow("level eyes") << QRect(180, 60, 90, 110) << true;
-    QTest::newRow("over the corner") << QRect(-20, -20, 60, 60) << true;
-    QTest::newRow("one pixel") << QRect(200, 100, 1, 1) << true;
-    QTest::newRow("narrow") << QRect(200, 100, 3, 200) << true;
-    QTest::newRow("nothing") << QRect(200, 100, 0, 0) << false;
-    QTest::newRow("negative") << QRect(200, 100, -5, 40) << false;
-    QTest::newRow("everything") << QRect(0, 0, 480, 480) << true;
 }
 
 void TestFaceDetect::blur_survives_oddFaces()
 {
-    QFETCH(QRect, rect);
-    QFETCH(bool, isBlurred);
     const QImage image = portrait();
     constexpr int kFar = std::numeric_limits<int>::max();
-    const FaceRect_ face = {0.99F, rect.x(), rect.y(), rect.width(), rect.height(), {}};
-    // Landmarks as far apart as they go: no turn that a number can hold.
-    FaceRect_ torn = face;
-    torn.lm = {-kFar, 0, kFar, 1, 0, 0, 0, -kFar, 0, kFar};
-    QCOMPARE(multimedia::withFacesBlurred(image, image, {torn}) != image, isBlurred);
-    const QImage blurred = multimedia::withFacesBlurred(image, image, {face});
-    QCOMPARE(blurred.size(), image.size());
-    QCOMPARE(blurred != image, isBlurred);
-    const QRect surroundings =
-        rect.adjusted(-rect.width() - 2, -rect.height() - 2, rect.width() + 2, rect.height() + 2);
-    QVERIFY(surroundings.contains(changed(image, blurred)) || !isBlurred);
+    for (const auto& [rect, isBlurred] : {std::pair(QRect(180, 60, 90, 110), true), // level eyes
+                                          {QRect(-20, -20, 60, 60), true},
+                                          {QRect(200, 100, 1, 1), true},
+                                          {QRect(200, 100, 3, 200), true},
+                                          {QRect(200, 100, 0, 0), false},
+                                          {QRect(200, 100, -5, 40), false},
+                                          {QRect(0, 0, 480, 480), true}}) {
+        const InCase in_case(rect);
+        const FaceRect_ face = {0.99F, rect.x(), rect.y(), rect.width(), rect.height(), {}};
+        // Landmarks as far apart as they go: no turn that a number can hold.
+        FaceRect_ torn = face;
+        torn.lm = {-kFar, 0, kFar, 1, 0, 0, 0, -kFar, 0, kFar};
+        QCOMPARE(multimedia::withFacesBlurred(image, image, {torn}) != image, isBlurred);
+        const QImage blurred = multimedia::withFacesBlurred(image, image, {face});
+        QCOMPARE(blurred.size(), image.size());
+        QCOMPARE(blurred != image, isBlurred);
+        const QRect surroundings =
+            rect.adjusted(-rect.width() - 2, -rect.height() - 2, rect.width() + 2, rect.height() + 2);
+        QVERIFY(surroundings.contains(changed(image, blurred)) || !isBlurred);
+    }
 }
 
 void TestFaceDetect::blur_scalesToImage_andTakesColoursFromDetectionImage()
@@ -288,47 +255,42 @@ void TestFaceDetect::blur_scalesToImage_andTakesColoursFromDetectionImage()
     QCOMPARE(blurred.pixelColor(area.topLeft()).name(), "#ffffff");
 }
 
-void TestFaceDetect::modelTool_refuses_whatDoesNotFit_data()
-{
-    columns<int, int, QString>("position", "length", "reason");
-    const QString sizes = "it announces %1 and holds %2 bytes of weights and biases, not 2326816";
-    row("fits", -1, 0, "");
-    row("magic", 0, 0, "it does not begin as a face model does");
-    row("version", 8, 0, "its version is 0, not 1");
-    row("rows", 12, 0, "it has 25 rows, not 24");
-    row("size", 16, 0, sizes.arg(2326817).arg(2326816));
-    row("content", 1000000, 0, "its checksum is wrong");
-    row("truncated", -1, -1, sizes.arg(2326816).arg(2326815));
-    row("empty", -1, -2326840, "it is shorter than its header");
-}
-
 void TestFaceDetect::modelTool_refuses_whatDoesNotFit()
 {
-    QFETCH(int, position);
-    QFETCH(int, length);
-    QFETCH(QString, reason);
-    QTemporaryDir folder;
+    const QTemporaryDir folder;
     const QString path = folder.filePath("model.bin");
     const QString tool = QStringLiteral(FACEMODEL_TOOL);
-    QCOMPARE(QProcess::execute(tool, {"random", "5", path}), 0);
-    QFile file(path);
-    QVERIFY(file.open(QFile::ReadWrite));
-    if (position >= 0) {
-        file.seek(position);
-        const char byte = file.read(1).at(0);
-        file.seek(position);
-        file.putChar(static_cast<char>(byte ^ 1));
-    }
-    QVERIFY(file.resize(file.size() + length));
-    file.close();
+    const QString sizes = "it announces %1 and holds %2 bytes of weights and biases, not 2326816";
+    // Which byte is changed, and how many are added to the file.
+    for (const auto& [position, length, reason] : {std::tuple(-1, 0, QString()),
+                                                   {0, 0, "it does not begin as a face model does"},
+                                                   {8, 0, "its version is 0, not 1"},
+                                                   {12, 0, "it has 25 rows, not 24"},
+                                                   {16, 0, sizes.arg(2326817).arg(2326816)},
+                                                   {1000000, 0, "its checksum is wrong"},
+                                                   {-1, -1, sizes.arg(2326816).arg(2326815)},
+                                                   {-1, -2326840, "it is shorter than its header"}}) {
+        const InCase in_case(position, length);
+        QCOMPARE(QProcess::execute(tool, {"random", "5", path}), 0);
+        QFile file(path);
+        QVERIFY(file.open(QFile::ReadWrite));
+        if (position >= 0) {
+            file.seek(position);
+            const char byte = file.read(1).at(0);
+            file.seek(position);
+            file.putChar(static_cast<char>(byte ^ 1));
+        }
+        QVERIFY(file.resize(file.size() + length));
+        file.close();
 
-    QProcess process;
-    process.start(tool, {"check", path});
-    QVERIFY(process.waitForFinished());
-    const QString said = QString::fromUtf8(process.readAllStandardError());
-    QCOMPARE(process.exitCode() == 0, reason.isEmpty());
-    const QString complaint = path + ": error: not a usable face model: " + reason + "\n";
-    QCOMPARE(said, reason.isEmpty() ? QString() : complaint);
+        QProcess process;
+        process.start(tool, {"check", path});
+        QVERIFY(process.waitForFinished());
+        const QString said = QString::fromUtf8(process.readAllStandardError());
+        QCOMPARE(process.exitCode() == 0, reason.isEmpty());
+        const QString complaint = path + ": error: not a usable face model: " + reason + "\n";
+        QCOMPARE(said, reason.isEmpty() ? QString() : complaint);
+    }
 }
 
 QTEST_MAIN(TestFaceDetect)

@@ -1,7 +1,7 @@
 #include "multimedia/facedetect/facedetect.h"
 #include "multimedia/facedetectcnn/kernelchoice.h"
 #include "tests/support/faces.h"
-#include "tests/support/row.h"
+#include "tests/support/incase.h"
 
 #include <QtGui/QImage>
 #include <QtGui/QPainter>
@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 // What the model in the library is worth on photographs that anyone may have. How good it is stands in
 // docs/facemodel.md.
@@ -92,51 +93,46 @@ class TestFaceModel : public QObject
 private Q_SLOTS:
     void cleanup() { facedetectcnn::forceKernelFamily(nullptr); }
 
-    void portrait_isOneFace_withItsLandmarks_data();
     void portrait_isOneFace_withItsLandmarks();
     void everyFamily_findsSameFaces();
-    void picturesWithoutPeople_stayAsTheyAre_data();
     void picturesWithoutPeople_stayAsTheyAre();
     void blur_hidesEveryFace_ofGroup();
 };
 
-void TestFaceModel::portrait_isOneFace_withItsLandmarks_data()
-{
-    columns<QRect, int>("piece", "size");
-    QTest::newRow("as it was taken") << QRect(0, 0, 512, 512) << 512;
-    QTest::newRow("in small") << QRect(0, 0, 512, 512) << 160;
-    QTest::newRow("large, shrunk by the library") << QRect(0, 0, 512, 512) << 1600;
-    QTest::newRow("face that fills the picture") << kPortraitFace.adjusted(-24, -12, 24, 12) << 480;
-    QTest::newRow("face that fills a small picture") << kPortraitFace.adjusted(-24, -12, 24, 12) << 128;
-}
-
 void TestFaceModel::portrait_isOneFace_withItsLandmarks()
 {
-    QFETCH(QRect, piece);
-    QFETCH(int, size);
-    const QImage image = photo("astronaut.jpg")
-                             .copy(piece)
-                             .scaled(size, size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-    const std::vector<FaceRect_> faces = multimedia::faceDetect(image);
-    QCOMPARE(credible(faces), 1);
+    // As it was taken, in small, large so that the library shrinks it, and with a face that fills the
+    // picture.
+    const QRect whole(0, 0, 512, 512);
+    const QRect close = kPortraitFace.adjusted(-24, -12, 24, 12);
+    for (const auto& [piece, size] :
+         {std::pair(whole, 512), {whole, 160}, {whole, 1600}, {close, 480}, {close, 128}}) {
+        const InCase in_case(piece.size(), size);
+        const QImage image = photo("astronaut.jpg")
+                                 .copy(piece)
+                                 .scaled(size, size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+        const std::vector<FaceRect_> faces = multimedia::faceDetect(image);
+        QCOMPARE(credible(faces), 1);
 
-    // All in the portrait's own pixels.
-    const double seen = std::min(size, 480);
-    const auto toPortrait = QTransform::fromScale(piece.width() / seen, piece.height() / seen) *
-                            QTransform::fromTranslate(piece.x(), piece.y());
-    const QRectF box = toPortrait.mapRect(boxOf(faces[0]));
-    const QRectF shared = box & QRectF(kPortraitFace);
-    const double together = box.width() * box.height() + kPortraitFace.width() * kPortraitFace.height() -
-                            shared.width() * shared.height();
-    QVERIFY2(shared.width() * shared.height() > 0.6 * together,
-             qPrintable(
-                 QStringLiteral("%1 %2 %3 %4").arg(box.x()).arg(box.y()).arg(box.width()).arg(box.height())));
-    const std::array<QPointF, 5> expected = {QPointF(203, 100), QPointF(246, 103), QPointF(222, 128),
-                                             QPointF(206, 141), QPointF(244, 141)};
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        const QPointF found = toPortrait.map(QPointF(faces[0].lm[2 * i], faces[0].lm[2 * i + 1]));
-        QVERIFY2(std::hypot(found.x() - expected[i].x(), found.y() - expected[i].y()) < 10,
-                 qPrintable(QStringLiteral("%1: %2 %3").arg(i).arg(found.x()).arg(found.y())));
+        // All in the portrait's own pixels.
+        const double seen = std::min(size, 480);
+        const auto toPortrait = QTransform::fromScale(piece.width() / seen, piece.height() / seen) *
+                                QTransform::fromTranslate(piece.x(), piece.y());
+        const QRectF box = toPortrait.mapRect(boxOf(faces[0]));
+        const QRectF shared = box & QRectF(kPortraitFace);
+        const double together = box.width() * box.height() + kPortraitFace.width() * kPortraitFace.height() -
+                                shared.width() * shared.height();
+        QVERIFY2(
+            shared.width() * shared.height() > 0.6 * together,
+            qPrintable(
+                QStringLiteral("%1 %2 %3 %4").arg(box.x()).arg(box.y()).arg(box.width()).arg(box.height())));
+        const std::array<QPointF, 5> expected = {QPointF(203, 100), QPointF(246, 103), QPointF(222, 128),
+                                                 QPointF(206, 141), QPointF(244, 141)};
+        for (std::size_t i = 0; i < expected.size(); ++i) {
+            const QPointF found = toPortrait.map(QPointF(faces[0].lm[2 * i], faces[0].lm[2 * i + 1]));
+            QVERIFY2(std::hypot(found.x() - expected[i].x(), found.y() - expected[i].y()) < 10,
+                     qPrintable(QStringLiteral("%1: %2 %3").arg(i).arg(found.x()).arg(found.y())));
+        }
     }
 }
 
@@ -151,23 +147,15 @@ void TestFaceModel::everyFamily_findsSameFaces()
     }
 }
 
-void TestFaceModel::picturesWithoutPeople_stayAsTheyAre_data()
-{
-    QTest::addColumn<QImage>("image");
-    for (const char* name : {"rocket.jpg", "coffee.jpg", "cat.jpg"})
-        QTest::newRow(name) << photo(name);
-    QImage black(480, 360, QImage::Format_RGB32);
-    black.fill(Qt::black);
-    QTest::newRow("black") << black;
-    QImage white = black;
-    white.fill(Qt::white);
-    QTest::newRow("white") << white;
-}
-
 void TestFaceModel::picturesWithoutPeople_stayAsTheyAre()
 {
-    QFETCH(QImage, image);
-    QCOMPARE(multimedia::faceMask(image), image);
+    QImage black(480, 360, QImage::Format_RGB32);
+    black.fill(Qt::black);
+    QImage white = black;
+    white.fill(Qt::white);
+    for (const QImage& image : {photo("rocket.jpg"), photo("coffee.jpg"), photo("cat.jpg"), black, white}) {
+        QCOMPARE(multimedia::faceMask(image), image);
+    }
 }
 
 void TestFaceModel::blur_hidesEveryFace_ofGroup()

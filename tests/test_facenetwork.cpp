@@ -5,7 +5,7 @@
 #include "multimedia/facedetectcnn/kernels.h"
 #include "multimedia/facedetectcnn/network.h"
 #include "tests/support/faces.h"
-#include "tests/support/row.h"
+#include "tests/support/incase.h"
 #include "tests/support/slowfacenet.h"
 #include "tests/support/stderrcapture.h"
 
@@ -13,6 +13,7 @@
 
 #include <cstring>
 #include <random>
+#include <tuple>
 
 namespace {
 
@@ -42,7 +43,6 @@ bool isSame(const CDataBlob<std::int32_t>& head, const slowfacenet::Head& expect
            std::equal(expected.values.begin(), expected.values.end(), flat.data, flat.data + flat.channels);
 }
 
-/// A flat blob of these values.
 void set(CDataBlob<float>* blob, const std::vector<float>& values)
 {
     blob->create(1, 1, static_cast<std::int32_t>(values.size()));
@@ -57,7 +57,7 @@ struct Candidate
 };
 
 /// Runs `detection_output` on priors that need no correction, and gives the scores of what is kept.
-std::vector<float> keptScores(const std::vector<Candidate>& candidates, int topK = 1000, int keepTopK = 100)
+std::vector<float> keptScores(const std::vector<Candidate>& candidates, int topK, int keepTopK)
 {
     std::vector<float> priors;
     std::vector<float> confidences;
@@ -85,8 +85,6 @@ std::vector<float> keptScores(const std::vector<Candidate>& candidates, int topK
 
 } // namespace
 
-Q_DECLARE_METATYPE(Candidate)
-
 class TestFaceNetwork : public QObject
 {
     Q_OBJECT
@@ -94,52 +92,42 @@ class TestFaceNetwork : public QObject
 private Q_SLOTS:
     void cleanup() { facedetectcnn::forceKernelFamily(nullptr); }
 
-    void heads_areSlowModels_data();
     void heads_areSlowModels();
     void detect_readsNothingOutside_forAnySize();
     void detect_passesAllStages_from63Pixels();
     void detect_findsNothing_inBadInput();
     void detect_findsNothing_afterDeadLayer();
-    void detectionOutput_keepsAndSuppresses_data();
     void detectionOutput_keepsAndSuppresses();
     void detectionOutput_clipsBoxesButNotLandmarks();
     void facedetectCnn_fillsRecords();
 };
 
-void TestFaceNetwork::heads_areSlowModels_data()
-{
-    columns<int, int, int>("width", "height", "padding");
-    QTest::newRow("smallest") << 63 << 63 << 0;
-    QTest::newRow("odd, padded rows") << 157 << 131 << 7;
-    QTest::newRow("wide") << 259 << 66 << 1;
-    QTest::newRow("tall") << 65 << 240 << 0;
-}
-
 void TestFaceNetwork::heads_areSlowModels()
 {
-    QFETCH(int, width);
-    QFETCH(int, height);
-    QFETCH(int, padding);
-    const auto seed = static_cast<std::uint32_t>(width);
-    const slowfacenet::Model model = slowfacenet::randomModel(seed);
-    const slowfacenet::Image image = slowfacenet::randomImage(seed, width, height, padding);
-    install(model);
-    const std::vector<slowfacenet::Branch> expected = slowfacenet::run(model, image);
-    const std::vector<FaceRect_> faces = slowfacenet::decode(expected, image);
-    QVERIFY2(!faces.empty(), "the seed is good for nothing");
+    for (const auto& [width, height, padding] :
+         {std::tuple(63, 63, 0), {157, 131, 7}, {259, 66, 1}, {65, 240, 0}}) {
+        const InCase in_case(width, height, padding);
+        const auto seed = static_cast<std::uint32_t>(width);
+        const slowfacenet::Model model = slowfacenet::randomModel(seed);
+        const slowfacenet::Image image = slowfacenet::randomImage(seed, width, height, padding);
+        install(model);
+        const std::vector<slowfacenet::Branch> expected = slowfacenet::run(model, image);
+        const std::vector<FaceRect_> faces = slowfacenet::decode(expected, image);
+        QVERIFY2(!faces.empty(), "the seed is good for nothing");
 
-    for (const KernelFamily* family : facedetectcnn::kernelFamilies()) {
-        facedetectcnn::forceKernelFamily(family);
-        facedetectcnn::Branches branches;
-        facedetectcnn::runNetwork(image.bytes.data(), width, height, image.step, &branches);
-        for (std::size_t i = 0; i < branches.size(); ++i) {
-            QVERIFY2(isSame(branches[i].locations, expected[i].location), family->name);
-            QVERIFY2(isSame(branches[i].confidences, expected[i].confidence), family->name);
-            CDataBlob<float> priors;
-            blob2vector(branches[i].priors, &priors);
-            QVERIFY(std::equal(expected[i].priors.begin(), expected[i].priors.end(), priors.data));
+        for (const KernelFamily* family : facedetectcnn::kernelFamilies()) {
+            facedetectcnn::forceKernelFamily(family);
+            facedetectcnn::Branches branches;
+            facedetectcnn::runNetwork(image.bytes.data(), width, height, image.step, &branches);
+            for (std::size_t i = 0; i < branches.size(); ++i) {
+                QVERIFY2(isSame(branches[i].locations, expected[i].location), family->name);
+                QVERIFY2(isSame(branches[i].confidences, expected[i].confidence), family->name);
+                CDataBlob<float> priors;
+                blob2vector(branches[i].priors, &priors);
+                QVERIFY(std::equal(expected[i].priors.begin(), expected[i].priors.end(), priors.data));
+            }
+            QVERIFY2(isSame(detect(image), faces), family->name);
         }
-        QVERIFY2(isSame(detect(image), faces), family->name);
     }
 }
 
@@ -176,12 +164,7 @@ void TestFaceNetwork::detect_passesAllStages_from63Pixels()
     }
     StderrCapture errors;
     QVERIFY(detect(slowfacenet::randomImage(1, 62, 62, 0)).empty());
-    const QString text = QString::fromStdString(errors.text());
-    QVERIFY(text.startsWith(QStringLiteral("maxpooling2x2S2: The size of the output is not correct. (0, 0).\n"
-                                           "convolution: The input data is null.\n")));
-    QVERIFY(text.contains(QStringLiteral("\nconcat4: The input data is null.\n")));
-    QVERIFY(text.endsWith(QStringLiteral("\nsoftmax1vector2class: The input data is null.\n"
-                                         "detection_output: The input data is null.\n")));
+    QVERIFY(QString::fromStdString(errors.text()).endsWith("\ndetection_output: The input data is null.\n"));
 }
 
 void TestFaceNetwork::detect_findsNothing_inBadInput()
@@ -206,36 +189,33 @@ void TestFaceNetwork::detect_findsNothing_afterDeadLayer()
     QCOMPARE(errors.text(), std::string());
 }
 
-void TestFaceNetwork::detectionOutput_keepsAndSuppresses_data()
-{
-    using Scores = std::vector<float>;
-    columns<std::vector<Candidate>, int, int, Scores>("candidates", "topK", "keepTopK", "kept");
-    const auto row = [](const char* name, const std::vector<Candidate>& candidates, int topK, int keepTopK,
-                        const Scores& kept) {
-        QTest::newRow(name) << candidates << topK << keepTopK << kept;
-    };
-    row("score of 0.5 is no candidate", {{0.5F, 0.5F, 0.5F}, {0.75F, 0.5F, 0.5F}}, 1000, 100, {0.75F});
-    row("best wins", {{0.75F, 0.5F, 0.5F}, {0.875F, 0.5F, 0.5F}}, 1000, 100, {0.875F});
-    row("apart", {{0.75F, 0.25F, 0.25F}, {0.875F, 0.75F, 0.25F}}, 1000, 100, {0.875F, 0.75F});
-    row("edges touch", {{0.75F, 0.25F, 0.5F}, {0.875F, 0.75F, 0.5F}}, 1000, 100, {0.875F, 0.75F});
-    row("suppressed boxes do not suppress",
-        {{0.9375F, 0.25F, 0.25F}, {0.875F, 0.375F, 0.25F}, {0.75F, 0.5F, 0.25F}}, 1000, 100,
-        {0.9375F, 0.75F});
-    row("cut before suppression", {{0.9375F, 0.5F, 0.25F}, {0.875F, 0.5F, 0.25F}, {0.75F, 0.25F, 0.125F}}, 2,
-        100, {0.9375F});
-    row("cut after suppression", {{0.9375F, 0.5F, 0.25F}, {0.875F, 0.5F, 0.25F}, {0.75F, 0.25F, 0.125F}}, -1,
-        2, {0.9375F, 0.75F});
-    row("nothing to keep", {{0.9375F, 0.5F, 0.25F}}, -1, 0, {});
-    row("no limits", {{0.9375F, 0.25F, 0.25F}, {0.875F, 0.75F, 0.25F}}, -1, -1, {0.9375F, 0.875F});
-}
-
 void TestFaceNetwork::detectionOutput_keepsAndSuppresses()
 {
-    QFETCH(std::vector<Candidate>, candidates);
-    QFETCH(int, topK);
-    QFETCH(int, keepTopK);
-    QFETCH(std::vector<float>, kept);
-    QCOMPARE(keptScores(candidates, topK, keepTopK), kept);
+    struct Case
+    {
+        const char* name;
+        std::vector<Candidate> candidates;
+        int topK, keepTopK;
+        std::vector<float> kept;
+    };
+    const std::vector<Candidate> pairAndSmall = {
+        {0.9375F, 0.5F, 0.25F}, {0.875F, 0.5F, 0.25F}, {0.75F, 0.25F, 0.125F}};
+    const std::vector<Case> cases = {
+        {"score of 0.5 is no candidate", {{0.5F, 0.5F, 0.5F}, {0.75F, 0.5F, 0.5F}}, 1000, 100, {0.75F}},
+        {"best wins", {{0.75F, 0.5F, 0.5F}, {0.875F, 0.5F, 0.5F}}, 1000, 100, {0.875F}},
+        {"apart", {{0.75F, 0.25F, 0.25F}, {0.875F, 0.75F, 0.25F}}, 1000, 100, {0.875F, 0.75F}},
+        {"edges touch", {{0.75F, 0.25F, 0.5F}, {0.875F, 0.75F, 0.5F}}, 1000, 100, {0.875F, 0.75F}},
+        {"suppressed boxes do not suppress",
+         {{0.9375F, 0.25F, 0.25F}, {0.875F, 0.375F, 0.25F}, {0.75F, 0.5F, 0.25F}},
+         1000,
+         100,
+         {0.9375F, 0.75F}},
+        {"cut before suppression", pairAndSmall, 2, 100, {0.9375F}},
+        {"cut after suppression", pairAndSmall, -1, 2, {0.9375F, 0.75F}},
+        {"nothing to keep", {{0.9375F, 0.5F, 0.25F}}, -1, 0, {}},
+        {"no limits", {{0.9375F, 0.25F, 0.25F}, {0.875F, 0.75F, 0.25F}}, -1, -1, {0.9375F, 0.875F}}};
+    for (const Case& one : cases)
+        QVERIFY2(keptScores(one.candidates, one.topK, one.keepTopK) == one.kept, one.name);
 }
 
 void TestFaceNetwork::detectionOutput_clipsBoxesButNotLandmarks()

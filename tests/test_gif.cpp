@@ -1,17 +1,18 @@
 #include "multimedia/gifhandler/compressgif.h"
 #include "multimedia/gifhandler/gifhandler.h"
+#include "tests/support/colour.h"
 #include "tests/support/files.h"
 #include "tests/support/gifwriter.h"
+#include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
-#include "tests/support/row.h"
 
-#include <QtCore/QFileInfo>
-#include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
 
 #include <future>
 #include <memory>
+#include <tuple>
+#include <utility>
 
 namespace {
 
@@ -38,28 +39,13 @@ QByteArray timing(const QString& path)
                                                           "packet=pts_time,duration_time", path});
 }
 
-double mean(const QImage& picture, const QRect& area, int (*channel)(QRgb))
-{
-    double sum = 0;
-    for (int y = area.top(); y <= area.bottom(); ++y)
-        for (int x = area.left(); x <= area.right(); ++x)
-            sum += channel(picture.pixel(x, y));
-    return sum / (area.width() * area.height());
-}
-
 /// True if `area` of `picture` has on average about this colour, whatever the dither.
 bool looksLike(const QImage& picture, const QRect& area, const QColor& colour)
 {
-    constexpr double kTolerance = 12;
-    const QRgb wanted = colour.rgb();
-    bool is_like = true;
-    int (*const channels[])(QRgb) = {qRed, qGreen, qBlue};
-    for (const auto channel : channels)
-        is_like = is_like && std::abs(mean(picture, area, channel) - channel(wanted)) < kTolerance;
-    if (!is_like)
-        qWarning() << area << "is" << mean(picture, area, qRed) << mean(picture, area, qGreen)
-                   << mean(picture, area, qBlue) << "and not" << colour;
-    return is_like;
+    const QImage mean = picture.copy(area).scaled(1, 1, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    if (!isNear(mean.pixelColor(0, 0), colour))
+        qWarning() << area << "is" << mean.pixelColor(0, 0) << "and not" << colour;
+    return isNear(mean.pixelColor(0, 0), colour);
 }
 
 } // namespace
@@ -69,18 +55,13 @@ class TestGif : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
+    void initTestCase() { av_log_set_level(AV_LOG_QUIET); }
     void init();
-    void compress_followsTheRules_data();
     void compress_followsTheRules();
-    void compress_keepsFramesAndTiming_data();
     void compress_keepsFramesAndTiming();
     void compress_showsWhatTheSourceShows();
-    void transcode_playsAnywhere_data();
     void transcode_playsAnywhere();
-    void compress_refusesSource_data();
     void compress_refusesSource();
-    void compress_failsOnDestination_data();
     void compress_failsOnDestination();
     void compress_cancelledWhileOpening_isNoFailure();
     void queue_runsInOrder_andRefusesAtOnce();
@@ -100,11 +81,6 @@ private:
 
     std::unique_ptr<QTemporaryDir> folder;
 };
-
-void TestGif::initTestCase()
-{
-    av_log_set_level(AV_LOG_QUIET);
-}
 
 void TestGif::init()
 {
@@ -126,69 +102,58 @@ QString TestGif::longGif() const
     return write("long.gif", gif.finished());
 }
 
-void TestGif::compress_followsTheRules_data()
-{
-    columns<QSize, int, QSize, QSize>("source", "level", "target", "result");
-    const QSize none(-1, -1);
-    row("nothing asked", QSize(100, 60), 0, none, QSize(100, 60));
-    row("half", QSize(100, 60), 1, none, QSize(50, 30));
-    row("half of odd", QSize(101, 51), 1, none, QSize(51, 26));
-    row("half of one", QSize(1, 1), 1, none, QSize(1, 1));
-    row("unknown level", QSize(100, 60), 2, none, QSize(100, 60));
-    row("side of 0", QSize(100, 60), 0, QSize(0, 100), QSize(100, 60));
-    row("smaller", QSize(100, 60), 0, QSize(50, 30), QSize(50, 30));
-    row("smaller, other ratio", QSize(100, 60), 0, QSize(50, 50), QSize(50, 30));
-    row("wide, by width", QSize(100, 100), 0, QSize(80, 20), QSize(20, 20));
-    row("narrow, by height", QSize(200, 100), 0, QSize(50, 100), QSize(50, 25));
-    row("square counts as narrow", QSize(200, 100), 0, QSize(50, 50), QSize(50, 25));
-    row("one side smaller", QSize(200, 100), 0, QSize(300, 50), QSize(100, 50));
-    row("side vanishes", QSize(1000, 1), 0, QSize(10, 10), QSize());
-    row("stretched", QSize(100, 100), 0, QSize(200, 100), QSize(200, 100));
-    row("target and half", QSize(100, 60), 1, QSize(100, 60), QSize(50, 30));
-    row("target below half", QSize(100, 60), 1, QSize(20, 12), QSize(20, 12));
-    row("one side over half", QSize(100, 100), 1, QSize(90, 10), QSize(50, 50));
-}
-
 void TestGif::compress_followsTheRules()
 {
-    QFETCH(QSize, source);
-    QFETCH(int, level);
-    QFETCH(QSize, target);
-    QFETCH(QSize, result);
-    const QString input = write("in.gif", GifWriter(source.width(), source.height()).greys(4, 5).finished());
-    GifHandler handler;
-    QCOMPARE(handler.compressGifSync("id", input, path("new/folder/out.gif"), level, target),
-             result.isValid());
-    if (!result.isValid())
-        return;
-    const QJsonObject video = mediacheck::stream(mediacheck::probe(path("new/folder/out.gif")), "video");
-    QCOMPARE(QSize(video["width"].toInt(), video["height"].toInt()), result);
-    QCOMPARE(video["nb_read_frames"].toString(), QStringLiteral("4"));
-    QCOMPARE(mediacheck::decodeErrors(path("new/folder/out.gif")), QString());
-}
-
-void TestGif::compress_keepsFramesAndTiming_data()
-{
-    QTest::addColumn<QByteArray>("gif");
-    const QRect screen(0, 0, 40, 30);
-    GifWriter uneven(40, 30);
-    for (const int delay : {7, 13, 200, 2, 50, 90})
-        uneven.frame(screen, delay, 20 + delay % 100);
-    row("uneven", uneven.finished());
-    row("one frame", GifWriter(40, 30).greys(1, 300).finished());
-    row("same picture again",
-        GifWriter(40, 30).frame(screen, 10, 50).frame(screen, 20, 50).frame(screen, 30, 50).finished());
-    row("no delay", GifWriter(40, 30).greys(5, 0).finished());
-    row("many", GifWriter(8, 8).greys(100, 3).finished());
+    const QSize none(-1, -1);
+    for (const auto& [name, source, level, target, result] :
+         {std::tuple("nothing asked", QSize(100, 60), 0, none, QSize(100, 60)),
+          {"half", QSize(100, 60), 1, none, QSize(50, 30)},
+          {"half of odd", QSize(101, 51), 1, none, QSize(51, 26)},
+          {"half of one", QSize(1, 1), 1, none, QSize(1, 1)},
+          {"unknown level", QSize(100, 60), 2, none, QSize(100, 60)},
+          {"side of 0", QSize(100, 60), 0, QSize(0, 100), QSize(100, 60)},
+          {"smaller", QSize(100, 60), 0, QSize(50, 30), QSize(50, 30)},
+          {"smaller, other ratio", QSize(100, 60), 0, QSize(50, 50), QSize(50, 30)},
+          {"wide, by width", QSize(100, 100), 0, QSize(80, 20), QSize(20, 20)},
+          {"narrow, by height", QSize(200, 100), 0, QSize(50, 100), QSize(50, 25)},
+          {"square counts as narrow", QSize(200, 100), 0, QSize(50, 50), QSize(50, 25)},
+          {"one side smaller", QSize(200, 100), 0, QSize(300, 50), QSize(100, 50)},
+          {"side vanishes", QSize(1000, 1), 0, QSize(10, 10), QSize()},
+          {"stretched", QSize(100, 100), 0, QSize(200, 100), QSize(200, 100)},
+          {"target and half", QSize(100, 60), 1, QSize(100, 60), QSize(50, 30)},
+          {"target below half", QSize(100, 60), 1, QSize(20, 12), QSize(20, 12)},
+          {"one side over half", QSize(100, 100), 1, QSize(90, 10), QSize(50, 50)}}) {
+        const InCase in_case(name);
+        const QString input =
+            write("in.gif", GifWriter(source.width(), source.height()).greys(4, 5).finished());
+        GifHandler handler;
+        const bool ok = handler.compressGifSync("id", input, path("new/folder/out.gif"), level, target);
+        QVERIFY2(ok == result.isValid(), name);
+        if (!ok)
+            continue;
+        const QJsonObject video = mediacheck::stream(mediacheck::probe(path("new/folder/out.gif")), "video");
+        QVERIFY2(QSize(video["width"].toInt(), video["height"].toInt()) == result, name);
+        QCOMPARE(video["nb_read_frames"].toString(), QStringLiteral("4"));
+        QCOMPARE(mediacheck::decodeErrors(path("new/folder/out.gif")), QString());
+    }
 }
 
 void TestGif::compress_keepsFramesAndTiming()
 {
-    QFETCH(QByteArray, gif);
-    const QString input = write("in.gif", gif);
-    GifHandler handler;
-    QVERIFY(handler.compressGifSync("id", input, path("out.gif"), 1, {}));
-    QCOMPARE(timing(path("out.gif")), timing(input));
+    const QRect screen(0, 0, 40, 30);
+    GifWriter uneven(40, 30);
+    for (const int delay : {7, 13, 200, 2, 50, 90})
+        uneven.frame(screen, delay, 20 + delay % 100);
+    GifWriter same(40, 30);
+    same.frame(screen, 10, 50).frame(screen, 20, 50).frame(screen, 30, 50);
+    for (const QByteArray& gif :
+         {uneven.finished(), same.finished(), GifWriter(40, 30).greys(1, 300).finished(),
+          GifWriter(40, 30).greys(5, 0).finished(), GifWriter(8, 8).greys(100, 3).finished()}) {
+        const QString input = write("in.gif", gif);
+        GifHandler handler;
+        QVERIFY(handler.compressGifSync("id", input, path("out.gif"), 1, {}));
+        QCOMPARE(timing(path("out.gif")), timing(input));
+    }
 }
 
 /// Transparency, and what becomes of a picture when the next one comes. Nothing is transparent afterwards.
@@ -234,108 +199,95 @@ void TestGif::compress_showsWhatTheSourceShows()
     }
 }
 
-void TestGif::transcode_playsAnywhere_data()
-{
-    columns<QSize, QSize>("source", "result");
-    row("even", QSize(64, 48), QSize(64, 48));
-    row("odd", QSize(101, 51), QSize(100, 50));
-    row("tiny", QSize(1, 3), QSize(2, 2));
-}
-
 void TestGif::transcode_playsAnywhere()
 {
-    QFETCH(QSize, source);
-    QFETCH(QSize, result);
-    GifWriter gif(source.width(), source.height());
-    for (const int delay : {7, 13, 20, 50, 2, 108})
-        gif.frame({QPoint(0, 0), source}, delay, 5 + delay);
-    GifHandler handler;
-    QVERIFY(handler.gifTranscodeToMP4("id", write("in.gif", gif.finished()), path("out.mp4")));
+    for (const auto& [source, result] : {std::pair(QSize(64, 48), QSize(64, 48)),
+                                         {QSize(101, 51), QSize(100, 50)},
+                                         {QSize(1, 3), QSize(2, 2)}}) {
+        const InCase in_case(source);
+        GifWriter gif(source.width(), source.height());
+        for (const int delay : {7, 13, 20, 50, 2, 108})
+            gif.frame({QPoint(0, 0), source}, delay, 5 + delay);
+        GifHandler handler;
+        QVERIFY(handler.gifTranscodeToMP4("id", write("in.gif", gif.finished()), path("out.mp4")));
 
-    const QJsonObject video = mediacheck::stream(mediacheck::probe(path("out.mp4")), "video");
-    QCOMPARE(video["codec_name"].toString(), QStringLiteral("h264"));
-    QCOMPARE(video["codec_tag_string"].toString(), QStringLiteral("avc1"));
-    QCOMPARE(video["pix_fmt"].toString(), QStringLiteral("yuv420p"));
-    QVERIFY(video["extradata_size"].toInt() > 0);
-    QCOMPARE(QSize(video["width"].toInt(), video["height"].toInt()), result);
-    QCOMPARE(video["nb_read_frames"].toString(), QStringLiteral("6"));
-    QCOMPARE(video["duration"].toString().toDouble(), 2.0);
-    QCOMPARE(timing(path("out.mp4")), timing(path("in.gif")));
-    QCOMPARE(mediacheck::distinctFrames(path("out.mp4")), 6);
-    QCOMPARE(mediacheck::decodeErrors(path("out.mp4")), QString());
-}
-
-void TestGif::compress_refusesSource_data()
-{
-    columns<QByteArray, QString>("content", "log");
-    const QByteArray sound = GifWriter(40, 30).greys(3, 5).finished();
-    const QByteArray unfinished = GifWriter(40, 30).greys(3, 5).unfinished();
-    const QRect pixel(0, 0, 1, 1);
-    row("empty", QByteArray(), "open input failure");
-    row("text", QByteArray("no picture at all"), "open input failure");
-    row("cut in the header", sound.left(11), "");
-    row("cut in the palette", sound.left(100), "truncated input");
-    row("cut in a picture", sound.left(sound.size() - 900), "truncated input");
-    row("cut between pictures", unfinished, "truncated input");
-    row("no block", unfinished + "\x77;", "truncated input");
-    row("no picture", GifWriter(40, 30).finished(), "truncated input");
-    row("huge", GifWriter(65535, 65535).frame(pixel, 5, 1).finished(), "input too large");
-    row("large", GifWriter(6001, 6000).frame(pixel, 5, 1).finished(), "input too large");
-    GifWriter bomb(6000, 6000);
-    for (int i = 0; i < 1500; ++i)
-        bomb.frame(pixel, 5, 1);
-    row("endless pictures", bomb.finished(), "input too large");
-    QByteArray endless = GifWriter(40, 30).unfinished() + QByteArray("\x2c\0\0\0\0\x28\0\x1e\0\0\7", 11);
-    const QByteArray block = '\xff' + QByteArray(255, '\x24');
-    endless += block.repeated((70 << 20) / block.size()) + '\0';
-    row("endless picture", endless + ';', "input too large");
-    row("endless picture, no end", endless, "truncated input");
-    row("playlist", QByteArray("#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\nother.gif\n"), "");
+        const QJsonObject video = mediacheck::stream(mediacheck::probe(path("out.mp4")), "video");
+        QCOMPARE(video["codec_name"].toString(), QStringLiteral("h264"));
+        QCOMPARE(video["codec_tag_string"].toString(), QStringLiteral("avc1"));
+        QCOMPARE(video["pix_fmt"].toString(), QStringLiteral("yuv420p"));
+        QVERIFY(video["extradata_size"].toInt() > 0);
+        QCOMPARE(QSize(video["width"].toInt(), video["height"].toInt()), result);
+        QCOMPARE(video["nb_read_frames"].toString(), QStringLiteral("6"));
+        QCOMPARE(video["duration"].toString().toDouble(), 2.0);
+        QCOMPARE(timing(path("out.mp4")), timing(path("in.gif")));
+        QCOMPARE(mediacheck::distinctFrames(path("out.mp4")), 6);
+        QCOMPARE(mediacheck::decodeErrors(path("out.mp4")), QString());
+    }
 }
 
 void TestGif::compress_refusesSource()
 {
-    QFETCH(QByteArray, content);
-    QFETCH(QString, log);
-    const QString input = write("in.gif", content);
-    const QString output = write("out.gif", "precious");
-    LogCapture capture;
-    GifHandler handler;
-    QVERIFY(!handler.compressGifSync("id", input, output, 1, {}));
-    QVERIFY2(capture.count(log) >= 1, qPrintable(capture.text()));
-    QCOMPARE(QFileInfo(output).size(), 8);
-    QVERIFY(!handler.gifTranscodeToMP4("id", input, path("out.mp4")));
-    QVERIFY(!QFile::exists(path("out.mp4")));
-}
-
-void TestGif::compress_failsOnDestination_data()
-{
-    columns<QString, QString, QString>("name", "target", "log");
-    row("source", "in.gif", "", "it is the source");
-    row("link to the source", "link.gif", "in.gif", "it is the source");
-    row("full disk", "full.gif", "/dev/full", "");
-    row("no suffix", "out", "", "allocate output format failure");
-    row("unknown suffix", "out.xyz", "", "allocate output format failure");
-    row("picture sequence", "out%d.png", "", "allocate output format failure");
-    row("folder", "folder.gif", ".", "open file failure");
-    row("no GIF container", "out.wav", "", "write header failure");
-    row("folder under a file", "in.gif/out.gif", "", "compress request refused");
+    const QByteArray sound = GifWriter(40, 30).greys(3, 5).finished();
+    const QByteArray unfinished = GifWriter(40, 30).greys(3, 5).unfinished();
+    const QRect pixel(0, 0, 1, 1);
+    GifWriter bomb(6000, 6000);
+    for (int i = 0; i < 1500; ++i)
+        bomb.frame(pixel, 5, 1);
+    QByteArray endless = GifWriter(40, 30).unfinished() + QByteArray("\x2c\0\0\0\0\x28\0\x1e\0\0\7", 11);
+    const QByteArray block = '\xff' + QByteArray(255, '\x24');
+    endless += block.repeated((70 << 20) / block.size()) + '\0';
+    const QByteArray playlist("#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\nother.gif\n");
+    for (const auto& [name, content, log] :
+         {std::tuple("empty", QByteArray(), "open input failure"),
+          {"text", QByteArray("no picture at all"), "open input failure"},
+          {"cut in the header", sound.left(11), ""},
+          {"cut in the palette", sound.left(100), "truncated input"},
+          {"cut in a picture", sound.left(sound.size() - 900), "truncated input"},
+          {"cut between pictures", unfinished, "truncated input"},
+          {"no block", unfinished + "\x77;", "truncated input"},
+          {"no picture", GifWriter(40, 30).finished(), "truncated input"},
+          {"huge", GifWriter(65535, 65535).frame(pixel, 5, 1).finished(), "input too large"},
+          {"large", GifWriter(6001, 6000).frame(pixel, 5, 1).finished(), "input too large"},
+          {"endless pictures", bomb.finished(), "input too large"},
+          {"endless picture", endless + ';', "input too large"},
+          {"endless picture, no end", endless, "truncated input"},
+          {"playlist", playlist, ""}}) {
+        const InCase in_case(name);
+        const QString input = write("in.gif", content);
+        const QString output = write("out.gif", "precious");
+        LogCapture capture;
+        GifHandler handler;
+        QVERIFY2(!handler.compressGifSync("id", input, output, 1, {}), name);
+        QVERIFY2(capture.count(log) >= 1, qPrintable(capture.text()));
+        QCOMPARE(QFileInfo(output).size(), 8);
+        QVERIFY2(!handler.gifTranscodeToMP4("id", input, path("out.mp4")), name);
+        QVERIFY(!QFile::exists(path("out.mp4")));
+    }
 }
 
 void TestGif::compress_failsOnDestination()
 {
-    QFETCH(QString, name);
-    QFETCH(QString, target);
-    QFETCH(QString, log);
     const QByteArray gif = GifWriter(40, 30).greys(3, 5).finished();
     const QString input = write("in.gif", gif);
-    if (!target.isEmpty())
-        QVERIFY(QFile::link(target, path(name)));
-    LogCapture capture;
-    GifHandler handler;
-    QVERIFY(!handler.compressGifSync("id", input, path(name), 1, {}));
-    QVERIFY2(capture.count(log) >= 1, qPrintable(capture.text()));
-    QCOMPARE(contentOf(input), gif);
+    // The target, what it is a link to, and what is said.
+    for (const auto& [name, target, log] : {std::tuple("in.gif", "", "it is the source"),
+                                            {"link.gif", "in.gif", "it is the source"},
+                                            {"full.gif", "/dev/full", ""},
+                                            {"out", "", "allocate output format failure"},
+                                            {"out.xyz", "", "allocate output format failure"},
+                                            {"out%d.png", "", "allocate output format failure"},
+                                            {"folder.gif", ".", "open file failure"},
+                                            {"out.wav", "", "write header failure"},
+                                            {"in.gif/out.gif", "", "compress request refused"}}) {
+        const InCase in_case(name);
+        if (*target != '\0')
+            QVERIFY(QFile::link(target, path(name)));
+        LogCapture capture;
+        GifHandler handler;
+        QVERIFY2(!handler.compressGifSync("id", input, path(name), 1, {}), name);
+        QVERIFY2(capture.count(log) >= 1, qPrintable(capture.text()));
+        QCOMPARE(contentOf(input), gif);
+    }
 }
 
 void TestGif::compress_cancelledWhileOpening_isNoFailure()

@@ -1,6 +1,7 @@
 #include "examples/host/host.h"
 #include "multimedia/audioplayer/audioplayer.h"
 #include "multimedia/multimediaprovider.h"
+#include "tests/support/colour.h"
 #include "tests/support/files.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
@@ -10,7 +11,6 @@
 #include "tests/support/soundcheck.h"
 #include "tests/support/soundserver.h"
 
-#include <QtCore/QTemporaryDir>
 #include <QtGui/QPainter>
 #include <QtQuick/QQuickItem>
 #include <QtQuick/QQuickWindow>
@@ -27,13 +27,6 @@ constexpr QSize kPhoto(600, 400);
 QJsonObject videoOf(const QString& file)
 {
     return mediacheck::stream(mediacheck::probe(file), "video");
-}
-
-bool isNear(const QColor& color, const QColor& wanted)
-{
-    constexpr int kLoss = 12;
-    return qAbs(color.red() - wanted.red()) < kLoss && qAbs(color.green() - wanted.green()) < kLoss &&
-           qAbs(color.blue() - wanted.blue()) < kLoss;
 }
 
 double loudest(const QVariantList& bands)
@@ -63,7 +56,7 @@ class TestHost : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void init();
+    void init() { log = std::make_unique<LogCapture>(); }
     void cleanup();
     void cleanupTestCase();
 
@@ -94,7 +87,7 @@ private Q_SLOTS:
     void devices_follow_whatIsPluggedIn();
 
 private:
-    void show(const QString& page);
+    void show(const QString& page) { scene->click("page" + page); }
     void open(const QString& button, const QString& file);
     QString save(const QString& button, const QString& name);
     void openPhoto();
@@ -133,11 +126,6 @@ void TestHost::initTestCase()
     QCOMPARE(start.count("qrc:/"), 0);
 }
 
-void TestHost::init()
-{
-    log = std::make_unique<LogCapture>();
-}
-
 void TestHost::cleanup()
 {
     const QString said = log->text();
@@ -157,11 +145,6 @@ void TestHost::cleanupTestCase()
     host.reset();
     speaker.reset();
     AudioPlayer::instance()->release();
-}
-
-void TestHost::show(const QString& page)
-{
-    scene->click("page" + page);
 }
 
 void TestHost::open(const QString& button, const QString& file)
@@ -262,8 +245,7 @@ void TestHost::theme_followsButton()
 
 void TestHost::voice_recordsAndPlays_inVoice_data()
 {
-    QTest::addColumn<int>("choice");
-    QTest::addColumn<double>("factor"); // of the time it was spoken in
+    columns<int, double>("choice", "factor"); // of the time it was spoken in
     QTest::newRow("as it is") << 0 << 1.0;
     QTest::newRow("high voice") << 1 << 1.0;
     QTest::newRow("double speed") << 5 << 0.5;

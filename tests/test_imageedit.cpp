@@ -1,8 +1,10 @@
 #include "multimedia/imageedit/editdescription.h"
 #include "multimedia/imageedit/imageeditprovider.h"
 #include "multimedia/imageedit/imageedittask.h"
+#include "tests/support/colour.h"
 #include "tests/support/files.h"
 #include "tests/support/imagebytes.h"
+#include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/process.h"
 #include "tests/support/row.h"
@@ -12,6 +14,8 @@
 #include <QtTest/QtTest>
 
 #include <optional>
+#include <tuple>
+#include <utility>
 
 using ImageEdit::EditDescription;
 using ImageEdit::ImageEditProvider;
@@ -96,7 +100,6 @@ QStringList openFilesIn(const QString& folder)
 
 } // namespace
 
-/// Edits of files.
 class TestImageEdit : public QObject
 {
     Q_OBJECT
@@ -104,16 +107,12 @@ class TestImageEdit : public QObject
 private Q_SLOTS:
     void initTestCase();
     void init();
-    void cropRect_followsTable_data();
     void cropRect_followsTable();
     void edit_showsWhatUserSaw_data();
     void edit_showsWhatUserSaw();
     void maskPhoto_isCropped_onlyBySyncEdit();
-    void edit_limitsLongSide_data();
     void edit_limitsLongSide();
-    void edit_takesEveryKindOfPicture_data();
     void edit_takesEveryKindOfPicture();
-    void edit_fails_whenFileIsBad_data();
     void edit_fails_whenFileIsBad();
     void edit_keepsFiles_whenItFails();
     void task_reportsCancelled_andLeavesFilesAsTheyWere();
@@ -123,9 +122,11 @@ private Q_SLOTS:
 
 private:
     QString at(const QString& name) const { return folder->filePath(name); }
-    /// The code that `doEdit` reports.
     int editInPool(const QString& source, const QString& target, const QVariantMap& info);
-    bool editAtOnce(const QString& source, QString target, const QVariantMap& info);
+    bool editAtOnce(const QString& source, QString target, const QVariantMap& info)
+    {
+        return provider->doEditSync(source, target, info);
+    }
 
     QTemporaryDir temporary;
     std::optional<QTemporaryDir> folder;
@@ -168,41 +169,31 @@ int TestImageEdit::editInPool(const QString& source, const QString& target, cons
     return code;
 }
 
-bool TestImageEdit::editAtOnce(const QString& source, QString target, const QVariantMap& info)
-{
-    return provider->doEditSync(source, target, info);
-}
-
-void TestImageEdit::cropRect_followsTable_data()
-{
-    columns<int, bool, QRect>("turns", "mirrored", "expected");
-    // 200 x 100, from (0.29, 0.3) to (0.8, 0.71): truncated, also where binary fractions fall just short.
-    QTest::newRow("0") << 0 << false << QRect(57, 30, 102, 41);
-    QTest::newRow("1") << 1 << false << QRect(58, 28, 82, 51);
-    QTest::newRow("2") << 2 << false << QRect(39, 29, 102, 41);
-    QTest::newRow("3") << 3 << false << QRect(60, 19, 82, 51);
-    QTest::newRow("4") << 4 << false << QRect(0, 0, 102, 41);
-    QTest::newRow("-1") << -1 << false << QRect(0, 0, 102, 41);
-    QTest::newRow("0 mirrored") << 0 << true << QRect(41, 30, 102, 41);
-    QTest::newRow("1 mirrored") << 1 << true << QRect(60, 28, 82, 51);
-    QTest::newRow("2 mirrored") << 2 << true << QRect(59, 29, 102, 41);
-    QTest::newRow("3 mirrored") << 3 << true << QRect(58, 19, 82, 51);
-    QTest::newRow("7 mirrored") << 7 << true << QRect(98, 0, 102, 41);
-}
-
 void TestImageEdit::cropRect_followsTable()
 {
-    QFETCH(int, turns);
-    QFETCH(bool, mirrored);
+    // 200 x 100, from (0.29, 0.3) to (0.8, 0.71): truncated, also where binary fractions fall just short.
     QVariantMap info{{"x1", 0.29}, {"y1", 0.3}, {"x2", 0.8}, {"y2", 0.71}};
-    info.insert("revolvecount", turns);
-    info.insert("mirrored", mirrored);
-    QTEST(EditDescription(info).cropRect({200, 100}), "expected");
-
+    for (const auto& [turns, mirrored, expected] : {std::tuple(0, false, QRect(57, 30, 102, 41)),
+                                                    {1, false, QRect(58, 28, 82, 51)},
+                                                    {2, false, QRect(39, 29, 102, 41)},
+                                                    {3, false, QRect(60, 19, 82, 51)},
+                                                    {4, false, QRect(0, 0, 102, 41)},
+                                                    {-1, false, QRect(0, 0, 102, 41)},
+                                                    {0, true, QRect(41, 30, 102, 41)},
+                                                    {1, true, QRect(60, 28, 82, 51)},
+                                                    {2, true, QRect(59, 29, 102, 41)},
+                                                    {3, true, QRect(58, 19, 82, 51)},
+                                                    {7, true, QRect(98, 0, 102, 41)}}) {
+        const InCase in_case(turns, mirrored);
+        info.insert("revolvecount", turns);
+        info.insert("mirrored", mirrored);
+        QCOMPARE(EditDescription(info).cropRect({200, 100}), expected);
+        QVariantMap hostile = info;
+        hostile.insert("x1", -1e300);
+        hostile.insert("y2", qQNaN());
+        QVERIFY(EditDescription(hostile).cropRect({200, 100}).width() >= 0); // and no overflow
+    }
     QCOMPARE(EditDescription({}).cropRect({200, 100}), QRect(0, 0, 0, 0));
-    info.insert("x1", -1e300);
-    info.insert("y2", qQNaN());
-    QVERIFY(EditDescription(info).cropRect({200, 100}).width() >= 0); // and no overflow
 }
 
 void TestImageEdit::edit_showsWhatUserSaw_data()
@@ -291,129 +282,108 @@ void TestImageEdit::maskPhoto_isCropped_onlyBySyncEdit()
     QCOMPARE(QImage(at("out.png")).size(), QSize(32, 48));
 }
 
-void TestImageEdit::edit_limitsLongSide_data()
-{
-    columns<QSize, QRectF, QSize>("size", "part", "expected");
-    QTest::newRow("twice too wide") << QSize(5120, 2560) << QRectF(0, 0, 1, 1) << QSize(2560, 1280);
-    QTest::newRow("too high") << QSize(1000, 3001) << QRectF(0, 0, 1, 1) << QSize(853, 2560);
-    QTest::newRow("just right") << QSize(2560, 200) << QRectF(0, 0, 1, 1) << QSize(2560, 200);
-    QTest::newRow("crop is small") << QSize(5120, 100) << QRectF(0.25, 0, 0.5, 1) << QSize(2560, 100);
-    QTest::newRow("needle") << QSize(8000, 2) << QRectF(0, 0, 1, 1) << QSize(2560, 1);
-}
-
 void TestImageEdit::edit_limitsLongSide()
 {
-    QFETCH(QSize, size);
-    QFETCH(QRectF, part);
-    QFETCH(QSize, expected);
-    for (const QString format : {"png", "jpg"}) {
-        const QString source = at("source." + format);
-        QVERIFY(corners(size).save(source, nullptr, 100));
-        QCOMPARE(editInPool(source, at("out.png"), cropped(part)), 0);
-        const QImage result(at("out.png"));
-        QCOMPARE(result.size(), expected);
-        if (expected.height() < 50)
-            continue;
-        const int right = result.width() - 5;
-        const int bottom = result.height() - 5;
-        const auto is_like = [&](int x, int y, const QColor& wanted) {
-            const QColor got = result.pixelColor(x, y);
-            return qAbs(got.red() - wanted.red()) + qAbs(got.green() - wanted.green()) +
-                       qAbs(got.blue() - wanted.blue()) <
-                   12;
-        };
-        QVERIFY(is_like(5, 5, Qt::red) && is_like(right, 5, Qt::green));
-        QVERIFY(is_like(5, bottom, Qt::blue) && is_like(right, bottom, Qt::white));
+    const QRectF whole(0, 0, 1, 1);
+    for (const auto& [size, part, expected] : {std::tuple(QSize(5120, 2560), whole, QSize(2560, 1280)),
+                                               {QSize(1000, 3001), whole, QSize(853, 2560)},
+                                               {QSize(2560, 200), whole, QSize(2560, 200)},
+                                               {QSize(5120, 100), QRectF(0.25, 0, 0.5, 1), QSize(2560, 100)},
+                                               {QSize(8000, 2), whole, QSize(2560, 1)}}) {
+        const InCase in_case(size, part);
+        for (const QString format : {"png", "jpg"}) {
+            const QString source = at("source." + format);
+            QVERIFY(corners(size).save(source, nullptr, 100));
+            QCOMPARE(editInPool(source, at("out.png"), cropped(part)), 0);
+            const QImage result(at("out.png"));
+            QCOMPARE(result.size(), expected);
+            if (expected.height() < 50)
+                continue;
+            const QImage wanted = corners(expected);
+            for (const int x : {5, expected.width() - 5})
+                for (const int y : {5, expected.height() - 5})
+                    QVERIFY(isNear(result.pixelColor(x, y), wanted.pixelColor(x, y)));
+        }
     }
 }
 
-void TestImageEdit::edit_takesEveryKindOfPicture_data()
+void TestImageEdit::edit_takesEveryKindOfPicture()
 {
-    columns<QByteArray, QString, QSize>("content", "name", "expected");
     const QImage image = corners({40, 20});
     const QByteArray png = ImageBytes::encoded(image, "PNG");
     const auto as = [&](QImage::Format format) {
         return ImageBytes::encoded(image.convertToFormat(format), "PNG");
     };
-    row("1 pixel", ImageBytes::encoded(image.copy(0, 0, 1, 1), "PNG"), "a.png", QSize(1, 1));
-    row("16 bits", as(QImage::Format_RGBA64), "a.png", QSize(40, 20));
-    row("indexed", as(QImage::Format_Indexed8), "a.png", QSize(40, 20));
-    row("mono", as(QImage::Format_Mono), "a.png", QSize(40, 20));
-    row("grey", as(QImage::Format_Grayscale8), "a.png", QSize(40, 20));
-    row("16 bits grey", as(QImage::Format_Grayscale16), "a.png", QSize(40, 20));
-    row("PNG called JPEG", png, "a.jpg", QSize(40, 20));
-    row("asks for double pixels", png, "a@2x.png", QSize(40, 20));
-    row("asks for no pixels", png, "a@0x.png", QSize(40, 20));
-    row("PNG and a web page", png + "<html><script>1</script>", "a.html", QSize(40, 20));
-    row("EXIF turn is not carried out", ImageBytes::turnedJpeg(image), "a.jpg", QSize(40, 20));
-    row("CMYK", contentOf(TEST_DATA_DIR "/imageedit/cmyk.jpg"), "a.jpg", QSize(32, 16));
-}
-
-void TestImageEdit::edit_takesEveryKindOfPicture()
-{
-    QFETCH(QByteArray, content);
-    QFETCH(QString, name);
-    QFETCH(QSize, expected);
-    writeFile(at(name), content);
-    QImage drawing(expected, QImage::Format_ARGB32);
-    drawing.fill(Qt::transparent);
-    drawing.setPixelColor(expected.width() - 1, expected.height() - 1, Qt::cyan);
-    for (bool in_pool : {false, true}) {
-        QVERIFY(drawing.save(at("drawing@3x.png")));
-        const QVariantMap info = cropped({0, 0, 1, 1}, {{"editedImagePath", at("drawing@3x.png")}});
-        if (in_pool)
-            QCOMPARE(editInPool(QUrl::fromLocalFile(at(name)).toString(), at("out.png"), info), 0);
-        else
-            QVERIFY(editAtOnce(at(name), at("out.png"), info));
-        const QImage result(at("out.png"));
-        QCOMPARE(result.size(), expected);
-        QCOMPARE(result.pixelColor(expected.width() - 1, expected.height() - 1), QColor(Qt::cyan));
-        if (expected.width() == 1)
-            continue;
-        const QColor corner = result.pixelColor(2, 2);
-        const QImage source = QImage::fromData(content);
-        if (source.allGray()) {
-            QCOMPARE(corner.rgb(), source.pixelColor(2, 2).rgb());
-            continue;
+    for (const auto& [kind, content, name, expected] :
+         {std::tuple("1 pixel", ImageBytes::encoded(image.copy(0, 0, 1, 1), "PNG"), "a.png", QSize(1, 1)),
+          {"16 bits", as(QImage::Format_RGBA64), "a.png", QSize(40, 20)},
+          {"indexed", as(QImage::Format_Indexed8), "a.png", QSize(40, 20)},
+          {"mono", as(QImage::Format_Mono), "a.png", QSize(40, 20)},
+          {"grey", as(QImage::Format_Grayscale8), "a.png", QSize(40, 20)},
+          {"16 bits grey", as(QImage::Format_Grayscale16), "a.png", QSize(40, 20)},
+          {"PNG called JPEG", png, "a.jpg", QSize(40, 20)},
+          {"asks for double pixels", png, "a@2x.png", QSize(40, 20)},
+          {"asks for no pixels", png, "a@0x.png", QSize(40, 20)},
+          {"PNG and a web page", png + "<html><script>1</script>", "a.html", QSize(40, 20)},
+          {"EXIF turn is not carried out", ImageBytes::turnedJpeg(image), "a.jpg", QSize(40, 20)},
+          {"CMYK", contentOf(TEST_DATA_DIR "/imageedit/cmyk.jpg"), "a.jpg", QSize(32, 16)}}) {
+        const InCase in_case(kind);
+        writeFile(at(name), content);
+        QImage drawing(expected, QImage::Format_ARGB32);
+        drawing.fill(Qt::transparent);
+        drawing.setPixelColor(expected.width() - 1, expected.height() - 1, Qt::cyan);
+        for (bool in_pool : {false, true}) {
+            QVERIFY(drawing.save(at("drawing@3x.png")));
+            const QVariantMap info = cropped({0, 0, 1, 1}, {{"editedImagePath", at("drawing@3x.png")}});
+            if (in_pool)
+                QCOMPARE(editInPool(QUrl::fromLocalFile(at(name)).toString(), at("out.png"), info), 0);
+            else
+                QVERIFY2(editAtOnce(at(name), at("out.png"), info), kind);
+            const QImage result(at("out.png"));
+            QCOMPARE(result.size(), expected);
+            QCOMPARE(result.pixelColor(expected.width() - 1, expected.height() - 1), QColor(Qt::cyan));
+            if (expected.width() == 1)
+                continue;
+            const QColor corner = result.pixelColor(2, 2);
+            const QImage source = QImage::fromData(content);
+            if (source.allGray()) {
+                QCOMPARE(corner.rgb(), source.pixelColor(2, 2).rgb());
+                continue;
+            }
+            QVERIFY(corner.red() > 190 && corner.green() < 50 && corner.blue() < 50);
+            QVERIFY(result.pixelColor(expected.width() - 4, 3) != corner);
         }
-        QVERIFY(corner.red() > 190 && corner.green() < 50 && corner.blue() < 50);
-        QVERIFY(result.pixelColor(expected.width() - 4, 3) != corner);
     }
-}
-
-void TestImageEdit::edit_fails_whenFileIsBad_data()
-{
-    columns<QByteArray, QVariantMap>("content", "info");
-    const QVariantMap whole = cropped({0, 0, 1, 1});
-    const QByteArray png = ImageBytes::encoded(pattern({100, 100}, 3), "PNG");
-    row("empty", QByteArray(), whole);
-    row("no picture", QByteArray(5000, 'x'), whole);
-    row("cut short", png.left(png.size() / 2), whole);
-    row("header only", png.left(33), whole);
-    row("PNG of 60000x60000", ImageBytes::boastfulPng(60000), whole);
-    row("PNG of 20000x20000", ImageBytes::boastfulPng(20000), whole);
-    row("BMP of 60000x60000", ImageBytes::boastfulBmp(60000), whole);
-    row("BMP of 20000x20000", ImageBytes::boastfulBmp(20000), cropped({0, 0, 0.001, 0.001}));
-    row("crop far beyond", png, cropped({0, 0, 1e9, 1e9}));
 }
 
 void TestImageEdit::edit_fails_whenFileIsBad()
 {
-    QFETCH(QByteArray, content);
-    QFETCH(QVariantMap, info);
-    writeFile(at("bad.png"), content);
-    writeFile(at("good.png"), ImageBytes::encoded(pattern({100, 100}, 3), "PNG"));
-    const qint64 before = peakBytes();
-    QCOMPARE(editInPool(at("bad.png"), at("out.png"), info), 2);
-    QVERIFY(!editAtOnce(at("bad.png"), at("out.png"), info));
-    QVariantMap masked = info;
-    masked.insert("needMaskPhoto", true);
-    masked.insert("maskPhotoPath", at("bad.png"));
-    QVERIFY(!editAtOnce(at("good.png"), at("out.png"), masked));
-    if (info == cropped({0, 0, 1, 1}))
-        QCOMPARE(editInPool(at("good.png"), at("out.png"), masked), 2);
-    QVERIFY(!QFile::exists(at("out.png")));
-    QVERIFY(peakBytes() - before < 500'000'000);
+    const QVariantMap whole = cropped({0, 0, 1, 1});
+    const QByteArray png = ImageBytes::encoded(pattern({100, 100}, 3), "PNG");
+    writeFile(at("good.png"), png);
+    for (const auto& [content, info] : {std::pair(QByteArray(), whole),
+                                        {QByteArray(5000, 'x'), whole},
+                                        {png.left(png.size() / 2), whole},
+                                        {png.left(33), whole}, // its header
+                                        {ImageBytes::boastfulPng(60000), whole},
+                                        {ImageBytes::boastfulPng(20000), whole},
+                                        {ImageBytes::boastfulBmp(60000), whole},
+                                        {ImageBytes::boastfulBmp(20000), cropped({0, 0, 0.001, 0.001})},
+                                        {png, cropped({0, 0, 1e9, 1e9})}}) {
+        const InCase in_case(content.size(), info);
+        writeFile(at("bad.png"), content);
+        const qint64 before = peakBytes();
+        QCOMPARE(editInPool(at("bad.png"), at("out.png"), info), 2);
+        QVERIFY(!editAtOnce(at("bad.png"), at("out.png"), info));
+        QVariantMap masked = info;
+        masked.insert("needMaskPhoto", true);
+        masked.insert("maskPhotoPath", at("bad.png"));
+        QVERIFY(!editAtOnce(at("good.png"), at("out.png"), masked));
+        if (info == whole)
+            QCOMPARE(editInPool(at("good.png"), at("out.png"), masked), 2);
+        QVERIFY(!QFile::exists(at("out.png")));
+        QVERIFY(peakBytes() - before < 500'000'000);
+    }
 }
 
 void TestImageEdit::edit_keepsFiles_whenItFails()

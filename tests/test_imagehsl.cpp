@@ -6,6 +6,7 @@
 #include <QtGui/QImage>
 #include <QtTest/QtTest>
 
+#include <algorithm>
 #include <array>
 #include <limits>
 #include <random>
@@ -13,16 +14,10 @@
 
 using ImageEdit::HslOffsets;
 
-static double clamped(double value)
-{
-    if (value > 1.0)
-        value = 1.0;
-    return value < 0.0 ? 0.0 : value;
-}
-
 /// The rule itself: one QColor, pixel after pixel.
 static std::vector<uint32_t> adjustedByQColor(std::vector<uint32_t> pixels, const HslOffsets& offsets)
 {
+    const auto clamped = [](double value) { return std::clamp(value, 0.0, 1.0); };
     QColor color;
     for (uint32_t& pixel : pixels) {
         color.setRed(int(pixel >> 16 & 0xff));

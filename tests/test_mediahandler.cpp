@@ -9,22 +9,15 @@
 #include "tests/support/mediacheck.h"
 #include "tests/support/soundcheck.h"
 
-#include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
 
 #include <array>
-#include <cstring>
 
 namespace {
 
 constexpr int kRate = 24000;
 
-soundcheck::Samples samplesOf(const QByteArray& pcm)
-{
-    soundcheck::Samples samples(size_t(pcm.size()) / 2);
-    std::memcpy(samples.data(), pcm.constData(), samples.size() * 2);
-    return samples;
-}
+using soundcheck::samplesOf;
 
 void writePacket(AVPacket* packet, CMediaOutput* output)
 {

@@ -1,8 +1,6 @@
 #include "multimedia/base/openinput.h"
 #include "tests/support/files.h"
 
-#include <QtCore/QProcess>
-#include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
 
 #include <sys/stat.h>

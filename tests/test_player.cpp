@@ -4,8 +4,6 @@
 #include "tests/support/playerhost.h"
 #include "tests/support/row.h"
 
-#include <QtCore/QDateTime>
-#include <QtCore/QSemaphore>
 #include <QtTest/QtTest>
 
 #include <cmath>
@@ -27,7 +25,6 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void play_isHeardWhole_atEverySpeed_data();
     void play_isHeardWhole_atEverySpeed();
     void play_isHeardWhole_whenShorterThanBuffer();
     void play_reportsPositionAndSamples_whilePlaying();
@@ -40,7 +37,6 @@ private Q_SLOTS:
     void breakPlay_makesWayForNewSource();
     void pause_resumesWhereItLeft_orAtSeek();
     void stop_reportsTwice_whenPlaying();
-    void stop_waitsShortly_whenAsked();
     void stop_doesNothing_withoutCallback();
     void seek_movesPosition_duringPlayback();
     void closeAudioOutput_playsOnInSilence();
@@ -63,32 +59,24 @@ void TestPlayer::cleanup()
     host.reset();
 }
 
-void TestPlayer::play_isHeardWhole_atEverySpeed_data()
-{
-    columns<double, double>("speed", "effective");
-    QTest::newRow("1.0") << 1.0 << 1.0;
-    QTest::newRow("1.5") << 1.5 << 1.5;
-    QTest::newRow("2.0") << 2.0 << 2.0;
-    QTest::newRow("3.0, which plays at 2") << 3.0 << 2.0;
-    QTest::newRow("0.5") << 0.5 << 0.5;
-}
-
 void TestPlayer::play_isHeardWhole_atEverySpeed()
 {
-    QFETCH(double, speed);
-    QFETCH(double, effective);
-    Monitor monitor;
-    host->player()->setSpeed(speed);
-    host->play(media("tone.wav"));
-    QTRY_COMPARE_WITH_TIMEOUT(host->order(), kWhole, 10'000);
-    QCOMPARE(host->last(EventDuration).event.info.value("Duration").toLongLong(), 3000);
+    for (const double speed : {1.0, 1.5, 2.0, 3.0, 0.5}) {
+        const double effective = std::min(speed, 2.0);
+        host->forget();
+        Monitor monitor;
+        host->player()->setSpeed(speed);
+        host->play(media("tone.wav"));
+        QTRY_COMPARE_WITH_TIMEOUT(host->order(), kWhole, 10'000);
+        QCOMPARE(host->last(EventDuration).event.info.value("Duration").toLongLong(), 3000);
 
-    const Monitor::Sound sound = monitor.stop();
-    qInfo("heard %.3f s, %.1f Hz, longest gap %.1f ms", sound.duration_s, sound.frequency_hz,
-          sound.longest_gap_s * 1000);
-    QVERIFY(std::abs(sound.duration_s - 3.0 / effective) < 0.06);
-    QVERIFY(std::abs(sound.frequency_hz - 440) < 4);
-    QVERIFY(sound.longest_gap_s < 0.06);
+        const Monitor::Sound sound = monitor.stop();
+        qInfo("heard %.3f s, %.1f Hz, longest gap %.1f ms", sound.duration_s, sound.frequency_hz,
+              sound.longest_gap_s * 1000);
+        QVERIFY(std::abs(sound.duration_s - 3.0 / effective) < 0.06);
+        QVERIFY(std::abs(sound.frequency_hz - 440) < 4);
+        QVERIFY(sound.longest_gap_s < 0.06);
+    }
 }
 
 void TestPlayer::play_isHeardWhole_whenShorterThanBuffer()
@@ -259,10 +247,8 @@ void TestPlayer::stop_reportsTwice_whenPlaying()
     host->forget();
     host->player()->stop(true);
     QCOMPARE(host->order(), QStringLiteral("Stopped")); // nothing to wait for
-}
 
-void TestPlayer::stop_waitsShortly_whenAsked()
-{
+    host->forget();
     host->play(media("long.mp3"));
     QTRY_VERIFY(host->count(EventProgress) > 0);
     QElapsedTimer timer;

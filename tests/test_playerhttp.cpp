@@ -1,14 +1,15 @@
 #include "multimedia/audioplayer/audioplayer_p.h"
 #include "tests/support/files.h"
 #include "tests/support/httpserver.h"
+#include "tests/support/incase.h"
 #include "tests/support/monitor.h"
 #include "tests/support/playerhost.h"
 #include "tests/support/row.h"
 
-#include <QtCore/QDateTime>
 #include <QtTest/QtTest>
 
 #include <cmath>
+#include <utility>
 
 namespace {
 QByteArray content(const char* name)
@@ -19,25 +20,12 @@ QByteArray content(const char* name)
     return bytes;
 }
 
-HttpServer::Behaviour silent()
-{
-    HttpServer::Behaviour behaviour;
-    behaviour.answers = false;
-    return behaviour;
-}
-
-HttpServer::Behaviour stalling()
-{
-    HttpServer::Behaviour behaviour;
-    behaviour.stall_after = 80'000;
-    return behaviour;
-}
+constexpr HttpServer::Behaviour kSilent = {false, true, 0, -1, -1};
+constexpr HttpServer::Behaviour kStalling = {true, true, 0, 80'000, -1};
 
 HttpServer::Behaviour cutting(int64_t after)
 {
-    HttpServer::Behaviour behaviour;
-    behaviour.cut_after = after;
-    return behaviour;
+    return {true, true, 0, -1, after};
 }
 } // namespace
 
@@ -50,7 +38,6 @@ private Q_SLOTS:
     void init() { host = std::make_unique<PlayerHost>(); }
     void cleanup() { host.reset(); }
 
-    void play_isHeardWhole_fromServer_data();
     void play_isHeardWhole_fromServer();
     void play_takesHintForDuration_whenThatIsGuess();
     void seek_movesByBytes_andKeepsPosition();
@@ -70,29 +57,22 @@ private:
     std::unique_ptr<PlayerHost> host;
 };
 
-void TestPlayerHttp::play_isHeardWhole_fromServer_data()
-{
-    columns<bool, qlonglong>("ranges", "bytes_per_second");
-    QTest::newRow("good") << true << 0LL;
-    QTest::newRow("no ranges") << false << 0LL;
-    QTest::newRow("slower than the tone at first") << true << 400'000LL;
-}
-
 void TestPlayerHttp::play_isHeardWhole_fromServer()
 {
-    QFETCH(bool, ranges);
-    QFETCH(qlonglong, bytes_per_second);
-    HttpServer::Behaviour behaviour;
-    behaviour.ranges = ranges;
-    behaviour.bytes_per_second = bytes_per_second;
-    const HttpServer server(content("plain.wav"), behaviour);
-    Monitor monitor;
-    host->play(server.url());
-    QTRY_COMPARE(host->count(EventClosed), 1);
-    QCOMPARE(host->order(), QStringLiteral("Underload Duration Started Flowing Progress Finished Closed"));
-    const Monitor::Sound sound = monitor.stop();
-    QVERIFY(std::abs(sound.duration_s - 1) < 0.05);
-    QVERIFY(sound.longest_gap_s < 0.06);
+    // The last one is slower than the tone at first.
+    for (const auto& [ranges, bytes_per_second] : {std::pair(true, 0), {false, 0}, {true, 400'000}}) {
+        const InCase in_case(ranges, bytes_per_second);
+        host->forget();
+        const HttpServer server(content("plain.wav"), {true, ranges, bytes_per_second, -1, -1});
+        Monitor monitor;
+        host->play(server.url());
+        QTRY_COMPARE(host->count(EventClosed), 1);
+        QCOMPARE(host->order(),
+                 QStringLiteral("Underload Duration Started Flowing Progress Finished Closed"));
+        const Monitor::Sound sound = monitor.stop();
+        QVERIFY(std::abs(sound.duration_s - 1) < 0.05);
+        QVERIFY(sound.longest_gap_s < 0.06);
+    }
 }
 
 void TestPlayerHttp::play_takesHintForDuration_whenThatIsGuess()
@@ -125,9 +105,7 @@ void TestPlayerHttp::seek_movesByBytes_andKeepsPosition()
 
 void TestPlayerHttp::seek_goesOn_whenServerRefusesRanges()
 {
-    HttpServer::Behaviour behaviour;
-    behaviour.ranges = false;
-    const HttpServer server(content("long.mp3"), behaviour);
+    const HttpServer server(content("long.mp3"), {true, false, 0, -1, -1});
     host->play(server.url());
     QTRY_VERIFY(host->count(EventProgress) > 0);
     host->player()->seekPos(15'000);
@@ -168,7 +146,7 @@ void TestPlayerHttp::waitForStall(const HttpServer& server)
 
 void TestPlayerHttp::play_fails_whenServerIsSilentForTwentySeconds()
 {
-    const HttpServer server(content("long.mp3"), stalling());
+    const HttpServer server(content("long.mp3"), kStalling);
     host->play(server.url(), 8000);
     waitForStall(server);
     g_startTime -= 19'500; // as if most of the time had gone by
@@ -196,7 +174,7 @@ void TestPlayerHttp::server_isLeftAtOnce()
     QFETCH(bool, answers);
     QFETCH(bool, pause);
     QFETCH(QString, order);
-    const HttpServer server(content("long.mp3"), answers ? stalling() : silent());
+    const HttpServer server(content("long.mp3"), answers ? kStalling : kSilent);
     host->play(server.url(), answers ? 8000 : 0);
     QTRY_VERIFY(server.requests() > 0);
     if (answers)
@@ -229,7 +207,7 @@ void TestPlayerHttp::pause_resumesFromServer_whereItLeft()
 
 void TestPlayerHttp::interrupt_isNotLost_whenFileIsInspectedMeanwhile()
 {
-    const HttpServer server(content("short.wav"), silent());
+    const HttpServer server(content("short.wav"), kSilent);
     host->play(server.url());
     QTRY_COMPARE(server.requests(), 1);
     host->player()->breakPlay("other", 0);
@@ -240,7 +218,7 @@ void TestPlayerHttp::interrupt_isNotLost_whenFileIsInspectedMeanwhile()
 
 void TestPlayerHttp::release_leavesStalledServer_atOnce()
 {
-    const HttpServer server(content("long.mp3"), stalling());
+    const HttpServer server(content("long.mp3"), kStalling);
     host->play(server.url(), 8000);
     waitForStall(server);
     QElapsedTimer timer;

@@ -1,13 +1,13 @@
 #include "multimedia/audioplayer/audioplayer.h"
 #include "tests/support/files.h"
+#include "tests/support/incase.h"
 #include "tests/support/row.h"
 
-#include <QtCore/QDir>
-#include <QtCore/QStandardPaths>
-#include <QtCore/QTemporaryDir>
 #include <QtGui/QImage>
 #include <QtGui/QImageReader>
 #include <QtTest/QtTest>
+
+#include <utility>
 
 namespace {
 QStringList temporaryPictures()
@@ -25,7 +25,6 @@ private Q_SLOTS:
     void initTestCase();
     void audioFormat_tellsFormat_byContent_data();
     void audioFormat_tellsFormat_byContent();
-    void covers_areSaved_asJpeg_data();
     void covers_areSaved_asJpeg();
     void getAlbumInfo_readsTags_thatAreThere();
     void cover_isRefused_whenItsSizeIsHostile();
@@ -42,10 +41,8 @@ void TestPlayerInspection::initTestCase()
 
 void TestPlayerInspection::audioFormat_tellsFormat_byContent_data()
 {
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("expected"); // what the caller expects
-    QTest::addColumn<QString>("format");   // empty: refused
-    QTest::addColumn<qint64>("duration_ms");
+    // What the caller expects, and what it is told: no format if the file is refused.
+    columns<QString, QString, QString, qint64>("name", "expected", "format", "duration_ms");
     const auto row = [](const char* name, const char* expected, const char* format, qint64 duration_ms) {
         QTest::addRow("%s as %s", name, expected)
             << QString::fromUtf8(name) << expected << format << duration_ms;
@@ -98,38 +95,36 @@ void TestPlayerInspection::audioFormat_tellsFormat_byContent()
     QCOMPARE(!cover.isEmpty(), name == QLatin1String("covered.mp3"));
 }
 
-void TestPlayerInspection::covers_areSaved_asJpeg_data()
-{
-    columns<QString, bool>("name", "has_cover");
-    for (const char* name : {"covered.mp3", "covered.flac", "covered.m4r"})
-        QTest::newRow(name) << name << true;
-    for (const char* name : {"plain.mp3", "video.mp4", "text.mp3", "missing.mp3"})
-        QTest::newRow(name) << name << false;
-}
-
 void TestPlayerInspection::covers_areSaved_asJpeg()
 {
-    QFETCH(QString, name);
-    QFETCH(bool, has_cover);
-    const QStringList before = temporaryPictures();
-    const QString saved = AudioPlayer::getCover(media(name));
-    const QString target = folder.filePath("own.png");
-    QCOMPARE(AudioPlayer::audioCover(media(name), target), has_cover);
-    if (!has_cover) {
-        QCOMPARE(saved, QString());
-        QCOMPARE(temporaryPictures(), before);
-        QVERIFY(!QFile::exists(target));
-        return;
+    for (const auto& [name, has_cover] : {std::pair("covered.mp3", true),
+                                          {"covered.flac", true},
+                                          {"covered.m4r", true},
+                                          {"plain.mp3", false},
+                                          {"video.mp4", false},
+                                          {"text.mp3", false},
+                                          {"missing.mp3", false}}) {
+        const InCase in_case(name);
+        const QStringList before = temporaryPictures();
+        const QString saved = AudioPlayer::getCover(media(name));
+        const QString target = folder.filePath("own.png");
+        QCOMPARE(AudioPlayer::audioCover(media(name), target), has_cover);
+        if (!has_cover) {
+            QCOMPARE(saved, QString());
+            QCOMPARE(temporaryPictures(), before);
+            QVERIFY(!QFile::exists(target));
+            continue;
+        }
+        QImageReader reader(saved);
+        reader.setDecideFormatFromContent(true);
+        QCOMPARE(reader.format(), QByteArray("jpeg"));
+        QCOMPARE(reader.size(), QSize(64, 48));
+        // The picture in PNG is the one that went in.
+        QCOMPARE(QImage(target).convertToFormat(QImage::Format_RGB32),
+                 QImage(media("cover.png")).convertToFormat(QImage::Format_RGB32));
+        QVERIFY(QFile::remove(target));
+        QVERIFY(!AudioPlayer::audioCover(media(name), folder.filePath("no/such/folder.jpg")));
     }
-    QImageReader reader(saved);
-    reader.setDecideFormatFromContent(true);
-    QCOMPARE(reader.format(), QByteArray("jpeg"));
-    QCOMPARE(reader.size(), QSize(64, 48));
-    // The picture in PNG is the one that went in.
-    QCOMPARE(QImage(target).convertToFormat(QImage::Format_RGB32),
-             QImage(media("cover.png")).convertToFormat(QImage::Format_RGB32));
-    QVERIFY(QFile::remove(target));
-    QVERIFY(!AudioPlayer::audioCover(media(name), folder.filePath("no/such/folder.jpg")));
 }
 
 void TestPlayerInspection::getAlbumInfo_readsTags_thatAreThere()

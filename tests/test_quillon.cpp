@@ -1,18 +1,16 @@
-#include "quillon/convertfilefilter.h"
-#include "quillon/editfilefilter.h"
-#include "quillon/editstate.h"
-#include "quillon/graphicdefines.h"
 #include "quillon/quillonlog.h"
 #include "quillon/util.h"
 #include "tests/support/files.h"
 #include "tests/support/imagebytes.h"
-#include "tests/support/row.h"
+#include "tests/support/incase.h"
 
 #include <QtGui/QImage>
 #include <QtTest/QtTest>
 
 #include <limits>
 #include <thread>
+#include <tuple>
+#include <utility>
 
 /// A picture whose top left corner alone is red.
 static QImage marked(const QSize& size)
@@ -33,18 +31,12 @@ private Q_SLOTS:
     void init() { QVERIFY(folder.isValid()); }
     void ids_areSafeInFileNames_andDiffer();
     void generateRand_staysBetween_inEitherOrder();
-    void toLocalFile_takesUrlsAndPaths_data();
     void toLocalFile_takesUrlsAndPaths();
     void files_areSeenAndRemoved_butNoFolders();
-    void newFile_givesFreeName_besideTakenOnes_data();
     void newFile_givesFreeName_besideTakenOnes();
     void newFile_givesEveryNameOnce_toManyThreads();
-    void scaleThumbImage_keepsAspectAndOrientation_data();
     void scaleThumbImage_keepsAspectAndOrientation();
-    void scaleThumb_refuses_whatItCannotScale_data();
     void scaleThumb_refuses_whatItCannotScale();
-    void scaleThumbBytes_givesPngAsText();
-    void metaTypes_haveTheirNames();
     void log_writesText();
 
 private:
@@ -84,21 +76,15 @@ void TestQuillon::generateRand_staysBetween_inEitherOrder()
     QVERIFY(std::isfinite(Util::generateRand(-huge, huge)));
 }
 
-void TestQuillon::toLocalFile_takesUrlsAndPaths_data()
-{
-    columns<QString, QString>("given", "path");
-    row("url", "file:///tmp/a%20b%23c.mp4", "/tmp/a b#c.mp4");
-    row("url in capitals", "FILE:///tmp/a.mp4", "/tmp/a.mp4");
-    row("resource", "qrc:/images/a.png", ":/images/a.png");
-    row("path", "/tmp/a%20b#c?.mp4", "/tmp/a%20b#c?.mp4");
-    row("path with colon", "a:b.mp4", "a:b.mp4");
-    row("empty", "", "");
-}
-
 void TestQuillon::toLocalFile_takesUrlsAndPaths()
 {
-    QFETCH(QString, given);
-    QTEST(Util::toLocalFile(given), "path");
+    for (const auto& [given, path] : {std::pair("file:///tmp/a%20b%23c.mp4", "/tmp/a b#c.mp4"),
+                                      {"FILE:///tmp/a.mp4", "/tmp/a.mp4"},
+                                      {"qrc:/images/a.png", ":/images/a.png"},
+                                      {"/tmp/a%20b#c?.mp4", "/tmp/a%20b#c?.mp4"},
+                                      {"a:b.mp4", "a:b.mp4"},
+                                      {"", ""}})
+        QCOMPARE(Util::toLocalFile(given), QString(path));
 }
 
 void TestQuillon::files_areSeenAndRemoved_butNoFolders()
@@ -113,25 +99,21 @@ void TestQuillon::files_areSeenAndRemoved_butNoFolders()
     QVERIFY(!Util::fileExists(QString()));
 }
 
-void TestQuillon::newFile_givesFreeName_besideTakenOnes_data()
-{
-    columns<QStringList, QString, QString>("taken", "wanted", "given");
-    row("free", QStringList(), "free.mp4", "free.mp4");
-    row("taken", QStringList("one.mp4"), "one.mp4", "one (1).mp4");
-    row("taken twice", QStringList({"two.mp4", "two (1).mp4"}), "two.mp4", "two (2).mp4");
-    row("inner dots", QStringList("a.tar.gz"), "a.tar.gz", "a.tar (1).gz");
-    row("no suffix", QStringList("plain"), "plain", "plain (1)");
-    row("hidden", QStringList(".hidden"), ".hidden", ".hidden (1)");
-    row("dot at end", QStringList("end."), "end.", "end. (1)");
-}
-
 void TestQuillon::newFile_givesFreeName_besideTakenOnes()
 {
-    QFETCH(QStringList, taken);
-    QFETCH(QString, wanted);
-    for (const QString& name : taken)
-        writeFile(at(name), "x");
-    QTEST(QFileInfo(Util::newFile(at(wanted))).fileName(), "given");
+    const std::vector<std::tuple<QStringList, QString, QString>> names = {
+        {{}, "free.mp4", "free.mp4"},
+        {{"one.mp4"}, "one.mp4", "one (1).mp4"},
+        {{"two.mp4", "two (1).mp4"}, "two.mp4", "two (2).mp4"},
+        {{"a.tar.gz"}, "a.tar.gz", "a.tar (1).gz"},
+        {{"plain"}, "plain", "plain (1)"},
+        {{".hidden"}, ".hidden", ".hidden (1)"},
+        {{"end."}, "end.", "end. (1)"}};
+    for (const auto& [taken, wanted, given] : names) {
+        for (const QString& name : taken)
+            writeFile(at(name), "x");
+        QCOMPARE(QFileInfo(Util::newFile(at(wanted))).fileName(), given);
+    }
 
     const QString dangling = at("dangling.mp4");
     QFile::link(at("nowhere"), dangling);
@@ -155,86 +137,56 @@ void TestQuillon::newFile_givesEveryNameOnce_toManyThreads()
     QCOMPARE(QSet<QString>(names.begin(), names.end()).size(), int(names.size()));
 }
 
-void TestQuillon::scaleThumbImage_keepsAspectAndOrientation_data()
-{
-    columns<QSize, bool, bool, QSize>("stored", "turned", "always", "expected");
-    row("wide", QSize(1280, 320), false, false, QSize(640, 160));
-    row("high", QSize(800, 1600), false, false, QSize(320, 640));
-    row("turned", QSize(1280, 320), true, false, QSize(160, 640));
-    row("needle", QSize(3000, 1), false, false, QSize(640, 1));
-    row("small", QSize(640, 640), false, false, QSize());
-    row("small, always", QSize(64, 40), false, true, QSize(64, 40));
-}
-
 void TestQuillon::scaleThumbImage_keepsAspectAndOrientation()
 {
-    QFETCH(QSize, stored);
-    QFETCH(bool, turned);
-    QFETCH(bool, always);
-    QFETCH(QSize, expected);
-    const QString source = at("source.jpg");
-    const QString target = at("target.png");
-    QFile::remove(target);
-    writeFile(source,
-              turned ? ImageBytes::turnedJpeg(marked(stored)) : ImageBytes::encoded(marked(stored), "JPEG"));
+    for (const auto& [stored, turned, always, expected] :
+         {std::tuple(QSize(1280, 320), false, false, QSize(640, 160)),
+          {QSize(800, 1600), false, false, QSize(320, 640)},
+          {QSize(1280, 320), true, false, QSize(160, 640)},
+          {QSize(3000, 1), false, false, QSize(640, 1)},
+          {QSize(640, 640), false, false, QSize()},
+          {QSize(64, 40), false, true, QSize(64, 40)}}) {
+        const InCase in_case(stored, turned, always);
+        const QString source = at("source.jpg");
+        const QString target = at("target.png");
+        QFile::remove(target);
+        writeFile(source, turned ? ImageBytes::turnedJpeg(marked(stored))
+                                 : ImageBytes::encoded(marked(stored), "JPEG"));
 
-    QCOMPARE(Util::instance()->scaleThumbImage(source, target, {640, 640}, 640, always), expected.isValid());
-    QCOMPARE(QFile::exists(target), expected.isValid());
-    if (!expected.isValid())
-        return;
-    const QImage thumb(target);
-    QCOMPARE(thumb.size(), expected);
-    if (stored.height() > 1) {
-        const int mark_x = turned ? thumb.width() * 3 / 4 : thumb.width() / 4;
-        QVERIFY(thumb.pixelColor(mark_x, thumb.height() / 4).red() > 200);
-        QVERIFY(thumb.pixelColor(thumb.width() - 1 - mark_x, thumb.height() / 4).red() < 50);
-        QVERIFY(thumb.pixelColor(mark_x, thumb.height() * 3 / 4).red() < 50);
+        QCOMPARE(Util::instance()->scaleThumbImage(source, target, {640, 640}, 640, always),
+                 expected.isValid());
+        QCOMPARE(QFile::exists(target), expected.isValid());
+        if (!expected.isValid())
+            continue;
+        const QImage thumb(target);
+        QCOMPARE(thumb.size(), expected);
+        if (stored.height() > 1) {
+            const int mark_x = turned ? thumb.width() * 3 / 4 : thumb.width() / 4;
+            QVERIFY(thumb.pixelColor(mark_x, thumb.height() / 4).red() > 200);
+            QVERIFY(thumb.pixelColor(thumb.width() - 1 - mark_x, thumb.height() / 4).red() < 50);
+            QVERIFY(thumb.pixelColor(mark_x, thumb.height() * 3 / 4).red() < 50);
+        }
     }
-}
-
-void TestQuillon::scaleThumb_refuses_whatItCannotScale_data()
-{
-    columns<QByteArray, QString, bool>("content", "target", "readable");
-    const QByteArray good = ImageBytes::encoded(marked({800, 600}), "PNG");
-    row("60000x60000", ImageBytes::boastfulBmp(60000), "thumb.png", false);
-    row("empty", QByteArray(), "thumb.png", false);
-    row("text", QByteArray(1000, 'x'), "thumb.png", false);
-    row("cut short", good.left(good.size() / 2), "thumb.png", false);
-    row("unknown suffix", good, "thumb.xyz", true);
-    row("no such folder", good, "missing/thumb.png", true);
 }
 
 void TestQuillon::scaleThumb_refuses_whatItCannotScale()
 {
-    QFETCH(QByteArray, content);
-    QFETCH(QString, target);
-    writeFile(at("bad.png"), content);
-    QVERIFY(!Util::instance()->scaleThumbImage(at("bad.png"), at(target), {640, 640}, 640, false));
-    QVERIFY(!QFile::exists(at(target)));
-    QByteArray bytes("old");
-    QFETCH(bool, readable);
-    QCOMPARE(Util::scaleThumbBytes(at("bad.png"), 32, bytes), readable);
-    QCOMPARE(bytes.isEmpty(), !readable);
-}
-
-void TestQuillon::scaleThumbBytes_givesPngAsText()
-{
-    QVERIFY(marked({400, 100}).save(at("wide.png")));
-    QByteArray bytes;
-    QVERIFY(Util::scaleThumbBytes(at("wide.png"), 32, bytes));
-    QVERIFY(!bytes.contains('\0'));
-    const QImage thumb = QImage::fromData(QByteArray::fromBase64(bytes));
-    QCOMPARE(thumb.size(), QSize(32, 8));
-    QCOMPARE(thumb.pixelColor(0, 0), QColor(Qt::red));
-    QCOMPARE(thumb.pixelColor(31, 7), QColor(Qt::blue));
-}
-
-void TestQuillon::metaTypes_haveTheirNames()
-{
-    QCOMPARE(QMetaType::typeName(qMetaTypeId<EditFileFilterPtr>()), "EditFileFilterPtr");
-    QCOMPARE(QMetaType::typeName(qMetaTypeId<ConvertFileFilterPtr>()), "ConvertFileFilterPtr");
-    QCOMPARE(QMetaType::typeName(qMetaTypeId<EditState>()), "EditState");
-    QVERIFY(GraphicDefines::staticMetaObject.indexOfEnumerator("GraphicType") >= 0);
+    const QByteArray good = ImageBytes::encoded(marked({800, 600}), "PNG");
+    for (const auto& [content, target, readable] :
+         {std::tuple(ImageBytes::boastfulBmp(60000), "thumb.png", false),
+          {QByteArray(), "thumb.png", false},
+          {QByteArray(1000, 'x'), "thumb.png", false},
+          {good.left(good.size() / 2), "thumb.png", false},
+          {good, "thumb.xyz", true},
+          {good, "missing/thumb.png", true}}) {
+        const InCase in_case(content.size(), target);
+        writeFile(at("bad.png"), content);
+        QVERIFY(!Util::instance()->scaleThumbImage(at("bad.png"), at(target), {640, 640}, 640, false));
+        QVERIFY(!QFile::exists(at(target)));
+        QByteArray bytes("old");
+        QCOMPARE(Util::scaleThumbBytes(at("bad.png"), 32, bytes), readable);
+        QCOMPARE(bytes.isEmpty(), !readable);
+    }
 }
 
 void TestQuillon::log_writesText()

@@ -1,17 +1,15 @@
 #include "multimedia/audiorecorder/recordengine.h"
 #include "multimedia/recognize/recognizemanger.h"
 #include "multimedia/speechrecognizer/speechrecognizer.h"
+#include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/row.h"
 #include "tests/support/scriptedspeech.h"
 
-#include <QtCore/QCoreApplication>
-#include <QtCore/QEvent>
-#include <QtCore/QStandardPaths>
-#include <QtCore/QTemporaryFile>
 #include <QtTest/QtTest>
 
 #include <memory>
+#include <utility>
 
 /// The queue and the recogniser, on a service that follows a script: what `RecordEngine` tells.
 
@@ -44,22 +42,19 @@ class TestRecognize : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void init();
+    void init() { service = std::make_unique<ScriptedSpeech>(); }
     void cleanup();
 
     void texts_startAnew_whenSegmentsFall();
     void files_runInOrder_askedForOnce();
     void batch_skipsIncompleteEntries();
-    void buffer_reachesService_data();
     void buffer_reachesService();
     void badRequest_endsFalse_andNextFollows_data();
     void badRequest_endsFalse_andNextFollows();
     void authorization_startsOrEmptiesQueue_data();
     void authorization_startsOrEmptiesQueue();
-    void language_fallsBack_onSystems_data();
     void language_fallsBack_onSystems();
-    void cancelRecognize_endsHead_whenReported();
-    void cancelBatchRecognize_takesEachId();
+    void cancelBatchRecognize_dropsWaiting_andEndsHeadWhenReported();
     void cancelAllRecognize_isSilent_andNextAsksAfresh();
     void lateReport_isTheNewHeads_whenOnItsWay();
     void completion_mayCancelAll_andBeginAnew();
@@ -91,11 +86,6 @@ void TestRecognize::initTestCase()
             [this](const QString& id, bool completed) {
                 lines += id + (completed ? QLatin1String("=true") : QLatin1String("=false"));
             });
-}
-
-void TestRecognize::init()
-{
-    service = std::make_unique<ScriptedSpeech>();
 }
 
 void TestRecognize::cleanup()
@@ -174,29 +164,26 @@ void TestRecognize::batch_skipsIncompleteEntries()
     engine->recognizeBatchFiles("no list");
 }
 
-void TestRecognize::buffer_reachesService_data()
-{
-    QTest::addColumn<int>("format");
-    QTest::newRow("PCMFormatFloat32") << int(PcmAudio::Format::Float32);
-    QTest::newRow("PCMFormatFloat64") << int(PcmAudio::Format::Float64);
-    QTest::newRow("PCMFormatInt16") << int(PcmAudio::Format::Int16);
-    QTest::newRow("PCMFormatInt32") << int(PcmAudio::Format::Int32);
-}
-
 void TestRecognize::buffer_reachesService()
 {
-    QFETCH(int, format);
-    // As QML calls it, without a language.
-    QVERIFY(QMetaObject::invokeMethod(engine, "recognizeBuffer", Q_ARG(QString, "one"),
-                                      Q_ARG(QVariantMap, pcm(QString::fromUtf8(QTest::currentDataTag())))));
-    const PcmAudio& audio = service->tasks.at(0).audio;
-    QCOMPARE(int(audio.format), format);
-    QCOMPARE(audio.sample_rate, 8000.0);
-    QCOMPARE(audio.channels, 2);
-    QVERIFY(audio.interleaved);
-    QCOMPARE(QByteArray(reinterpret_cast<const char*>(audio.data), int(audio.size)), QByteArray("12345678"));
-    service->tell(1, 1, "a", true);
-    QCOMPARE(told(), (QStringList{"one:a", "one=true"}));
+    for (const auto& [name, format] : {std::pair("PCMFormatFloat32", PcmAudio::Format::Float32),
+                                       {"PCMFormatFloat64", PcmAudio::Format::Float64},
+                                       {"PCMFormatInt16", PcmAudio::Format::Int16},
+                                       {"PCMFormatInt32", PcmAudio::Format::Int32}}) {
+        const InCase in_case(name);
+        // As QML calls it, without a language.
+        QVERIFY(QMetaObject::invokeMethod(engine, "recognizeBuffer", Q_ARG(QString, "one"),
+                                          Q_ARG(QVariantMap, pcm(name))));
+        const PcmAudio& audio = service->tasks.back().audio;
+        QVERIFY2(audio.format == format, name);
+        QCOMPARE(audio.sample_rate, 8000.0);
+        QCOMPARE(audio.channels, 2);
+        QVERIFY(audio.interleaved);
+        QCOMPARE(QByteArray(reinterpret_cast<const char*>(audio.data), int(audio.size)),
+                 QByteArray("12345678"));
+        service->tell(service->tasks.size(), 1, "a", true);
+        QCOMPARE(told(), (QStringList{"one:a", "one=true"}));
+    }
 }
 
 void TestRecognize::badRequest_endsFalse_andNextFollows_data()
@@ -238,15 +225,12 @@ void TestRecognize::badRequest_endsFalse_andNextFollows()
 void TestRecognize::authorization_startsOrEmptiesQueue_data()
 {
     columns<int, int, bool>("status", "answer", "runs");
-    const auto row = [](const char* name, Authorization status, int answer, bool runs) {
-        QTest::newRow(name) << int(status) << answer << runs;
-    };
-    row("authorized", Authorization::Authorized, -1, true);
-    row("restricted", Authorization::Restricted, -1, false);
-    row("asked and granted", Authorization::NotDetermined, int(Authorization::Authorized), true);
-    row("asked and denied", Authorization::NotDetermined, int(Authorization::Denied), false);
-    row("denied before and granted", Authorization::Denied, int(Authorization::Authorized), true);
-    row("denied before and restricted", Authorization::Denied, int(Authorization::Restricted), false);
+    row("authorized", int(Authorization::Authorized), -1, true);
+    row("restricted", int(Authorization::Restricted), -1, false);
+    row("asked and granted", int(Authorization::NotDetermined), int(Authorization::Authorized), true);
+    row("asked and denied", int(Authorization::NotDetermined), int(Authorization::Denied), false);
+    row("denied before and granted", int(Authorization::Denied), int(Authorization::Authorized), true);
+    row("denied before and restricted", int(Authorization::Denied), int(Authorization::Restricted), false);
 }
 
 void TestRecognize::authorization_startsOrEmptiesQueue()
@@ -272,33 +256,29 @@ void TestRecognize::authorization_startsOrEmptiesQueue()
     QCOMPARE(engine->recognizeMgr()->existRecognize("two"), runs && asks);
 }
 
-void TestRecognize::language_fallsBack_onSystems_data()
-{
-    QTest::addColumn<QString>("locale");
-    QTest::newRow("") << QString();
-    QTest::newRow("EN_us") << QString();
-    QTest::newRow("de_DE") << "de_DE";
-    QTest::newRow("fr_FR") << QString();
-}
-
 void TestRecognize::language_fallsBack_onSystems()
 {
-    QFETCH(QString, locale);
-    const QString language = QString::fromUtf8(QTest::currentDataTag());
-    engine->recognizeFile("file", file.fileName(), language);
-    engine->recognizeBuffer("buffer", pcm(), language);
-    service->fail(1);
-    QCOMPARE(told(), QStringList("file=true"));
-    QCOMPARE(QString::fromStdString(service->tasks.at(0).locale), locale);
-    QCOMPARE(QString::fromStdString(service->tasks.at(1).locale), locale);
+    for (const auto& [language, locale] :
+         {std::pair("", ""), {"EN_us", ""}, {"de_DE", "de_DE"}, {"fr_FR", ""}}) {
+        const InCase in_case(language);
+        engine->recognizeFile("file", file.fileName(), language);
+        engine->recognizeBuffer("buffer", pcm(), language);
+        for (const char* id : {"file=true", "buffer=true"}) {
+            QCOMPARE(service->tasks.back().locale, std::string(locale));
+            service->fail(service->tasks.size());
+            QCOMPARE(told(), QStringList(id));
+        }
+    }
 }
 
-void TestRecognize::cancelRecognize_endsHead_whenReported()
+void TestRecognize::cancelBatchRecognize_dropsWaiting_andEndsHeadWhenReported()
 {
-    request("one");
-    request("two");
+    engine->cancelBatchRecognize({QStringLiteral("one")});
+    for (const char* id : {"one", "three", "two"})
+        request(id);
     service->tell(1, 1, "a");
-    engine->cancelRecognize("one");
+    engine->cancelBatchRecognize({"three", "one", QString(), "unknown"});
+    QVERIFY(!engine->recognizeMgr()->existRecognize("three"));
     QCOMPARE(service->tasks[0].cancels, 1);
     QCOMPARE(told(), QStringList("one:a"));
     // Its id is free, though it still stands there.
@@ -311,22 +291,6 @@ void TestRecognize::cancelRecognize_endsHead_whenReported()
     service->tell(3, 1, "c", true);
     QCOMPARE(told(), (QStringList{"one:c", "one=true"}));
     QCOMPARE(service->asked, 1);
-}
-
-void TestRecognize::cancelBatchRecognize_takesEachId()
-{
-    engine->cancelBatchRecognize({QStringLiteral("one")});
-    for (const char* id : {"one", "two", "three", "four"})
-        request(id);
-    engine->cancelBatchRecognize({"three", "one", QString(), "unknown"});
-    QVERIFY(!engine->recognizeMgr()->existRecognize("three"));
-    QCOMPARE(service->tasks[0].cancels, 1);
-    service->fail(1);
-    QCOMPARE(told(), QStringList("one=true"));
-    service->fail(2);
-    QCOMPARE(told(), QStringList("two=true"));
-    service->fail(3);
-    QCOMPARE(told(), QStringList("four=true"));
 }
 
 void TestRecognize::cancelAllRecognize_isSilent_andNextAsksAfresh()

@@ -5,15 +5,9 @@
 #include "tests/support/mediacheck.h"
 #include "tests/support/process.h"
 #include "tests/support/program.h"
-#include "tests/support/row.h"
 #include "tests/support/soundcheck.h"
 #include "tests/support/testscreen.h"
 
-#include <QtCore/QDir>
-#include <QtCore/QElapsedTimer>
-#include <QtCore/QFileInfo>
-#include <QtCore/QScopeGuard>
-#include <QtCore/QThreadPool>
 #include <QtTest/QtTest>
 
 #include <array>
@@ -66,7 +60,6 @@ private Q_SLOTS:
     void record_takesOddRectangle_withoutSound_whenMute();
     void record_writesGif_withoutSound();
     void record_limitsGif_toItsShorterSide();
-    void record_endsAtOnce_whenNothingCanCome_data();
     void record_endsAtOnce_whenNothingCanCome();
     void record_survivesFullDisk();
     void commands_takenBack_endWhereTheyBegan();
@@ -258,52 +251,51 @@ void TestScreenRecord::record_limitsGif_toItsShorterSide()
     }
 }
 
-void TestScreenRecord::record_endsAtOnce_whenNothingCanCome_data()
-{
-    columns<QRect, QString, bool, QString>("rect", "variable", "has_screen", "line");
-    const QRect inside(0, 0, 320, 180);
-    row("rectangle outside the screen", QRect(1800, 1000, 320, 180), "", true, "[run]:\terror in crop\t");
-    row("empty rectangle", QRect(), "", true, "[openVideo]:\terror in open encode\t");
-    row("no X server", inside, "DISPLAY", true, "[createVideo]:\terror in open video format\t");
-    row("no screen", inside, "", false, "[createVideo]:\terror in open video format\t");
-    row("no temporary directory", inside, "TMPDIR", true, "[writeHeader]:\terror in open io\t");
-}
-
 void TestScreenRecord::record_endsAtOnce_whenNothingCanCome()
 {
-    QFETCH(const QRect, rect);
-    QFETCH(const QString, variable);
-    QFETCH(const bool, has_screen);
-    QFETCH(const QString, line);
-    ScreenRecord recorder;
-    recorder.setScreen(has_screen ? QGuiApplication::primaryScreen() : nullptr);
-    recorder.setRect(rect);
-    const QByteArray value = qgetenv(qPrintable(variable));
-    auto restore = qScopeGuard([&] {
-        if (!variable.isEmpty())
-            qputenv(qPrintable(variable), value);
-    });
-    if (!variable.isEmpty())
-        qputenv(qPrintable(variable), ":9999");
+    struct Case
     {
-        LogCapture log;
-        QElapsedTimer clock;
-        clock.start();
-        change(recorder, &ScreenRecord::start, ScreenRecord::Running);
-        QTRY_VERIFY2(log.count(line) >= 1, qPrintable(log.text()));
-        QTest::qWait(300); // whatever spins has time to show it
-        const int lines = log.count(QString());
-        QVERIFY2(lines < 50 + double(clock.elapsed()) / 10, qPrintable(log.text()));
-        change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
-        keep(recorder.getFile());
-    }
-    if (!variable.isEmpty())
-        qputenv(qPrintable(variable), value);
+        QRect rect;
+        QString variable; ///< of the environment, set to nonsense
+        bool has_screen;
+        QString line;
+    };
+    const QRect inside(0, 0, 320, 180);
+    for (const Case& bad : {Case{{1800, 1000, 320, 180}, "", true, "[run]:\terror in crop\t"},
+                            Case{{}, "", true, "[openVideo]:\terror in open encode\t"},
+                            Case{inside, "DISPLAY", true, "[createVideo]:\terror in open video format\t"},
+                            Case{inside, "", false, "[createVideo]:\terror in open video format\t"},
+                            Case{inside, "TMPDIR", true, "[writeHeader]:\terror in open io\t"}}) {
+        ScreenRecord recorder;
+        recorder.setScreen(bad.has_screen ? QGuiApplication::primaryScreen() : nullptr);
+        recorder.setRect(bad.rect);
+        const QByteArray value = qgetenv(qPrintable(bad.variable));
+        auto restore = qScopeGuard([&] {
+            if (!bad.variable.isEmpty())
+                qputenv(qPrintable(bad.variable), value);
+        });
+        if (!bad.variable.isEmpty())
+            qputenv(qPrintable(bad.variable), ":9999");
+        {
+            LogCapture log;
+            QElapsedTimer clock;
+            clock.start();
+            change(recorder, &ScreenRecord::start, ScreenRecord::Running);
+            QTRY_VERIFY2(log.count(bad.line) >= 1, qPrintable(log.text()));
+            QTest::qWait(300); // whatever spins has time to show it
+            const int lines = log.count(QString());
+            QVERIFY2(lines < 50 + double(clock.elapsed()) / 10, qPrintable(log.text()));
+            change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
+            keep(recorder.getFile());
+        }
+        if (!bad.variable.isEmpty())
+            qputenv(qPrintable(bad.variable), value);
 
-    // The next recording is not the worse for it.
-    recorder.setScreen(QGuiApplication::primaryScreen());
-    recorder.setRect({0, 0, 320, 180});
-    QCOMPARE(mediacheck::decodeErrors(record(recorder, 300)), QString());
+        // The next recording is not the worse for it.
+        recorder.setScreen(QGuiApplication::primaryScreen());
+        recorder.setRect({0, 0, 320, 180});
+        QCOMPARE(mediacheck::decodeErrors(record(recorder, 300)), QString());
+    }
 }
 
 void TestScreenRecord::record_survivesFullDisk()

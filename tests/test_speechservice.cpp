@@ -1,5 +1,6 @@
 #include "multimedia/speechrecognizer_linux/pocketsphinxservice.h"
 #include "tests/support/files.h"
+#include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/row.h"
 
@@ -7,7 +8,6 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
-#include <QtCore/QRegularExpression>
 #include <QtTest/QtTest>
 
 #include <atomic>
@@ -16,6 +16,7 @@ extern "C" {
 #include <mutex>
 #include <random>
 #include <thread>
+#include <tuple>
 
 /// The recogniser of this system, on spoken sentences. Of Qt there is the test frame only.
 
@@ -34,7 +35,6 @@ std::string spoken(const std::string& name)
     return TEST_MEDIA_DIR "/" + name;
 }
 
-/// What a task tells.
 class Listener
 {
 public:
@@ -147,11 +147,8 @@ private Q_SLOTS:
 
     void file_isUnderstood_data();
     void file_isUnderstood();
-    void buffer_isUnderstood_data();
     void buffer_isUnderstood();
-    void badBuffer_ends_data();
     void badBuffer_ends();
-    void noSpeech_ends_withoutWords_data();
     void noSpeech_ends_withoutWords();
     void text_isTheSame_whateverWasHeardBefore();
     void cancel_endsTask_inAnHourOfTalk();
@@ -187,90 +184,58 @@ void TestSpeechService::file_isUnderstood()
     QTEST(listener.utterances(), "utterances");
 }
 
-void TestSpeechService::buffer_isUnderstood_data()
-{
-    columns<int, int>("format", "channels");
-    QTest::newRow("int16") << int(PcmAudio::Format::Int16) << 1;
-    QTest::newRow("int32 stereo") << int(PcmAudio::Format::Int32) << 2;
-    QTest::newRow("float32") << int(PcmAudio::Format::Float32) << 1;
-    QTest::newRow("float64 stereo") << int(PcmAudio::Format::Float64) << 2;
-}
-
 void TestSpeechService::buffer_isUnderstood()
 {
-    QFETCH(int, format);
-    QFETCH(int, channels);
     const auto mono = samplesOf("food.wav");
     QVERIFY(mono.size() > 16000);
-    PcmAudio audio;
-    switch (PcmAudio::Format(format)) {
-    case PcmAudio::Format::Int16:
-        audio = pcm<std::int16_t>(mono, PcmAudio::Format::Int16, 1, channels);
-        audio.size -= 1; // the last frame is not whole
-        audio.interleaved = false;
-        break;
-    case PcmAudio::Format::Int32:
-        audio = pcm<std::int32_t>(mono, PcmAudio::Format::Int32, 65536, channels);
-        break;
-    case PcmAudio::Format::Float32:
-        audio = pcm<float>(mono, PcmAudio::Format::Float32, 1 / 32768.0, channels);
-        break;
-    case PcmAudio::Format::Float64:
-        audio = pcm<double>(mono, PcmAudio::Format::Float64, 1 / 32768.0, channels);
-        break;
+    std::vector<PcmAudio> audios = {pcm<std::int16_t>(mono, PcmAudio::Format::Int16, 1, 1),
+                                    pcm<std::int32_t>(mono, PcmAudio::Format::Int32, 65536, 2),
+                                    pcm<float>(mono, PcmAudio::Format::Float32, 1 / 32768.0, 1),
+                                    pcm<double>(mono, PcmAudio::Format::Float64, 1 / 32768.0, 2)};
+    audios[0].size -= 1; // the last frame is not whole
+    audios[0].interleaved = false;
+    for (PcmAudio& audio : audios) {
+        Listener listener;
+        QVERIFY(service.recognizeBuffer(audio, {}, listener.handler()) != 0);
+        audio = {};
+        QVERIFY(listener.awaitEnd());
+        QVERIFY(!listener.failed);
+        QCOMPARE(listener.text(), kFood);
     }
-    Listener listener;
-    QVERIFY(service.recognizeBuffer(audio, {}, listener.handler()) != 0);
-    audio = {};
-    QVERIFY(listener.awaitEnd());
-    QVERIFY(!listener.failed);
-    QCOMPARE(listener.text(), kFood);
-}
-
-void TestSpeechService::badBuffer_ends_data()
-{
-    columns<double, int, int>("rate", "channels", "size");
-    QTest::newRow("empty") << 16000.0 << 1 << 0;
-    QTest::newRow("half a sample") << 16000.0 << 1 << 1;
-    QTest::newRow("no rate") << 0.0 << 1 << 200;
-    QTest::newRow("negative rate") << -16000.0 << 1 << 200;
-    QTest::newRow("not a rate") << std::nan("") << 1 << 200;
-    QTest::newRow("rate out of hand") << 1e12 << 1 << 200;
-    QTest::newRow("no channel") << 16000.0 << 0 << 200;
-    QTest::newRow("negative channels") << 16000.0 << -2 << 200;
-    QTest::newRow("too many channels") << 16000.0 << (1 << 30) << 200;
 }
 
 void TestSpeechService::badBuffer_ends()
 {
-    QFETCH(double, rate);
-    QFETCH(int, channels);
-    QFETCH(int, size);
     PcmAudio audio = pcm<std::int16_t>(std::vector<std::int16_t>(100), PcmAudio::Format::Int16, 1, 1);
-    audio.sample_rate = rate;
-    audio.channels = channels;
-    audio.size = std::size_t(size);
-    Listener listener;
-    QVERIFY(service.recognizeBuffer(audio, {}, listener.handler()) != 0);
-    QVERIFY(listener.awaitEnd());
-    QCOMPARE(listener.text(), QString());
-}
-
-void TestSpeechService::noSpeech_ends_withoutWords_data()
-{
-    QTest::addColumn<QString>("name");
-    for (const char* name : {"silence.wav", "noise.wav", "tone.wav", "picture.mp4", "truncated.wav",
-                             "truncated.m4a", "empty.wav", "text.wav", "missing.wav", "."})
-        QTest::newRow(name) << name;
+    for (const auto& [rate, channels, size] : {std::tuple(16000.0, 1, 0),
+                                               {16000.0, 1, 1}, // half a sample
+                                               {0.0, 1, 200},
+                                               {-16000.0, 1, 200},
+                                               {std::nan(""), 1, 200},
+                                               {1e12, 1, 200},
+                                               {16000.0, 0, 200},
+                                               {16000.0, -2, 200},
+                                               {16000.0, 1 << 30, 200}}) {
+        const InCase in_case(rate, channels, size);
+        audio.sample_rate = rate;
+        audio.channels = channels;
+        audio.size = std::size_t(size);
+        Listener listener;
+        QVERIFY(service.recognizeBuffer(audio, {}, listener.handler()) != 0);
+        QVERIFY2(listener.awaitEnd(), qPrintable(QString("%1 Hz, %2 channels").arg(rate).arg(channels)));
+        QCOMPARE(listener.text(), QString());
+    }
 }
 
 void TestSpeechService::noSpeech_ends_withoutWords()
 {
-    QFETCH(QString, name);
-    Listener listener;
-    QVERIFY(service.recognizeFile(spoken(name.toStdString()), {}, listener.handler()) != 0);
-    QVERIFY(listener.awaitEnd());
-    QCOMPARE(listener.text(), QString());
+    for (const char* name : {"silence.wav", "noise.wav", "tone.wav", "picture.mp4", "truncated.wav",
+                             "truncated.m4a", "empty.wav", "text.wav", "missing.wav", "."}) {
+        Listener listener;
+        QVERIFY2(service.recognizeFile(spoken(name), {}, listener.handler()) != 0, name);
+        QVERIFY2(listener.awaitEnd(), name);
+        QVERIFY2(listener.text().isEmpty(), name);
+    }
 }
 
 void TestSpeechService::text_isTheSame_whateverWasHeardBefore()

@@ -3,22 +3,21 @@
 #include "multimedia/videocapture/videocapture.h"
 #include "multimedia/videocapture/videoinformation.h"
 #include "tests/support/files.h"
+#include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/process.h"
-#include "tests/support/row.h"
 #include "tests/support/videofile.h"
 
 extern "C" {
 #include <libavutil/display.h>
 }
 
-#include <QtCore/QDir>
-#include <QtCore/QMetaProperty>
-#include <QtCore/QTemporaryDir>
 #include <QtGui/QImage>
 #include <QtTest/QtTest>
 
 #include <array>
+#include <tuple>
+#include <utility>
 
 namespace {
 
@@ -59,15 +58,10 @@ class TestVideoCapture : public QObject
 
 private Q_SLOTS:
     void initTestCase() { av_log_set_level(AV_LOG_QUIET); }
-    void rotation_isReadFromEitherForm_data();
     void rotation_isReadFromEitherForm();
-    void probe_answers_whatTheFileIs_data();
     void probe_answers_whatTheFileIs();
-    void probe_refuses_whatIsNoVideo_data();
     void probe_refuses_whatIsNoVideo();
-    void firstFrame_isUpright_andAtMost1024Wide_data();
     void firstFrame_isUpright_andAtMost1024Wide();
-    void firstFrame_fails_forBadInput_data();
     void firstFrame_fails_forBadInput();
     void containerRotation_isReadFromContainerOnly();
     void probes_releaseTheirFiles();
@@ -78,156 +72,131 @@ private:
     VideoCapture* const capture = VideoCapture::instance();
 };
 
-void TestVideoCapture::rotation_isReadFromEitherForm_data()
-{
-    columns<double, int, int>("counterclockwise", "clockwise", "display_matrix");
-    row("0", 0., 0, 0);
-    row("90", 90., 270, 90);
-    row("-90", -90., 90, 270);
-    row("180", 180., 180, 180);
-    row("45", 45., 315, 45);
-}
-
 void TestVideoCapture::rotation_isReadFromEitherForm()
 {
-    QFETCH(double, counterclockwise);
-    QFETCH(int, clockwise);
-    QFETCH(int, display_matrix);
-    const Stream turned;
-    turned.setMatrix(counterclockwise);
-    QCOMPARE(multimedia::rotateTag(*turned.stream), std::optional(clockwise));
-    QCOMPARE(capture->getDisplayMatrix(turned.stream), display_matrix);
+    for (const auto& [counterclockwise, clockwise, display_matrix] :
+         {std::tuple(0., 0, 0), {90., 270, 90}, {-90., 90, 270}, {180., 180, 180}, {45., 315, 45}}) {
+        const InCase in_case(counterclockwise);
+        const Stream turned;
+        turned.setMatrix(counterclockwise);
+        QCOMPARE(multimedia::rotateTag(*turned.stream), std::optional(clockwise));
+        QCOMPARE(capture->getDisplayMatrix(turned.stream), display_matrix);
 
-    av_dict_set(&turned.stream->metadata, "ROTATE", "-90 degrees", 0);
-    QCOMPARE(multimedia::rotateTag(*turned.stream), std::optional(-90));
+        av_dict_set(&turned.stream->metadata, "ROTATE", "-90 degrees", 0);
+        QCOMPARE(multimedia::rotateTag(*turned.stream), std::optional(-90));
 
-    const Stream plain;
-    QCOMPARE(multimedia::rotateTag(*plain.stream), std::optional<int>());
-    QCOMPARE(capture->getDisplayMatrix(plain.stream), 0);
-    plain.setMatrix(std::array<int32_t, 9>{});
-    QCOMPARE(multimedia::rotateTag(*plain.stream), std::optional<int>());
-    QCOMPARE(capture->getDisplayMatrix(plain.stream), 0);
-}
-
-void TestVideoCapture::probe_answers_whatTheFileIs_data()
-{
-    columns<QString, QSize, QString, int>("file", "size", "format", "duration_ms");
-    row("mp4", "base.mp4", QSize(160, 120), "mov", 8000);
-    row("mkv", "base.mkv", QSize(160, 120), "mkv", 8021);
-    row("avi", "base.avi", QSize(160, 120), "avi", 8000);
-    row("turned by 90", "rotate90.mp4", QSize(120, 160), "mov", 8000);
-    row("turned by 180", "rotate180.mov", QSize(160, 120), "mov", 8000);
-    row("turned by 270", "rotate270.mp4", QSize(120, 160), "mov", 8000);
-    row("tag", "tag90.mkv", QSize(120, 160), "mkv", 8021);
-    row("cover beside video", "cover.mp4", QSize(160, 120), "mov", 8000);
-    row("truncated", "truncated.mp4", QSize(160, 120), "mov", 8000);
+        const Stream plain;
+        QCOMPARE(multimedia::rotateTag(*plain.stream), std::optional<int>());
+        QCOMPARE(capture->getDisplayMatrix(plain.stream), 0);
+        plain.setMatrix(std::array<int32_t, 9>{});
+        QCOMPARE(multimedia::rotateTag(*plain.stream), std::optional<int>());
+        QCOMPARE(capture->getDisplayMatrix(plain.stream), 0);
+    }
 }
 
 void TestVideoCapture::probe_answers_whatTheFileIs()
 {
-    QFETCH(QString, file);
-    QFETCH(QSize, size);
-    QFETCH(QString, format);
-    QFETCH(int, duration_ms);
-    QCOMPARE(capture->videoSourceSize(media(file)), size);
+    for (const auto& [file, size, format, duration_ms] :
+         {std::tuple("base.mp4", QSize(160, 120), "mov", 8000),
+          {"base.mkv", QSize(160, 120), "mkv", 8021},
+          {"base.avi", QSize(160, 120), "avi", 8000},
+          {"rotate90.mp4", QSize(120, 160), "mov", 8000},
+          {"rotate180.mov", QSize(160, 120), "mov", 8000},
+          {"rotate270.mp4", QSize(120, 160), "mov", 8000},
+          {"tag90.mkv", QSize(120, 160), "mkv", 8021},
+          {"cover.mp4", QSize(160, 120), "mov", 8000}, // and a video
+          {"truncated.mp4", QSize(160, 120), "mov", 8000}}) {
+        const InCase in_case(file);
+        QCOMPARE(capture->videoSourceSize(media(file)), size);
 
-    long long duration = -1;
-    QString found_format;
-    QSize found_size;
-    QVERIFY(capture->syncDecodeFormat(media(file), duration, found_format, found_size));
-    QCOMPARE(found_size, size);
-    QCOMPARE(found_format, format);
-    QVERIFY2(qAbs(duration - duration_ms) <= 40, qPrintable(QString::number(duration)));
-}
-
-void TestVideoCapture::probe_refuses_whatIsNoVideo_data()
-{
-    columns<QString, QSize>("file", "size");
-    for (const char* file :
-         {"missing.mp4", "empty.mp4", "text.mp4", "headonly.mp4", "sound.m4a", "titles.srt", ".", ""})
-        QTest::newRow(file) << file << kUnknownSize;
-    row("cover of a sound", "cover.mp3", QSize(64, 64));
-    row("recognised by its name", "nameonly.cdg", QSize(300, 216));
-    row("barely recognised", "base.ts", QSize(160, 120));
+        long long duration = -1;
+        QString found_format;
+        QSize found_size;
+        QVERIFY2(capture->syncDecodeFormat(media(file), duration, found_format, found_size), file);
+        QCOMPARE(found_size, size);
+        QCOMPARE(found_format, QString(format));
+        QVERIFY2(qAbs(duration - duration_ms) <= 40, qPrintable(QString::number(duration)));
+    }
 }
 
 void TestVideoCapture::probe_refuses_whatIsNoVideo()
 {
-    QFETCH(QString, file);
-    QFETCH(QSize, size);
-    QCOMPARE(capture->videoSourceSize(media(file)), size);
-    long long duration = -7;
-    QString format = QStringLiteral("old");
-    QString image = QStringLiteral("old");
-    QSize found_size(7, 7);
-    QVERIFY(!capture->syncDecodeFormat(media(file), duration, format, found_size));
-    QVERIFY(!capture->syncDecodeFormat(media(file), duration, format, image, found_size));
-    QCOMPARE(image, QStringLiteral("old"));
-    QCOMPARE(found_size, QSize(7, 7));
-}
-
-void TestVideoCapture::firstFrame_isUpright_andAtMost1024Wide_data()
-{
-    columns<QString, QSize, QSize, QString>("file", "image_size", "video_size", "red_corner");
-    row("1920x1080", "1920x1080.mp4", QSize(1024, 576), QSize(1920, 1080), "");
-    row("1000x700", "1000x700.mp4", QSize(1000, 700), QSize(1000, 700), "");
-    row("1001x700", "1001x700.mp4", QSize(1008, 704), QSize(1001, 700), "");
-    row("upright", "base.mp4", QSize(160, 120), QSize(160, 120), "top left");
-    row("90", "rotate90.mp4", QSize(120, 160), QSize(120, 160), "top right");
-    row("180", "rotate180.mov", QSize(160, 120), QSize(160, 120), "bottom right");
-    row("270", "rotate270.mp4", QSize(120, 160), QSize(120, 160), "bottom left");
-    row("webm", "base.webm", QSize(160, 120), QSize(160, 120), "top left");
-    row("corrupt", "corrupt.mp4", QSize(160, 120), QSize(160, 120), "top left");
+    for (const auto& [file, size] : {std::pair("missing.mp4", kUnknownSize),
+                                     {"empty.mp4", kUnknownSize},
+                                     {"text.mp4", kUnknownSize},
+                                     {"headonly.mp4", kUnknownSize},
+                                     {"sound.m4a", kUnknownSize},
+                                     {"titles.srt", kUnknownSize},
+                                     {".", kUnknownSize},
+                                     {"", kUnknownSize},
+                                     {"cover.mp3", QSize(64, 64)},      // of a sound
+                                     {"nameonly.cdg", QSize(300, 216)}, // recognised by its name
+                                     {"base.ts", QSize(160, 120)}}) {   // barely recognised
+        const InCase in_case(file);
+        QCOMPARE(capture->videoSourceSize(media(file)), size);
+        long long duration = -7;
+        QString format = QStringLiteral("old");
+        QString image = QStringLiteral("old");
+        QSize found_size(7, 7);
+        QVERIFY2(!capture->syncDecodeFormat(media(file), duration, format, found_size), file);
+        QVERIFY2(!capture->syncDecodeFormat(media(file), duration, format, image, found_size), file);
+        QCOMPARE(image, QStringLiteral("old"));
+        QCOMPARE(found_size, QSize(7, 7));
+    }
 }
 
 void TestVideoCapture::firstFrame_isUpright_andAtMost1024Wide()
 {
-    QFETCH(QString, file);
-    QFETCH(QSize, image_size);
-    QFETCH(QSize, video_size);
-    QFETCH(QString, red_corner);
-    long long duration = -1;
-    QString format;
-    QString path;
-    QSize size;
-    QVERIFY(capture->syncDecodeFormat(media(file), duration, format, path, size));
-    QCOMPARE(size, video_size);
-    QVERIFY(path.startsWith(QDir::tempPath()) && path.endsWith(QLatin1String(".jpg")));
-    const QImage image(path);
-    QVERIFY(QFile::remove(path));
-    QCOMPARE(image.size(), image_size);
-    if (red_corner.isEmpty())
-        return;
-    QCOMPARE(redCorners(image), red_corner);
+    // The size of the picture, that of the video, and the red corner of the small ones.
+    for (const auto& [file, image_size, video_size, red_corner] :
+         {std::tuple("1920x1080.mp4", QSize(1024, 576), QSize(1920, 1080), ""),
+          {"1000x700.mp4", QSize(1000, 700), QSize(1000, 700), ""},
+          {"1001x700.mp4", QSize(1008, 704), QSize(1001, 700), ""},
+          {"base.mp4", QSize(160, 120), QSize(160, 120), "top left"},
+          {"rotate90.mp4", QSize(120, 160), QSize(120, 160), "top right"},
+          {"rotate180.mov", QSize(160, 120), QSize(160, 120), "bottom right"},
+          {"rotate270.mp4", QSize(120, 160), QSize(120, 160), "bottom left"},
+          {"base.webm", QSize(160, 120), QSize(160, 120), "top left"},
+          {"corrupt.mp4", QSize(160, 120), QSize(160, 120), "top left"}}) {
+        const InCase in_case(file);
+        long long duration = -1;
+        QString format;
+        QString path;
+        QSize size;
+        QVERIFY2(capture->syncDecodeFormat(media(file), duration, format, path, size), file);
+        QCOMPARE(size, video_size);
+        QVERIFY(path.startsWith(QDir::tempPath()) && path.endsWith(QLatin1String(".jpg")));
+        const QImage image(path);
+        QVERIFY(QFile::remove(path));
+        QCOMPARE(image.size(), image_size);
+        if (*red_corner == '\0')
+            continue;
+        QCOMPARE(redCorners(image), QString(red_corner));
 
-    const QTemporaryDir folder;
-    const QString own = folder.filePath("own.png");
-    QVERIFY(capture->syncDecodeCapture(media(file), own));
-    QCOMPARE(QImage(own).size(), image_size);
-    const QString bytes = folder.filePath("bytes.bmp");
-    QVERIFY(capture->captureFirstFrame(media(file).toUtf8().constData(), bytes));
-    QCOMPARE(QImage(bytes), QImage(own).convertToFormat(QImage(bytes).format()));
-}
-
-void TestVideoCapture::firstFrame_fails_forBadInput_data()
-{
-    columns<QString, QString>("file", "image");
-    row("text", "text.mp4", "image.png");
-    row("sound", "sound.m4a", "image.png");
-    row("missing", "missing.mp4", "image.png");
-    row("too large", "huge.mov", "image.png");
-    row("no such folder", "base.mp4", "missing/image.png");
-    row("unknown suffix", "base.mp4", "image.nothing");
+        const QTemporaryDir folder;
+        const QString own = folder.filePath("own.png");
+        QVERIFY(capture->syncDecodeCapture(media(file), own));
+        QCOMPARE(QImage(own).size(), image_size);
+        const QString bytes = folder.filePath("bytes.bmp");
+        QVERIFY(capture->captureFirstFrame(media(file).toUtf8().constData(), bytes));
+        QCOMPARE(QImage(bytes), QImage(own).convertToFormat(QImage(bytes).format()));
+    }
 }
 
 void TestVideoCapture::firstFrame_fails_forBadInput()
 {
-    QFETCH(QString, file);
-    QFETCH(QString, image);
     const QTemporaryDir folder;
-    QVERIFY(!capture->syncDecodeCapture(media(file), folder.filePath(image)));
-    QVERIFY(!capture->captureFirstFrame(media(file).toUtf8().constData(), folder.filePath(image)));
-    QVERIFY(QDir(folder.path()).isEmpty());
+    for (const auto& [file, image] : {std::pair("text.mp4", "image.png"),
+                                      {"sound.m4a", "image.png"},
+                                      {"missing.mp4", "image.png"},
+                                      {"huge.mov", "image.png"},
+                                      {"base.mp4", "missing/image.png"},
+                                      {"base.mp4", "image.nothing"}}) {
+        const InCase in_case(file);
+        QVERIFY(!capture->syncDecodeCapture(media(file), folder.filePath(image)));
+        QVERIFY(!capture->captureFirstFrame(media(file).toUtf8().constData(), folder.filePath(image)));
+        QVERIFY2(QDir(folder.path()).isEmpty(), file);
+    }
 }
 
 void TestVideoCapture::containerRotation_isReadFromContainerOnly()
@@ -260,12 +229,10 @@ void TestVideoCapture::information_isCopied_withoutRotation()
     VideoInformation source;
     source.facts.valid = true;
     source.facts.videoWidth = 1920;
-    source.facts.audioCodecID = 3;
     source.facts.videoRotate = 90;
     const VideoInformation copy(source);
     QCOMPARE(copy.getVideoRotate(), 0);
     QCOMPARE(copy.getVideoWidth(), 1920);
-    QCOMPARE(copy.getAudioCodecID(), 3);
     VideoInformation assigned;
     assigned.facts.videoRotate = 180;
     assigned = source;

@@ -2,12 +2,11 @@
 #include "multimedia/videoeditor/videoeditor.h"
 #include "tests/support/files.h"
 #include "tests/support/fulldisk.h"
+#include "tests/support/incase.h"
 #include "tests/support/mediacheck.h"
 #include "tests/support/row.h"
 #include "tests/support/videofile.h"
 
-#include <QtCore/QJsonArray>
-#include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
 
 #include <fcntl.h>
@@ -19,6 +18,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 namespace {
@@ -121,17 +121,13 @@ private Q_SLOTS:
     void initTestCase() { av_log_set_level(AV_LOG_QUIET); }
     void clip_copiesSpan_data();
     void clip_copiesSpan();
-    void clip_keepsRotation_data();
     void clip_keepsRotation();
-    void clip_reportsFailure_andLeavesNothing_data();
     void clip_reportsFailure_andLeavesNothing();
     void clip_keepsFiles_unlessItSucceeds();
-    void clip_fails_onFullDisk_data();
     void clip_fails_onFullDisk();
     void clip_ends_withDamagedSource();
     void cancel_takesEffectAtNextPacket_andLeavesNothing();
     void cancel_isNotLost_beforeThreadRuns();
-    void editor_refusesAtOnce_data();
     void editor_refusesAtOnce();
     void editor_clipsTwoFilesAtOnce();
     void editor_cancelsFormerClip_ofSameFile();
@@ -205,61 +201,51 @@ void TestVideoClip::clip_copiesSpan()
     QVERIFY2(std::abs(off_by) < 0.1, qPrintable(QStringLiteral("%1 s").arg(off_by)));
 }
 
-void TestVideoClip::clip_keepsRotation_data()
-{
-    columns<QString, QString, int, QString>("source", "suffix", "rotation", "red_corner");
-    row("90", "rotate90.mp4", "mp4", -90, "top right");
-    row("180", "rotate180.mov", "mov", -180, "bottom right");
-    row("270", "rotate270.mp4", "mp4", 90, "bottom left");
-    row("tag into matrix", "tag90.mkv", "mp4", -90, "top right");
-    row("matrix into tag", "rotate90.mp4", "mkv", 0, "");
-    row("tag", "tag90.mkv", "mkv", 0, "");
-}
-
 void TestVideoClip::clip_keepsRotation()
 {
-    QFETCH(QString, source);
-    QFETCH(QString, suffix);
-    QFETCH(int, rotation);
-    QFETCH(QString, red_corner);
-    const QString path = target(QStringLiteral("rotated.") + suffix);
-    QCOMPARE(clipSync(media(source), path, 3000, 4000), int(VideoClipThread::kDone));
+    // The last two write a tag and no matrix.
+    for (const auto& [source, suffix, rotation, red_corner] :
+         {std::tuple("rotate90.mp4", "mp4", -90, "top right"),
+          {"rotate180.mov", "mov", -180, "bottom right"},
+          {"rotate270.mp4", "mp4", 90, "bottom left"},
+          {"tag90.mkv", "mp4", -90, "top right"},
+          {"rotate90.mp4", "mkv", 0, ""},
+          {"tag90.mkv", "mkv", 0, ""}}) {
+        const InCase in_case(source, suffix);
+        const QString path = target(QString("rotated.") + suffix);
+        QCOMPARE(clipSync(media(source), path, 3000, 4000), int(VideoClipThread::kDone));
 
-    const QJsonObject video = mediacheck::stream(mediacheck::probe(path), "video");
-    if (red_corner.isEmpty()) {
-        QCOMPARE(video["tags"]["ROTATE"].toString(), QStringLiteral("90"));
-        return;
+        const QJsonObject video = mediacheck::stream(mediacheck::probe(path), "video");
+        if (rotation == 0) {
+            QCOMPARE(video["tags"]["ROTATE"].toString(), QStringLiteral("90"));
+            continue;
+        }
+        QCOMPARE(video[QStringLiteral("side_data_list")][0][QStringLiteral("rotation")].toInt(), rotation);
+        const QImage shown = mediacheck::frameAt(path, 0);
+        QCOMPARE(shown.size(), rotation == -180 ? QSize(160, 120) : QSize(120, 160));
+        QCOMPARE(redCorners(shown), QString(red_corner));
     }
-    QCOMPARE(video[QStringLiteral("side_data_list")][0][QStringLiteral("rotation")].toInt(), rotation);
-    const QImage shown = mediacheck::frameAt(path, 0);
-    QCOMPARE(shown.size(), rotation == -180 ? QSize(160, 120) : QSize(120, 160));
-    QCOMPARE(redCorners(shown), red_corner);
-}
-
-void TestVideoClip::clip_reportsFailure_andLeavesNothing_data()
-{
-    columns<QString, QString>("source", "target_name");
-    row("unknown suffix", "base.mp4", "clip.nothing");
-    row("no suffix", "base.mp4", "clip");
-    row("no such folder", "base.mp4", "missing/clip.mp4");
-    row("several files", "base.mp4", "clip.m3u8");
-    row("codec that the target lacks", "rich.mkv", "clip.mp4");
-    row("sound only", "sound.m4a", "clip.mp4");
-    row("missing", "missing.mp4", "clip.mp4");
-    row("empty", "empty.mp4", "clip.mp4");
-    row("text", "text.mp4", "clip.mp4");
-    row("nothing to seek by", "endless.h264", "clip.mp4");
-    row("head only", "headonly.mp4", "clip.mp4");
 }
 
 void TestVideoClip::clip_reportsFailure_andLeavesNothing()
 {
-    QFETCH(QString, source);
-    QFETCH(QString, target_name);
-    QTemporaryDir empty_folder;
-    QCOMPARE(clipSync(media(source), empty_folder.filePath(target_name), 0, 5000),
-             int(VideoClipThread::kFailed));
-    QVERIFY(QDir(empty_folder.path()).isEmpty());
+    for (const auto& [source, target_name] : {std::pair("base.mp4", "clip.nothing"),
+                                              {"base.mp4", "clip"},
+                                              {"base.mp4", "missing/clip.mp4"},
+                                              {"base.mp4", "clip.m3u8"}, // several files
+                                              {"rich.mkv", "clip.mp4"},  // a codec that the target lacks
+                                              {"sound.m4a", "clip.mp4"},
+                                              {"missing.mp4", "clip.mp4"},
+                                              {"empty.mp4", "clip.mp4"},
+                                              {"text.mp4", "clip.mp4"},
+                                              {"endless.h264", "clip.mp4"}, // nothing to seek by
+                                              {"headonly.mp4", "clip.mp4"}}) {
+        const InCase in_case(source, target_name);
+        QTemporaryDir empty_folder;
+        const int code = clipSync(media(source), empty_folder.filePath(target_name), 0, 5000);
+        QVERIFY2(code == VideoClipThread::kFailed, source);
+        QVERIFY2(QDir(empty_folder.path()).isEmpty(), target_name);
+    }
 }
 
 void TestVideoClip::clip_keepsFiles_unlessItSucceeds()
@@ -286,32 +272,23 @@ void TestVideoClip::clip_keepsFiles_unlessItSucceeds()
     QVERIFY(QDir(folder.path()).entryList({QStringLiteral("*.part")}, QDir::Files | QDir::Hidden).isEmpty());
 }
 
-void TestVideoClip::clip_fails_onFullDisk_data()
-{
-    columns<QString, int>("suffix", "missing_bytes");
-    for (const char* suffix : {"mp4", "mkv"}) {
-        for (const int missing : {1, 100, 4000})
-            QTest::addRow("%s, %d bytes short", suffix, missing) << suffix << missing;
-        QTest::addRow("%s, no room", suffix) << suffix << -1;
-    }
-}
-
 void TestVideoClip::clip_fails_onFullDisk()
 {
-    QFETCH(QString, suffix);
-    QFETCH(int, missing_bytes);
     const QString source = media("base.mp4");
-    const QString path = target(QStringLiteral("full.") + suffix);
-    QCOMPARE(clipSync(source, path, 0, 5000), int(VideoClipThread::kDone));
-    const rlim_t room = missing_bytes < 0 ? 0 : rlim_t(QFileInfo(path).size() - missing_bytes);
-    QVERIFY(QFile::remove(path));
-    int code = -1;
-    {
-        const FullDisk disk(room);
-        code = clipSync(source, path, 0, 5000);
+    for (const QString& path : {target("full.mp4"), target("full.mkv")}) {
+        QCOMPARE(clipSync(source, path, 0, 5000), int(VideoClipThread::kDone));
+        const auto size = rlim_t(QFileInfo(path).size());
+        QVERIFY(QFile::remove(path));
+        for (const rlim_t room : {size - 1, size - 100, size - 4000, rlim_t(0)}) {
+            int code = -1;
+            {
+                const FullDisk disk(room);
+                code = clipSync(source, path, 0, 5000);
+            }
+            QCOMPARE(code, int(VideoClipThread::kFailed));
+            QVERIFY(!QFile::exists(path));
+        }
     }
-    QCOMPARE(code, int(VideoClipThread::kFailed));
-    QVERIFY(!QFile::exists(path));
 }
 
 /// What can be read of it is there, and can be played.
@@ -362,36 +339,29 @@ void TestVideoClip::cancel_isNotLost_beforeThreadRuns()
     }
 }
 
-void TestVideoClip::editor_refusesAtOnce_data()
-{
-    columns<QString, bool, int, int, int>("source", "has_target", "start_ms", "end_ms", "reports");
-    row("start before 0", "base.mp4", true, -1, 1000, 1);
-    row("end before start", "base.mp4", true, 1001, 1000, 1);
-    row("no target", "base.mp4", false, 0, 1000, 1);
-    row("missing source", "missing.mp4", true, 0, 1000, 1);
-    row("no source", QString(), true, 0, 1000, 2);
-}
-
 void TestVideoClip::editor_refusesAtOnce()
 {
-    QFETCH(QString, source);
-    QFETCH(bool, has_target);
-    QFETCH(int, start_ms);
-    QFETCH(int, end_ms);
-    QFETCH(int, reports);
     const QString path = target("refused.mp4");
-    Request request("refused", source.isEmpty() ? source : media(source), has_target ? path : QString(),
-                    start_ms, end_ms);
-    VideoEditor::instance()->clip(request.filter);
-    QCOMPARE(request.codes, QList<int>(QVector<int>(reports, VideoClipThread::kFailed).toList()));
-    QCOMPARE(request.stages, QList<int>(QVector<int>(reports, 5).toList()));
-    QVERIFY(!QFile::exists(path));
+    const QString good = media("base.mp4");
+    for (const auto& [source, target, start_ms, end_ms] : {std::tuple(good, path, -1, 1000),
+                                                           {good, path, 1001, 1000},
+                                                           {good, QString(), 0, 1000},
+                                                           {media("missing.mp4"), path, 0, 1000},
+                                                           {QString(), path, 0, 1000}}) {
+        const InCase in_case(source, target, start_ms, end_ms);
+        Request request("refused", source, target, start_ms, end_ms);
+        const int reports = source.isEmpty() ? 2 : 1;
+        VideoEditor::instance()->clip(request.filter);
+        QCOMPARE(request.codes, QList<int>(QVector<int>(reports, VideoClipThread::kFailed).toList()));
+        QCOMPARE(request.stages, QList<int>(QVector<int>(reports, 5).toList()));
+        QVERIFY(!QFile::exists(path));
 
-    VideoClipThread thread;
-    QSignalSpy finished(&thread, &VideoClipThread::clipFinish);
-    QVERIFY(!thread.startClip(request.filter, false));
-    QCOMPARE(finished.size(), 1);
-    QVERIFY(!thread.isRunning());
+        VideoClipThread thread;
+        QSignalSpy finished(&thread, &VideoClipThread::clipFinish);
+        QVERIFY(!thread.startClip(request.filter, false));
+        QCOMPARE(finished.size(), 1);
+        QVERIFY(!thread.isRunning());
+    }
 }
 
 void TestVideoClip::editor_clipsTwoFilesAtOnce()

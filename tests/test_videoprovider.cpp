@@ -5,12 +5,6 @@
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
 
-#include <QtCore/QDir>
-#include <QtCore/QElapsedTimer>
-#include <QtCore/QFileInfo>
-#include <QtCore/QLoggingCategory>
-#include <QtCore/QTemporaryDir>
-#include <QtCore/QUrl>
 #include <QtTest/QtTest>
 
 #include <signal.h>
@@ -45,7 +39,6 @@ public:
     }
 };
 
-/// Ends all programs that this process has started.
 void killChildren()
 {
     QFile children(QStringLiteral("/proc/self/task/%1/children").arg(QCoreApplication::applicationPid()));
@@ -65,12 +58,11 @@ class TestVideoProvider : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void init();
+    void init() { reports.clear(); }
     void convert_tellsProgress_andMakesMp4();
     void queue_goesOn_whenOneIsMissing();
     void cancel_endsTheHead_andGoesOn();
     void report_mayAddTheNext();
-    void convert_takesPathAsOne_data();
     void convert_takesPathAsOne();
     void queue_stands_whenToolIsAbsent();
     void queue_ends_whenToolHangsOrFloods();
@@ -120,11 +112,6 @@ void TestVideoProvider::initTestCase()
             [this](const ConvertFileFilterPtr& filter, int code) {
                 reports.append({filter, code});
             });
-}
-
-void TestVideoProvider::init()
-{
-    reports.clear();
 }
 
 /// Comes first: the total stays that of the first file for as long as the process lives.
@@ -202,38 +189,33 @@ void TestVideoProvider::report_mayAddTheNext()
     QVERIFY(second->outputFile.contains("turned90"));
 }
 
-void TestVideoProvider::convert_takesPathAsOne_data()
-{
-    QTest::addColumn<QString>("name");
-    for (const char* name : {"two words", "a\"quote\"", "\"", "-y", "-i \"x\" -y", "%1 %2 %3", "concat:a|b",
-                             "$(touch x);'`", "\u97f3\u58f0", "line\nbreak", "trailing "})
-        QTest::newRow(name) << QString::fromUtf8(name);
-}
-
 void TestVideoProvider::convert_takesPathAsOne()
 {
-    QFETCH(QString, name);
     QDir(folder.path()).mkpath("odd");
     // Relative, so that the tool's argument begins as the name does.
     const QString before = QDir::currentPath();
     QVERIFY(QDir::setCurrent(path("odd")));
-    QVERIFY(QFile::copy(media("turned90.mp4"), name + ".mp4"));
-    const QStringList files = QDir().entryList(QDir::Files);
+    for (const char* utf8 : {"two words", "a\"quote\"", "\"", "-y", "-i \"x\" -y", "%1 %2 %3", "concat:a|b",
+                             "$(touch x);'`", "\u97f3\u58f0", "line\nbreak", "trailing "}) {
+        const QString name = QString::fromUtf8(utf8);
+        QVERIFY(QFile::copy(media("turned90.mp4"), name + ".mp4"));
+        const QStringList files = QDir().entryList(QDir::Files);
 
-    const auto filter = add(name + ".mp4");
-    QTRY_COMPARE(codes(filter), (QList<int>{0, 0}));
-    QCOMPARE(QFileInfo(filter->outputFile).path(), folder.path());
-    QVERIFY(QFileInfo(filter->outputFile).completeBaseName().startsWith(name));
-    QCOMPARE(provider->readVideoRotation(name + ".mp4"), 90);
-    QVERIFY(!QImage(provider->fetchVideoFirstFrame(name + ".mp4")).isNull());
-    QSignalSpy gif(provider, &VideoProvider::gifConvertComplete);
-    provider->mp4ToGif(name + ".mp4", "id");
-    QVERIFY(gif.wait());
-    QCOMPARE(gif[0][0].toString(), path(name + ".gif"));
-    QVERIFY(QFile::exists(path(name + ".gif")));
+        const auto filter = add(name + ".mp4");
+        QTRY_COMPARE(codes(filter), (QList<int>{0, 0}));
+        QCOMPARE(QFileInfo(filter->outputFile).path(), folder.path());
+        QVERIFY(QFileInfo(filter->outputFile).completeBaseName().startsWith(name));
+        QCOMPARE(provider->readVideoRotation(name + ".mp4"), 90);
+        QVERIFY(!QImage(provider->fetchVideoFirstFrame(name + ".mp4")).isNull());
+        QSignalSpy gif(provider, &VideoProvider::gifConvertComplete);
+        provider->mp4ToGif(name + ".mp4", "id");
+        QVERIFY(gif.wait());
+        QCOMPARE(gif[0][0].toString(), path(name + ".gif"));
+        QVERIFY(QFile::exists(path(name + ".gif")));
 
-    QCOMPARE(QDir().entryList(QDir::Files), files);
-    QVERIFY(QFile::remove(name + ".mp4"));
+        QCOMPARE(QDir().entryList(QDir::Files), files);
+        QVERIFY2(QFile::remove(name + ".mp4"), utf8);
+    }
     QVERIFY(QDir::setCurrent(before));
 }
 

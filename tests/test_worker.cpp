@@ -1,8 +1,6 @@
 #include "multimedia/base/threadinfo.h"
 #include "multimedia/base/worker.h"
 
-#include <QtCore/QSemaphore>
-#include <QtCore/QThreadPool>
 #include <QtTest/QtTest>
 
 #include <atomic>

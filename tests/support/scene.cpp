@@ -11,6 +11,8 @@
 #include <QtWidgets/QFileDialog>
 #include <QtWidgets/QLineEdit>
 
+#include <utility>
+
 namespace {
 
 QQuickItem* findIn(QQuickItem* parent, const QString& name)
@@ -159,20 +161,14 @@ void Scene::shoot(const QString& name)
     folder.mkpath(QStringLiteral("."));
     const QSize before = shown.size();
     const QVariant theme = shown.property("theme");
-    struct Size
-    {
-        const char* name = nullptr;
-        QSize size;
-    };
-    for (const Size& size : {Size{"large", {1180, 760}}, Size{"small", shown.minimumSize()}}) {
-        shown.resize(size.size);
-        QTRY_COMPARE(shown.size(), size.size);
+    for (const auto& [label, size] : {std::pair("large", QSize(1180, 760)), {"small", shown.minimumSize()}}) {
+        shown.resize(size);
+        QTRY_COMPARE(shown.size(), size);
         for (const int dark : {0, 1}) {
             shown.setProperty("theme", dark);
             settle();
-            shown.grabWindow().save(folder.filePath(QStringLiteral("%1-%2-%3.png")
-                                                        .arg(name, dark ? "dark" : "light")
-                                                        .arg(QLatin1String(size.name))));
+            shown.grabWindow().save(folder.filePath(
+                QStringLiteral("%1-%2-%3.png").arg(name, dark ? "dark" : "light").arg(QLatin1String(label))));
         }
     }
     shown.setProperty("theme", theme);

@@ -2,9 +2,22 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <utility>
 
 namespace soundcheck {
+
+QByteArray bytesOf(const Samples& samples)
+{
+    return {reinterpret_cast<const char*>(samples.data()), int(samples.size() * sizeof(samples[0]))};
+}
+
+Samples samplesOf(const QByteArray& bytes)
+{
+    Samples samples(size_t(bytes.size()) / sizeof(int16_t));
+    std::memcpy(samples.data(), bytes.constData(), samples.size() * sizeof(int16_t));
+    return samples;
+}
 
 Samples vowel(int sample_rate, double pitch_hz, double seconds)
 {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QtCore/QByteArray>
+
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -10,6 +12,9 @@
 namespace soundcheck {
 
 using Samples = std::vector<int16_t>;
+
+QByteArray bytesOf(const Samples& samples);
+Samples samplesOf(const QByteArray& bytes);
 
 /// A voice that holds one vowel: harmonics of `pitch_hz` under four formants.
 Samples vowel(int sample_rate, double pitch_hz, double seconds);

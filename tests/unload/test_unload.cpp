@@ -2,10 +2,9 @@
 // The program is linked with the leak checker, which watches every allocation, whoever makes it, and looks
 // once more when the process ends.
 
+#include "tests/support/files.h"
 #include "tests/support/gifwriter.h"
 
-#include <QtCore/QLibrary>
-#include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
 
 #include <sanitizer/lsan_interface.h>
@@ -49,10 +48,7 @@ void TestUnload::unload_losesNoMemory_andMayBeUndone()
     const QTemporaryDir folder;
     const QByteArray gif = QFile::encodeName(folder.filePath(QStringLiteral("a.gif")));
     const QByteArray result = QFile::encodeName(folder.filePath(QStringLiteral("b.gif")));
-    QFile file(QFile::decodeName(gif));
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(GifWriter(64, 48).greys(5, 4).finished());
-    file.close();
+    writeFile(QFile::decodeName(gif), GifWriter(64, 48).greys(5, 4).finished());
 
     QLibrary host(QStringLiteral(UNLOAD_HOST));
     QVERIFY(!isLoaded(MULTIMEDIA_SONAME));
