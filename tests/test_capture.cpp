@@ -9,6 +9,7 @@
 
 #include <QtTest/QtTest>
 
+#include <map>
 #include <mutex>
 
 using namespace multimedia;
@@ -33,6 +34,7 @@ class TestCapture : public QObject
 private Q_SLOTS:
     void initTestCase();
     void cleanupTestCase() { picture.reset(); }
+    void captureInput_asksForThePointer();
     void captureInput_isEmpty_whereNoScreenIs();
     void getQaudio_endsCleanly_atAnyMoment();
     void grabScreen_keepsItsPace();
@@ -51,9 +53,22 @@ void TestCapture::initTestCase()
     QVERIFY(picture->isShown());
 }
 
+void TestCapture::captureInput_asksForThePointer()
+{
+    const CaptureInput mac = avfoundationInput(25, 3);
+    QCOMPARE(mac.format, std::string("avfoundation"));
+    QCOMPARE(mac.device, std::string("3:none"));
+    const std::vector<std::pair<std::string, std::string>> options = {
+        {"capture_cursor", "1"}, {"capture_mouse_clicks", "1"}, {"framerate", "25/1"}};
+    QCOMPARE(mac.options, options);
+
+    const CaptureInput x11 = captureInput(10, getVideoIndex(QGuiApplication::primaryScreen()));
+    const std::map<std::string, std::string> x11_options(x11.options.begin(), x11.options.end());
+    QCOMPARE(x11_options.at("draw_mouse"), std::string("1"));
+}
+
 void TestCapture::captureInput_isEmpty_whereNoScreenIs()
 {
-    QCOMPARE(avfoundationInput(25, 3).device, std::string("3:none"));
     QCOMPARE(getVideoIndex(nullptr), -1);
     for (const int nowhere : {-1, 1}) {
         LogCapture log;

@@ -162,6 +162,7 @@ void TestFaceDetect::blur_hidesFaceOnly_inEveryFormat()
     for (const QImage::Format format :
          {QImage::Format_RGB32, QImage::Format_ARGB32, QImage::Format_RGB888, QImage::Format_BGR888,
           QImage::Format_Grayscale8, QImage::Format_Indexed8}) {
+        const InCase in_case(format);
         const QImage image = seen.convertToFormat(format);
         const QImage blurred = multimedia::withFacesBlurred(image, seen, {kFace});
         QCOMPARE(blurred.format(), format);

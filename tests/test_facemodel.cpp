@@ -154,6 +154,7 @@ void TestFaceModel::picturesWithoutPeople_stayAsTheyAre()
     QImage white = black;
     white.fill(Qt::white);
     for (const QImage& image : {photo("rocket.jpg"), photo("coffee.jpg"), photo("cat.jpg"), black, white}) {
+        const InCase in_case(image, image.pixel(0, 0));
         QCOMPARE(multimedia::faceMask(image), image);
     }
 }

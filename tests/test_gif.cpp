@@ -124,6 +124,7 @@ void TestGif::compress_followsTheRules()
           {"target below half", QSize(100, 60), 1, QSize(20, 12), QSize(20, 12)},
           {"one side over half", QSize(100, 100), 1, QSize(90, 10), QSize(50, 50)}}) {
         const InCase in_case(name);
+        init();
         const QString input =
             write("in.gif", GifWriter(source.width(), source.height()).greys(4, 5).finished());
         GifHandler handler;
@@ -149,6 +150,7 @@ void TestGif::compress_keepsFramesAndTiming()
     for (const QByteArray& gif :
          {uneven.finished(), same.finished(), GifWriter(40, 30).greys(1, 300).finished(),
           GifWriter(40, 30).greys(5, 0).finished(), GifWriter(8, 8).greys(100, 3).finished()}) {
+        const InCase in_case(gif.size());
         const QString input = write("in.gif", gif);
         GifHandler handler;
         QVERIFY(handler.compressGifSync("id", input, path("out.gif"), 1, {}));

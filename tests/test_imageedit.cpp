@@ -333,6 +333,7 @@ void TestImageEdit::edit_takesEveryKindOfPicture()
         drawing.fill(Qt::transparent);
         drawing.setPixelColor(expected.width() - 1, expected.height() - 1, Qt::cyan);
         for (bool in_pool : {false, true}) {
+            QFile::remove(at("out.png")); // of the one before
             QVERIFY(drawing.save(at("drawing@3x.png")));
             const QVariantMap info = cropped({0, 0, 1, 1}, {{"editedImagePath", at("drawing@3x.png")}});
             if (in_pool)

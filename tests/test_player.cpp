@@ -1,5 +1,6 @@
 #include "multimedia/audioplayer/audioplayer_p.h"
 #include "tests/support/files.h"
+#include "tests/support/incase.h"
 #include "tests/support/monitor.h"
 #include "tests/support/playerhost.h"
 #include "tests/support/row.h"
@@ -62,6 +63,7 @@ void TestPlayer::cleanup()
 void TestPlayer::play_isHeardWhole_atEverySpeed()
 {
     for (const double speed : {1.0, 1.5, 2.0, 3.0, 0.5}) {
+        const InCase in_case("speed", speed);
         const double effective = std::min(speed, 2.0);
         host->forget();
         Monitor monitor;

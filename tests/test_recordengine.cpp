@@ -69,6 +69,7 @@ private Q_SLOTS:
     void stopRecord_reportsNothing_withoutStart();
     void storagePath_isKept_whenItCannotBeMade();
     void config_isReplaced_andForgotten();
+    void convertToPCM_givesNothing_ofBadFile();
     void convertSamples_stretchesAndShrinks();
     void record_ends_withProcess();
     void record_ends_whenMicrophoneVanishes();
@@ -343,6 +344,9 @@ void TestRecordEngine::config_isReplaced_andForgotten()
     QSignalSpy changed(engine, &RecordEngine::configChanged);
     {
         RecordConfig other;
+        QCOMPARE(other.inputDevice(), QString("Default"));
+        QCOMPARE(other.sampleRate(), 24000);
+        QCOMPARE(other.channels(), 1);
         engine->setConfig(&other);
         engine->setConfig(&other);
         QVERIFY(engine->startRecord());
@@ -353,6 +357,18 @@ void TestRecordEngine::config_isReplaced_andForgotten()
     QVERIFY(!engine->startRecord());
     engine->setConfig(own);
     QCOMPARE(changed.count(), 2);
+
+    QSignalSpy states(engine, &RecordEngine::stateChanged);
+    engine->setState(2);
+    engine->setState(2);
+    QCOMPARE(states.count(), 2);
+    QCOMPARE(states.last(), (QList<QVariant>{QString(), 2}));
+}
+
+void TestRecordEngine::convertToPCM_givesNothing_ofBadFile()
+{
+    for (const QString& bad : {QString(), media("none.aac"), media("empty.wav")})
+        QVERIFY2(engine->convertToPCM(bad).isEmpty(), qPrintable(bad));
 }
 
 void TestRecordEngine::convertSamples_stretchesAndShrinks()

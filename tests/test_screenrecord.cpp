@@ -1,6 +1,7 @@
 #include "multimedia/base/warning.h"
 #include "multimedia/screenrecord/screenrecord.h"
 #include "tests/support/fulldisk.h"
+#include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
 #include "tests/support/process.h"
@@ -266,6 +267,7 @@ void TestScreenRecord::record_endsAtOnce_whenNothingCanCome()
                             Case{inside, "DISPLAY", true, "[createVideo]:\terror in open video format\t"},
                             Case{inside, "", false, "[createVideo]:\terror in open video format\t"},
                             Case{inside, "TMPDIR", true, "[writeHeader]:\terror in open io\t"}}) {
+        const InCase in_case(bad.line, bad.rect, bad.variable);
         ScreenRecord recorder;
         recorder.setScreen(bad.has_screen ? QGuiApplication::primaryScreen() : nullptr);
         recorder.setRect(bad.rect);
@@ -343,6 +345,10 @@ void TestScreenRecord::pause_beforeTheStart_keepsNoEarlierSound()
             .arg(recorder.getFile())
             .split(QLatin1Char(' ')));
     QVERIFY2(packets.split('\n')[0].toDouble() >= 1, packets.left(40).constData());
+    QCOMPARE(mediacheck::decodeErrors(recorder.getFile()), QString());
+    const double video =
+        mediacheck::seconds(mediacheck::stream(mediacheck::probe(recorder.getFile()), "video"));
+    QVERIFY2(std::abs(video - recorded_s) < 0.4, qPrintable(QString::number(video)));
 }
 
 void TestScreenRecord::setters_areRefused_whileProcessing()

@@ -280,6 +280,7 @@ void TestVideoClip::clip_fails_onFullDisk()
         const auto size = rlim_t(QFileInfo(path).size());
         QVERIFY(QFile::remove(path));
         for (const rlim_t room : {size - 1, size - 100, size - 4000, rlim_t(0)}) {
+            const InCase in_case(path, size - room);
             int code = -1;
             {
                 const FullDisk disk(room);

@@ -2,6 +2,7 @@
 #include "multimedia/videoprovider/toolcommand.h"
 #include "multimedia/videoprovider/videoprovider.h"
 #include "tests/support/files.h"
+#include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
 
@@ -198,6 +199,7 @@ void TestVideoProvider::convert_takesPathAsOne()
     for (const char* utf8 : {"two words", "a\"quote\"", "\"", "-y", "-i \"x\" -y", "%1 %2 %3", "concat:a|b",
                              "$(touch x);'`", "\u97f3\u58f0", "line\nbreak", "trailing "}) {
         const QString name = QString::fromUtf8(utf8);
+        const InCase in_case(name);
         QVERIFY(QFile::copy(media("turned90.mp4"), name + ".mp4"));
         const QStringList files = QDir().entryList(QDir::Files);
 
@@ -214,7 +216,7 @@ void TestVideoProvider::convert_takesPathAsOne()
         QVERIFY(QFile::exists(path(name + ".gif")));
 
         QCOMPARE(QDir().entryList(QDir::Files), files);
-        QVERIFY2(QFile::remove(name + ".mp4"), utf8);
+        QVERIFY(QFile::remove(name + ".mp4"));
     }
     QVERIFY(QDir::setCurrent(before));
 }
