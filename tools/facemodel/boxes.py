@@ -15,8 +15,8 @@ AMBIGUOUS_OVERLAP = 0.28
 FORCED_OVERLAP = 0.15  # a face's best prior is taken from this overlap on, whatever the others get
 LARGEST_PRIOR = float(PRIOR_SIZES[-1][-1])
 
-PART_OF_FACE = 4.0  # a prior in a face of this many times its side sees an eye or an ear, not the face
-EARS = 0.2  # how far beside its box, in widths, a face goes on
+PART_OF_FACE = 2.5  # a prior in a face of this many times its side sees an eye, a mouth or an ear, not the face
+EARS = 0.25  # how far beside its box, in widths, a face goes on
 
 BACKGROUND, FACE, PART, IGNORED = 0, 1, 2, -1
 

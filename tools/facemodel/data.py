@@ -10,9 +10,9 @@ import cv2
 import numpy as np
 
 # How often a source is drawn from, for pictures that show faces.
-SOURCE_WEIGHT = {"maskon": 4.0, "mtfl": 2.5, "udacity": 2.0, "utk": 2.0, "wider": 1.6, "f8k": 1.6, "bikes": 1.6, "imnet": 0.8, "bsds": 0.7}
+SOURCE_WEIGHT = {"maskon": 5.0, "mtfl": 2.5, "udacity": 2.0, "utk": 2.0, "wider": 1.6, "f8k": 1.6, "bikes": 1.6, "imnet": 0.8, "bsds": 0.7}
 # How often a whole photo with several faces is drawn from a source.
-CROWD_WEIGHT = {"maskon": 3.0, "wider": 2.5, "bikes": 2.5, "f8k": 2.0, "bsds": 1.0, "imnet": 0.7}
+CROWD_WEIGHT = {"maskon": 4.5, "wider": 2.5, "bikes": 2.5, "f8k": 2.0, "bsds": 1.0, "imnet": 0.7}
 LARGEST_EMPTY_PICTURE = 320  # pixels of the long side: pictures without faces serve as backgrounds only
 SMALLEST_FACE = 8.0  # pixels; a smaller face is neither face nor background
 LARGEST_FED = 480  # pixels of the long side: the library shrinks a larger picture
@@ -104,7 +104,9 @@ class Composer:
             if crowds and source in CROWD_WEIGHT:
                 self.crowds.append(crowds)
                 self.crowd_weights.append(CROWD_WEIGHT[source])
-        self.large = [photo for photos in self.by_source for photo in photos if any(face.size >= LARGE_FACE for face in photo.wanted)]
+        large = [[photo for photo in photos if any(face.size >= LARGE_FACE for face in photo.wanted)] for photos in self.by_source]
+        self.large = [photos for photos in large if photos]
+        self.large_weights = [math.sqrt(len(photos)) for photos in self.large]
         self.mistaken = [photo for photos in sources.values() for photo in photos if photo.mistakes]
         self.small = [photo for photos in self.by_source for photo in photos if max(photo.pixels().shape[:2]) <= 200]
 
@@ -147,10 +149,10 @@ class Composer:
                    np.array([centre(rect[0], rect[2]), centre(rect[1], rect[3])]), random.random() < 0.5)
 
     def put_whole(self, canvas, faces, photo):
-        """Draw a photo about as large as the library sees it, as much of it as there is room for around one of its faces."""
+        """Draw a photo as large as the library sees it or somewhat smaller, as much of it as there is room for around one of its faces."""
         room = np.array(canvas.shape[1::-1], float)
         length = np.array(photo.pixels().shape[1::-1], float)
-        scale = min(1, LARGEST_FED / length.max()) * random.uniform(0.85, 1.2)
+        scale = min(1, LARGEST_FED / length.max()) * random.uniform(*random.choices(((0.85, 1.2), (0.5, 0.85)), (0.65, 0.35))[0])
         face = random.choice(photo.wanted).box.reshape(2, 2).mean(0)
         if mirrored := random.random() < 0.5:
             face[0] = length[0] - face[0]
@@ -222,7 +224,7 @@ class Composer:
         height, width = canvas.shape[:2]
         self.background(canvas, (0, 0, width, height))
         short = min(height, width)
-        photo = random.choice(self.large) if short > 200 else self.photo()
+        photo = random.choice(random.choices(self.large, self.large_weights)[0]) if short > 200 else self.photo()
         self.put(canvas, faces, (0, 0, width, height), short * 0.5, max(height, width) * 1.0, photo)
 
     def mosaic(self, canvas, faces):
@@ -293,7 +295,7 @@ class Composer:
             weights = (0.20, filling, 0.04, 0.50, 0.0, 0.14) if self.plain else (0.20, filling, 0.22, 0.36, 0.04, 0.09)
         random.choices(kinds, weights)[0](canvas, faces)
         for face in faces:
-            if face.landmarks is not None and not face.ignored and random.random() < 0.08:
+            if face.landmarks is not None and not face.ignored and random.random() < 0.14:
                 cover(canvas, face)
         if not self.plain or random.random() < 0.4:
             canvas = degrade(canvas)

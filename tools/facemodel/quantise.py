@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """Makes the library's model file of a float network, and trains on through the rounding.
 
-    quantise.py DATA OUT --float RUN/float.pt [--minutes 20] [--calibration SLOPE SHIFT]
-    quantise.py DATA OUT --integer OUT/integer.pt [--minutes 20]
+    quantise.py DATA OUT --float RUN/float.pt [--minutes 6] [--calibration SLOPE SHIFT]
+    quantise.py DATA OUT --integer OUT/integer.pt [--minutes 6]
 
 OUT receives facemodel.bin, integer.pt (stored units, unrounded: the file to go on from) and log.txt. With --minutes 0 the network is
 rounded as it is.
@@ -50,8 +50,8 @@ def main():
     start.add_argument("--float", type=Path, help="a folded float network")
     start.add_argument("--integer", type=Path, help="integer.pt of a former run")
     parser.add_argument("--calibration", type=float, nargs=2, default=(1.0, 0.0), metavar=("SLOPE", "SHIFT"))
-    parser.add_argument("--minutes", type=float, default=20)
-    parser.add_argument("--rate", type=float, default=1e-3, help="highest step, as a share of a layer's mean weight")
+    parser.add_argument("--minutes", type=float, default=6)
+    parser.add_argument("--rate", type=float, default=2e-4, help="highest step, as a share of a layer's mean weight")
     parser.add_argument("--threads", type=int, default=2)
     parser.add_argument("--seed", type=int, default=int(time.time()))
     arguments = parser.parse_args()
@@ -74,7 +74,7 @@ def main():
 
     if arguments.minutes > 0:
         training = data.load_pixels(arguments.data, "train")
-        look_over(average, training, log)
+        look_over(average, training, log, threshold=0.5)  # calibrated, the least that the library shows
         groups = [{"params": [p], "highest": arguments.rate * float(p.detach().pow(2).mean().sqrt())} for p in net.parameters()]
         optimiser = torch.optim.Adam(groups, lr=0.0)
         batches = torch.utils.data.DataLoader(Pictures(data.Composer(training, plain=True)), batch_size=None, num_workers=2, prefetch_factor=6)

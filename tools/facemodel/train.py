@@ -34,7 +34,7 @@ BATCHES = [
 ]
 NEGATIVES_PER_POSITIVE = 4
 BOX_WEIGHT, POINT_WEIGHT = 0.7, 0.15
-PART_WEIGHT = 3.0  # of a face of its own seen in an eye or an ear: the detector's second box
+PART_WEIGHT = 8.0  # of a face of its own seen in a part of one: the detector's second box
 WARM_UP = 0.02
 AVERAGING = 0.998
 SURE = 0.9  # the score from which a face that nobody labelled is believed
@@ -155,14 +155,14 @@ def look_over_photo(photo, scores, found):
     return unlabelled, misplaced, mistakes
 
 
-def look_over(net, sources, log):
+def look_over(net, sources, log, threshold=0.2):
     """Marks in photos for training what a network in hand shows of their labels and of itself.
 
     Where people are, faces that it is sure of and nobody labelled, and labels beside such a face (a box in the hair), are ignored
-    from now on. What else it takes for a face, away from all labels, becomes a mistake of the photo, to be shown more often.
+    from now on. What else scores above threshold, away from all labels, becomes a mistake of the photo, to be shown more often.
     """
     for source, photos in sources.items():
-        marks = [look_over_photo(photo, scores, found) for photo, (scores, found, _) in detect(net, photos, 0.2)]
+        marks = [look_over_photo(photo, scores, found) for photo, (scores, found, _) in detect(net, photos, threshold)]
         unlabelled, misplaced, mistakes = np.sum(marks, 0)
         log(f"{source}: {unlabelled} faces that nobody labelled and {misplaced} labels beside them ignored, {mistakes} mistakes to show")
 
