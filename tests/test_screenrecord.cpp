@@ -135,6 +135,7 @@ void TestScreenRecord::flow(int duration_ms)
 
 QString TestScreenRecord::record(ScreenRecord& recorder, int duration_ms)
 {
+    QCoreApplication::sendPostedEvents(&recorder); // of a recording before this one
     QSignalSpy finished(&recorder, &ScreenRecord::fileChanged);
     recorded_s = 0;
     change(recorder, &ScreenRecord::start, ScreenRecord::Running);
