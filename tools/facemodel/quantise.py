@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """Makes the library's model file of a float network, and trains on through the rounding.
 
-    quantise.py DATA OUT --float RUN/float.pt [--minutes 6] [--calibration SLOPE SHIFT]
-    quantise.py DATA OUT --integer OUT/integer.pt [--minutes 6]
+    quantise.py DATA OUT --float RUN/float.pt [--minutes 6] [--passing P... --sure P...]
+    quantise.py DATA OUT --integer OUT/integer.pt [--minutes 6] [--passing P... --sure P...]
 
 OUT receives facemodel.bin, integer.pt (stored units, unrounded: the file to go on from) and log.txt. With --minutes 0 the network is
 rounded as it is.
@@ -14,32 +14,55 @@ import math
 import time
 from pathlib import Path
 
+import numpy as np
 import torch
 
+import boxes
 import data
 import integer
-from net import Net
+from net import PRIOR_SIZES, Net
 from train import Pictures, begin_run, evaluate, loss_of, look_over
 
 AVERAGING = 0.995
+SIZES = [size for sizes in PRIOR_SIZES for size in sizes]
 
 
-def calibrate(net, slope, shift):
-    """Make the log odds of a face slope * log odds + shift.
+class Calibration:
+    """Makes the log odds of a face slope * log odds + shift, by the size of the prior.
 
     The detector drops what scores 0.5 or less before anything else sees it, and a credible face needs up to 0.95. A network trained
-    to tell probabilities has found many a small face below 0.5; a slope below 1 and a positive shift bring these in and keep 0.95 high.
+    to tell probabilities has found many a small face below 0.5; this brings in what it gives `passing`, the smaller the face the less
+    must do, and keeps 0.95 for what it gives `sure`, the larger the face the more: small parts of a large face and dogs score high, too.
     """
-    with torch.no_grad():
-        for head in net.conf:
-            head.weight.mul_(slope)
-            head.bias.mul_(slope)
-            head.bias[0::2] -= shift / 2
-            head.bias[1::2] += shift / 2
 
+    def __init__(self, passing, sure):
+        """One of each for every size of PRIOR_SIZES from the smallest on; the last stands for all that follow."""
+        self.passing, self.sure = passing, sure
+        lowest, highest = (torch.logit(torch.tensor(p + p[-1:] * (len(SIZES) - len(p)))) for p in (passing, sure))
+        self.slope = torch.logit(torch.tensor(0.95)) / (highest - lowest)
+        self.shift = -self.slope * lowest
 
-def uncalibrated(logits, slope, shift):
-    return (logits + torch.tensor([shift / 2, -shift / 2])) / slope
+    def apply(self, net, units=(1, 1, 1, 1), former=None):
+        """units: what one is in the heads' biases; former: the calibration that the network has already."""
+        first = 0
+        with torch.no_grad():
+            for head, unit, sizes in zip(net.conf, units, PRIOR_SIZES):
+                part = slice(first, first + len(sizes))
+                slope, shift = self.slope[part], self.shift[part]
+                if former:
+                    slope = slope / former.slope[part]
+                    shift = shift - former.shift[part] * slope
+                head.weight.mul_(slope.repeat_interleave(2).view(-1, 1, 1, 1))
+                head.bias.mul_(slope.repeat_interleave(2))
+                head.bias[0::2] -= shift * unit / 2
+                head.bias[1::2] += shift * unit / 2
+                first += len(sizes)
+
+    def undone(self, logits, width, height):
+        """What the network gave the priors of a picture before it was calibrated."""
+        index = np.searchsorted(SIZES, boxes.priors(width, height)[:, 2])
+        shift = self.shift[index, None] / 2
+        return (logits + torch.cat([shift, -shift], 1)) / self.slope[index, None]
 
 
 def main():
@@ -49,26 +72,29 @@ def main():
     start = parser.add_mutually_exclusive_group(required=True)
     start.add_argument("--float", type=Path, help="a folded float network")
     start.add_argument("--integer", type=Path, help="integer.pt of a former run")
-    parser.add_argument("--calibration", type=float, nargs=2, default=(1.0, 0.0), metavar=("SLOPE", "SHIFT"))
+    parser.add_argument("--passing", type=float, nargs="+", help="probability that becomes 0.5, by size of the prior; 0.5 or what it was")
+    parser.add_argument("--sure", type=float, nargs="+", help="probability that becomes 0.95, likewise; 0.95 or what it was")
     parser.add_argument("--minutes", type=float, default=6)
-    parser.add_argument("--rate", type=float, default=2e-4, help="highest step, as a share of a layer's mean weight")
+    parser.add_argument("--rate", type=float, default=5e-5, help="highest step, as a share of a layer's mean weight")
     parser.add_argument("--threads", type=int, default=2)
     parser.add_argument("--seed", type=int, default=int(time.time()))
     arguments = parser.parse_args()
     log = begin_run(arguments)
     if arguments.float:
+        calibration = Calibration(arguments.passing or [0.5], arguments.sure or [0.95])
         folded = Net(normalised=False)
         folded.load_state_dict(torch.load(arguments.float))
-        calibration = tuple(arguments.calibration)
-        calibrate(folded, *calibration)
+        calibration.apply(folded)
         factors = integer.factors(folded.table())
         log("factors " + " ".join(f"{f:.3f}" for f in factors))
         net = integer.IntegerNet.of(folded, factors)
     else:
         saved = torch.load(arguments.integer)
-        calibration = saved["calibration"]
+        former = Calibration(saved["passing"], saved["sure"])
+        calibration = Calibration(arguments.passing or saved["passing"], arguments.sure or saved["sure"])
         net = integer.IntegerNet()
         net.load_state_dict(saved["net"])
+        calibration.apply(net, integer.SCALES[integer.BACKBONE_LAYERS + 1::2], former)
     net = net.to(memory_format=torch.channels_last)
     average = copy.deepcopy(net)
 
@@ -87,7 +113,7 @@ def main():
                 group["lr"] = group["highest"] * 0.5 * (1 + math.cos(math.pi * progress))
             with torch.autocast("cpu", dtype=torch.bfloat16):
                 locations, logits = net(net.as_input(pictures))
-            loss, parts = loss_of(locations, uncalibrated(logits, *calibration), *targets)
+            loss, parts = loss_of(locations, calibration.undone(logits, pictures.shape[2], pictures.shape[1]), *targets)
             optimiser.zero_grad()
             loss.backward()
             torch.nn.utils.clip_grad_norm_(net.parameters(), 1.0)
@@ -103,7 +129,7 @@ def main():
                     f"landmarks {terms[2] / 100:.3f}")
                 terms.zero_()
 
-    torch.save({"net": average.state_dict(), "calibration": calibration}, arguments.out / "integer.pt")
+    torch.save({"net": average.state_dict(), "passing": calibration.passing, "sure": calibration.sure}, arguments.out / "integer.pt")
     (arguments.out / "facemodel.bin").write_bytes(integer.pack(average.rows()))
     evaluate(average, data.load(arguments.data, "val"), log, threshold=0.5)
 

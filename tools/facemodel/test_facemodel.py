@@ -17,6 +17,7 @@ import boxes
 import data
 import integer
 import metrics
+import quantise
 import train
 from net import Net
 
@@ -165,6 +166,22 @@ class Integers(unittest.TestCase):
         with torch.no_grad():
             for found, wanted in zip(whole(whole.as_input(picture).double()), net(net.as_input(picture).double())):
                 self.assertLess(float((found - wanted).pow(2).mean().sqrt()), 0.15 * float(wanted.pow(2).mean().sqrt()))
+
+    def test_calibration_makes_of_two_probabilities_what_the_detector_asks(self):
+        net, picture = Net(normalised=False).eval(), torch.rand(1, 3, 65, 83)
+        with torch.no_grad():
+            _, before = net(picture)
+            former = quantise.Calibration([0.3, 0.4], [0.9])
+            former.apply(net)
+            calibration = quantise.Calibration([0.05, 0.1, 0.2], [0.98, 0.99])
+            calibration.apply(net, former=former)
+            _, after = net(picture)
+        np.testing.assert_allclose(calibration.undone(after, 83, 65), before, atol=1e-4)
+        for size, passing, sure in ((10, 0.05, 0.98), (16, 0.1, 0.99), (24, 0.2, 0.99), (256, 0.2, 0.99)):
+            index = quantise.SIZES.index(size)
+            for probability, becomes in ((passing, 0.5), (sure, 0.95)):
+                odds = calibration.slope[index] * torch.logit(torch.tensor(probability)) + calibration.shift[index]
+                self.assertAlmostEqual(float(torch.sigmoid(odds)), becomes, places=5)
 
     def test_a_file_comes_back_as_it_was_written(self):
         file = MODEL.read_bytes()
