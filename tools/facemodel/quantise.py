@@ -24,6 +24,7 @@ from net import PRIOR_SIZES, Net
 from train import Pictures, begin_run, evaluate, loss_of, look_over
 
 AVERAGING = 0.995
+CONFIDENCE_SCALES = integer.SCALES[integer.BACKBONE_LAYERS + 1::2]
 SIZES = [size for sizes in PRIOR_SIZES for size in sizes]
 
 
@@ -44,19 +45,17 @@ class Calibration:
 
     def apply(self, net, units=(1, 1, 1, 1), former=None):
         """units: what one is in the heads' biases; former: the calibration that the network has already."""
-        first = 0
+        slope, shift = self.slope, self.shift
+        if former:
+            slope = slope / former.slope
+            shift = shift - former.shift * slope
+        counts = [len(sizes) for sizes in PRIOR_SIZES]
         with torch.no_grad():
-            for head, unit, sizes in zip(net.conf, units, PRIOR_SIZES):
-                part = slice(first, first + len(sizes))
-                slope, shift = self.slope[part], self.shift[part]
-                if former:
-                    slope = slope / former.slope[part]
-                    shift = shift - former.shift[part] * slope
-                head.weight.mul_(slope.repeat_interleave(2).view(-1, 1, 1, 1))
-                head.bias.mul_(slope.repeat_interleave(2))
-                head.bias[0::2] -= shift * unit / 2
-                head.bias[1::2] += shift * unit / 2
-                first += len(sizes)
+            for head, unit, slopes, shifts in zip(net.conf, units, slope.split(counts), shift.split(counts)):
+                head.weight.mul_(slopes.repeat_interleave(2).view(-1, 1, 1, 1))
+                head.bias.mul_(slopes.repeat_interleave(2))
+                head.bias[0::2] -= shifts * unit / 2
+                head.bias[1::2] += shifts * unit / 2
 
     def undone(self, logits, width, height):
         """What the network gave the priors of a picture before it was calibrated."""
@@ -94,7 +93,9 @@ def main():
         calibration = Calibration(arguments.passing or saved["passing"], arguments.sure or saved["sure"])
         net = integer.IntegerNet()
         net.load_state_dict(saved["net"])
-        calibration.apply(net, integer.SCALES[integer.BACKBONE_LAYERS + 1::2], former)
+        calibration.apply(net, CONFIDENCE_SCALES, former)
+        clipped = sum(int((head.weight.abs() > integer.LARGEST_WEIGHT + 0.5).sum()) for head in net.conf)
+        log(f"{clipped} weights of the heads clipped")
     net = net.to(memory_format=torch.channels_last)
     average = copy.deepcopy(net)
 

@@ -177,6 +177,12 @@ class Integers(unittest.TestCase):
             calibration.apply(net, former=former)
             _, after = net(picture)
         np.testing.assert_allclose(calibration.undone(after, 83, 65), before, atol=1e-4)
+        whole, picture = integer.IntegerNet.of_rows(integer.unpack(MODEL.read_bytes())), picture * 255
+        with torch.no_grad():
+            _, before = whole(whole.as_input(picture.permute(0, 2, 3, 1)))
+            calibration.apply(whole, quantise.CONFIDENCE_SCALES, quantise.Calibration([0.5], [0.95]))
+            _, after = whole(whole.as_input(picture.permute(0, 2, 3, 1)))
+        self.assertLess(float((calibration.undone(after, 83, 65) - before).abs().mean()), 0.1)  # 8 bits; a wrong unit makes it 1
         for size, passing, sure in ((10, 0.05, 0.98), (16, 0.1, 0.99), (24, 0.2, 0.99), (256, 0.2, 0.99)):
             index = quantise.SIZES.index(size)
             for probability, becomes in ((passing, 0.5), (sure, 0.95)):
