@@ -246,7 +246,7 @@ void TestDevices::lists_emptyAndFill_whenServerDiesAndReturns()
         server.start();
         QTRY_COMPARE(outputs()->count(), 2);
         QTRY_COMPARE(inputs()->count(), 1);
-        QCOMPARE(outputs()->defaultDevice(), QStringLiteral("spk"));
+        QTRY_COMPARE(outputs()->defaultDevice(), QStringLiteral("spk")); // some servers choose it later
     }
 }
 

@@ -2,6 +2,7 @@
 #include "multimedia/facedetect/facedetect.h"
 #include "multimedia/facedetect/facepatch.h"
 #include "tests/support/faces.h"
+#include "tests/support/files.h"
 #include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/stderrcapture.h"
@@ -22,7 +23,7 @@ const FaceRect_ kFace = {0.99F, 180, 60, 90, 110, {205, 105, 245, 108, 226, 130,
 
 QImage portrait()
 {
-    QImage image(QStringLiteral(TEST_DATA_DIR "/photos/astronaut.jpg"));
+    QImage image(dataFile("photos/astronaut.jpg"));
     return image.scaledToHeight(480).convertToFormat(QImage::Format_BGR888);
 }
 
@@ -260,7 +261,7 @@ void TestFaceDetect::modelTool_refuses_whatDoesNotFit()
 {
     const QTemporaryDir folder;
     const QString path = folder.filePath("model.bin");
-    const QString tool = QStringLiteral(FACEMODEL_TOOL);
+    const QString tool = QLatin1String(kFaceModelTool);
     const QString sizes = "it announces %1 and holds %2 bytes of weights and biases, not 2326816";
     // Which byte is changed, and how many are added to the file.
     for (const auto& [position, length, reason] : {std::tuple(-1, 0, QString()),

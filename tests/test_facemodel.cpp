@@ -1,6 +1,7 @@
 #include "multimedia/facedetect/facedetect.h"
 #include "multimedia/facedetectcnn/kernelchoice.h"
 #include "tests/support/faces.h"
+#include "tests/support/files.h"
 #include "tests/support/incase.h"
 
 #include <QtGui/QImage>
@@ -18,8 +19,7 @@ namespace {
 
 QImage photo(const char* name)
 {
-    return QImage(QStringLiteral(TEST_DATA_DIR "/photos/") + QLatin1String(name))
-        .convertToFormat(QImage::Format_RGB32);
+    return QImage(dataFile("photos/" + QLatin1String(name))).convertToFormat(QImage::Format_RGB32);
 }
 
 /// Around the portrait's face, brows to chin, in its own pixels.

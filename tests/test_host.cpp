@@ -520,10 +520,10 @@ void TestHost::photo_changesColours()
 void TestHost::photo_hidesFaces()
 {
     show("photo");
-    open("openPhoto", QStringLiteral(TEST_DATA_DIR "/photos/astronaut.jpg"));
+    open("openPhoto", dataFile("photos/astronaut.jpg"));
     QTRY_VERIFY_WITH_TIMEOUT(scene->isEnabled("blur"), 20'000);
     const QImage before = savePhoto();
-    QCOMPARE(before.size(), QImage(QStringLiteral(TEST_DATA_DIR "/photos/astronaut.jpg")).size());
+    QCOMPARE(before.size(), QImage(dataFile("photos/astronaut.jpg")).size());
     scene->click("blur");
     QTRY_VERIFY_WITH_TIMEOUT(scene->value("blur", "checked").toBool() && scene->isEnabled("blur"), 20'000);
     scene->shoot("photo-faces");

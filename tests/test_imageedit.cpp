@@ -326,7 +326,7 @@ void TestImageEdit::edit_takesEveryKindOfPicture()
           {"asks for no pixels", png, "a@0x.png", QSize(40, 20)},
           {"PNG and a web page", png + "<html><script>1</script>", "a.html", QSize(40, 20)},
           {"EXIF turn is not carried out", ImageBytes::turnedJpeg(image), "a.jpg", QSize(40, 20)},
-          {"CMYK", contentOf(TEST_DATA_DIR "/imageedit/cmyk.jpg"), "a.jpg", QSize(32, 16)}}) {
+          {"CMYK", contentOf(dataFile("imageedit/cmyk.jpg")), "a.jpg", QSize(32, 16)}}) {
         const InCase in_case(kind);
         writeFile(at(name), content);
         QImage drawing(expected, QImage::Format_ARGB32);

@@ -102,7 +102,7 @@ private:
 QString TestImageEditProvider::portrait() const
 {
     QString path = at(QStringLiteral("astronaut.jpg"));
-    QFile::copy(QStringLiteral(TEST_DATA_DIR "/photos/astronaut.jpg"), path);
+    QFile::copy(dataFile("photos/astronaut.jpg"), path);
     return path;
 }
 

@@ -122,7 +122,7 @@ void TestMediaHandler::decodeAudio_keepsFirstValues_ofInterleavedStereo()
 {
     const QByteArray raw = contentOf(media("interleaved.wav")).right(32000 * 2 * 2);
     CMediaDecode decode;
-    const QByteArray pcm = decode.decodeAudio(media("interleaved.wav"));
+    const QByteArray pcm = decode.decodeAudio(media("interleaved.flac"));
     QCOMPARE(pcm.size(), raw.size() / 2);
     // A frame of n samples gives n of its 2n values: as long as the first frame lasts, the file's own order.
     constexpr int kFirstFrameBytes = 2048;

@@ -1,4 +1,5 @@
 #include "multimedia/devicemgr/devicemgr.h"
+#include "tests/support/files.h"
 #include "tests/support/monitor.h"
 #include "tests/support/playerhost.h"
 #include "tests/support/soundserver.h"
@@ -9,8 +10,8 @@
 #include <cmath>
 
 namespace {
-const QString kTone = QStringLiteral(TEST_MEDIA_DIR "/tone.wav");
-const QString kLong = QStringLiteral(TEST_MEDIA_DIR "/long.mp3");
+const QString kTone = media("tone.wav");
+const QString kLong = media("long.mp3");
 const QString kWhole = QStringLiteral("Duration Started Progress Finished Closed");
 } // namespace
 

@@ -1,6 +1,7 @@
 #include "multimedia/audiorecorder/recordengine.h"
 #include "multimedia/recognize/recognizemanger.h"
 #include "multimedia/speechrecognizer/speechrecognizer.h"
+#include "tests/support/files.h"
 #include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/row.h"
@@ -376,7 +377,7 @@ void TestRecognize::system_understandsFilesAndBuffers()
 {
     service.reset();
     QSignalSpy ends(engine, &RecordEngine::recognizeCompletedChanged);
-    const QString path = QStringLiteral(TEST_MEDIA_DIR "/food.aac");
+    const QString path = media("food.aac");
     engine->recognizeFile("file", path);
     engine->recognizeBuffer("buffer", engine->convertToPCM(path));
     QTRY_COMPARE_WITH_TIMEOUT(ends.count(), 2, kPatience_ms);
@@ -393,7 +394,7 @@ void TestRecognize::system_understandsFilesAndBuffers()
 void TestRecognize::system_survivesRelease_atAnyTime()
 {
     service.reset();
-    const QString path = QStringLiteral(TEST_MEDIA_DIR "/hour.mp3");
+    const QString path = media("hour.mp3");
     for (int round = 0; round < 30; ++round) {
         engine->recognizeFile("one", path);
         engine->recognizeFile("two", path);

@@ -32,7 +32,7 @@ const QString kFood = "there is enough food on the table for everybody";
 
 std::string spoken(const std::string& name)
 {
-    return TEST_MEDIA_DIR "/" + name;
+    return std::string(kMediaFolder) + "/" TEST_MEDIA "/" + name;
 }
 
 class Listener

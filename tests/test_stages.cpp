@@ -24,7 +24,7 @@ namespace {
 
 FileInfo input(const char* name, const char* format)
 {
-    return {TEST_MEDIA_DIR, name, format};
+    return {std::string(kMediaFolder) + "/" TEST_MEDIA, name, format};
 }
 
 FrameHandle pictureFrame(int width, int height, AVPixelFormat format)

@@ -1,4 +1,5 @@
 #include "multimedia/base/ffmpegptr.h"
+#include "multimedia/base/ffmpegversion.h"
 #include "multimedia/base/rotation.h"
 #include "multimedia/videocapture/videocapture.h"
 #include "multimedia/videocapture/videoinformation.h"
@@ -36,7 +37,7 @@ struct Stream
 
     void setMatrix(const std::array<int32_t, 9>& matrix) const
     {
-        memcpy(av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, sizeof matrix), matrix.data(),
+        memcpy(multimedia::newSideData(*stream, AV_PKT_DATA_DISPLAYMATRIX, sizeof matrix), matrix.data(),
                sizeof matrix);
     }
     void setMatrix(double counterclockwise) const

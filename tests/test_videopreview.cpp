@@ -420,7 +420,7 @@ void TestVideoPreview::qml_showsStrip()
 {
     QQuickWindow::setSceneGraphBackend(QSGRendererInterface::Software);
     QQuickView view(&engine, nullptr);
-    const QString file = QStringLiteral(TEST_MEDIA_DIR "/strip.qml");
+    const QString file = media("strip.qml");
     writeFile(file, R"(
 import QtQuick 2.15
 import Quillon 1.0
@@ -453,7 +453,7 @@ Row {
     QVERIFY(QTest::qWaitForWindowExposed(&view));
     QTRY_COMPARE(view.rootObject()->property("ready").toInt(), 9);
     const QImage picture = view.grabWindow();
-    QVERIFY(picture.save(QStringLiteral(TEST_MEDIA_DIR "/strip.png")));
+    QVERIFY(picture.save(media("strip.png")));
     const QList<int> numbers{0, 0, 50, 50, 100, 100, 150, 150, 150};
     for (int i = 0; i < numbers.size(); ++i) {
         QVERIFY(isNumber(picture.copy(60 * i, 0, 60, 60), numbers[i]));

@@ -165,6 +165,7 @@ private:
     bool leaveIfAsked();
     static bool isLeaving(int state);
     void calcCurrentTime(long long pts);
+    qint64 packetTime() const;
     void sendProgress(const AVFrame& frame);
     void pauseUnlessAsked(std::chrono::microseconds time) const;
     void releaseAV();
@@ -177,6 +178,7 @@ private:
     bool initAudio();
     bool writeFrame(const AVFrame& frame);
     qint64 writeSome(const char* data, qint64 size);
+    void watchStart(int free);
     void followDeviceChange();
     void watchOutput(bool written);
     static void logWriteFailure(qint64 size, qint64 written);
@@ -214,7 +216,9 @@ private:
     std::unique_ptr<QAudioOutput> m_audioOutput;
     QIODevice* m_ioDevice = nullptr; ///< of `m_audioOutput`
     bool m_outputReady = false;
-    bool m_outputStarted = false;   ///< the device had its buffer full and plays
+    int m_dryFree = 0;              ///< bytes that the device had free before the first write since it was dry
+    qint64 m_sinceDryBytes = 0;     ///< written since then
+    bool m_outputStarted = false;   ///< the device has taken some of that out of its buffer: it plays
     QElapsedTimer m_sinceWrite;     ///< since the device took data
     int m_reopenTries = 0;          ///< left, since the default output changed
     QDeadlineTimer m_nextReopen;    ///< when the next one is due

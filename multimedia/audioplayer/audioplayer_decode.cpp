@@ -292,6 +292,12 @@ void AudioPlayer::calcCurrentTime(long long pts)
     m_playTime = time_ms;
 }
 
+/// How long the packet at hand plays, ms.
+qint64 AudioPlayer::packetTime() const
+{
+    return toMs(m_media->stream()->time_base, m_media->packet->duration);
+}
+
 bool AudioPlayer::isLeaving(int state)
 {
     return state == PlayStopping || state == PlayPausing || state == PlayBreaking;

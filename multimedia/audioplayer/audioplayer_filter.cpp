@@ -42,10 +42,9 @@ QByteArray description(double speed)
 /// Has `sink` deliver 16-bit stereo at 44100 Hz.
 int setSinkFormat(AVFilterContext* sink)
 {
-    constexpr std::array<int64_t, 2> kLayouts{AV_CH_LAYOUT_STEREO, -1};
     constexpr std::array<int, 2> kFormats{AV_SAMPLE_FMT_S16, -1};
     constexpr std::array<int, 2> kRates{44100, -1};
-    int code = av_opt_set_int_list(sink, "channel_layouts", kLayouts.data(), -1, AV_OPT_SEARCH_CHILDREN);
+    int code = av_opt_set(sink, "ch_layouts", "stereo", AV_OPT_SEARCH_CHILDREN);
     if (code >= 0)
         code = av_opt_set_int_list(sink, "sample_fmts", kFormats.data(), -1, AV_OPT_SEARCH_CHILDREN);
     if (code >= 0)

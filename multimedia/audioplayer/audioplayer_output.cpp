@@ -109,6 +109,7 @@ bool AudioPlayer::writeFrame(const AVFrame& frame)
         if (!m_outputReady) {
             calcCurrentTime(m_media->packet->pts);
             pauseUnlessAsked(playingTime(remaining));
+            m_playTime += packetTime();
             break;
         }
         const qint64 written = writeSome(data, remaining);
@@ -130,17 +131,26 @@ qint64 AudioPlayer::writeSome(const char* data, qint64 size)
 {
     const int period = m_audioOutput->periodSize();
     const int free = m_audioOutput->bytesFree();
-    if (period <= 0 || free / period <= 0) {
-        m_outputStarted = m_outputStarted || free >= 0;
+    watchStart(free);
+    if (period <= 0 || free / period <= 0)
         return 0;
-    }
-    // A device that has run dry waits for a full buffer again.
-    if (free >= m_audioOutput->bufferSize())
-        m_outputStarted = false;
     calcCurrentTime(m_media->packet->pts);
     const qint64 written = m_ioDevice->write(data, std::min<qint64>(period, size));
-    m_playTime += toMs(m_media->stream()->time_base, m_media->packet->duration);
+    m_sinceDryBytes += std::max<qint64>(written, 0);
+    m_playTime += packetTime();
     return written;
+}
+
+/// A device that has run dry waits for a full buffer again. How much of an empty one is free differs: all of it with
+/// PulseAudio, not quite with PipeWire once it has played.
+void AudioPlayer::watchStart(int free)
+{
+    if (m_audioOutput->state() != QAudio::ActiveState) {
+        m_outputStarted = false;
+        m_dryFree = free;
+        m_sinceDryBytes = 0;
+    }
+    m_outputStarted = m_outputStarted || m_sinceDryBytes > m_dryFree - free;
 }
 
 /// Reopens the output on a new default device as soon as Qt knows it; what was written before still plays
@@ -187,13 +197,20 @@ void AudioPlayer::logWriteFailure(qint64 size, qint64 written)
     qCDebug(MultimediaCategoryLogging, "%s", qPrintable(text));
 }
 
+/// Until all is played. PipeWire keeps some bytes of an empty buffer to itself and only tells that it ran dry, which may
+/// be old news until what the buffer holds has had its time.
 void AudioPlayer::drainOutput()
 {
     if (!m_outputReady)
         return;
     padWithSilence();
     const int size = m_audioOutput->bufferSize();
-    for (int i = 0; i < kDrainPolls && m_running && m_audioOutput->bytesFree() <= size - kDrainedBytes; ++i)
+    const QDeadlineTimer played(playingTime(size - m_audioOutput->bytesFree()), Qt::PreciseTimer);
+    const auto is_drained = [&] {
+        return m_audioOutput->bytesFree() > size - kDrainedBytes ||
+               (played.hasExpired() && m_audioOutput->state() != QAudio::ActiveState);
+    };
+    for (int i = 0; i < kDrainPolls && m_running && !is_drained(); ++i)
         QThread::msleep(kDrainPollMs);
 }
 
@@ -201,8 +218,10 @@ void AudioPlayer::drainOutput()
 /// for that.
 void AudioPlayer::padWithSilence()
 {
-    if (m_outputStarted)
+    const int free = m_audioOutput->bytesFree();
+    watchStart(free);
+    if (m_outputStarted || m_sinceDryBytes == 0)
         return;
-    const QByteArray silence(std::max(m_audioOutput->bytesFree(), 0), '\0');
+    const QByteArray silence(std::max(free, 0), '\0');
     m_ioDevice->write(silence);
 }

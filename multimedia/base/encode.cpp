@@ -75,7 +75,7 @@ bool Encode::openVideo()
     Dictionary dictionary;
     if (!readOptions(where, dictionary))
         return false;
-    codec->pix_fmt = choose(encoder->pix_fmts, AV_PIX_FMT_NONE, params.pixel_format);
+    codec->pix_fmt = choose(pixelFormats(*encoder), AV_PIX_FMT_NONE, params.pixel_format);
     codec->width = params.width;
     codec->height = params.height;
     codec->framerate = {params.frame_rate, 1};
@@ -97,7 +97,7 @@ bool Encode::openAudio()
     Dictionary unused; // audio options are looked at, and go no further
     if (!readOptions(where, unused))
         return false;
-    codec->sample_fmt = choose(encoder->sample_fmts, AV_SAMPLE_FMT_NONE, params.sample_format);
+    codec->sample_fmt = choose(sampleFormats(*encoder), AV_SAMPLE_FMT_NONE, params.sample_format);
     codec->sample_rate = params.sample_rate;
     setChannelMask(*codec, params.channel_layout);
     codec->time_base = {1, params.sample_rate};

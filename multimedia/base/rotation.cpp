@@ -1,7 +1,8 @@
 #include "multimedia/base/rotation.h"
 
+#include "multimedia/base/ffmpegversion.h"
+
 extern "C" {
-#include <libavformat/avformat.h>
 #include <libavutil/display.h>
 }
 
@@ -16,9 +17,8 @@ constexpr size_t kMatrixBytes = 9 * sizeof(int32_t);
 
 const int32_t* displayMatrix(const AVStream& stream)
 {
-    size_t size = 0;
-    const uint8_t* data = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
-    return size >= kMatrixBytes ? reinterpret_cast<const int32_t*>(data) : nullptr;
+    const AVPacketSideData* entry = sideData(stream, AV_PKT_DATA_DISPLAYMATRIX);
+    return entry && entry->size >= kMatrixBytes ? reinterpret_cast<const int32_t*>(entry->data) : nullptr;
 }
 } // namespace
 
@@ -45,7 +45,7 @@ bool setRotation(AVStream& stream, int clockwise_degrees)
         return false;
     if (displayMatrix(stream))
         return true;
-    uint8_t* data = av_stream_new_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, kMatrixBytes);
+    uint8_t* data = newSideData(stream, AV_PKT_DATA_DISPLAYMATRIX, kMatrixBytes);
     if (!data)
         return false;
     av_display_rotation_set(reinterpret_cast<int32_t*>(data), clockwise_degrees);

@@ -213,8 +213,9 @@ bool CompressGif::openOutCodec(const GifHandlerContext& context)
     encoder->width = size.width();
     encoder->height = size.height();
     encoder->max_pixels = kMaxPixels;
-    encoder->pix_fmt = codec->pix_fmts[0];
-    encoder->time_base = codecTimeBase(sourceStream());
+    const AVPixelFormat* formats = pixelFormats(*codec);
+    encoder->pix_fmt = formats ? formats[0] : AV_PIX_FMT_NONE;
+    encoder->time_base = sourceStream()->time_base; // a GIF's codec has no clock of its own
     if (context.transcodeToMP4) {
         encoder->framerate = sourceStream()->r_frame_rate;
         encoder->gop_size = input->decoder->gop_size;
@@ -351,7 +352,7 @@ int CompressGif::encodeDecoded(Conversion& conversion)
     if (conversion.scaler.scale(decoded->data, decoded->linesize, 0, decoded->height, scaled->data,
                                 scaled->linesize) < 0)
         return 0;
-    output->lastDuration = decoded->pkt_duration;
+    output->lastDuration = frameDuration(*decoded);
     return encodeToPacket(scaled, conversion.packet.get());
 }
 

@@ -1,5 +1,6 @@
 #include "multimedia/videoeditor/videoclipthread.h"
 
+#include "multimedia/base/ffmpegversion.h"
 #include "multimedia/base/mediahandle.h"
 #include "multimedia/base/openinput.h"
 #include "multimedia/base/rotation.h"
@@ -33,19 +34,6 @@ QString pathToWrite(const QString& target)
     if (!former.isFile() || !former.isWritable() || !QFileInfo(folder).isWritable())
         return target;
     return folder % QLatin1String("/.") % Util::uuid() % QLatin1String(".part");
-}
-
-/// Whatever stands beside the packets, the display matrix for one.
-bool copySideData(const AVStream& from, AVStream& to)
-{
-    for (int i = 0; i < from.nb_side_data; ++i) {
-        const AVPacketSideData& entry = from.side_data[i];
-        uint8_t* data = av_stream_new_side_data(&to, entry.type, entry.size);
-        if (!data)
-            return false;
-        std::memcpy(data, entry.data, entry.size);
-    }
-    return true;
 }
 } // namespace
 
@@ -201,8 +189,7 @@ bool VideoClipThread::beginFile()
 bool VideoClipThread::addStream(AVStream& source)
 {
     AVStream* target = avformat_new_stream(m_outputContext.get(), nullptr);
-    if (!target || avcodec_parameters_copy(target->codecpar, source.codecpar) < 0 ||
-        !copySideData(source, *target))
+    if (!target || copyParameters(*target, source) < 0)
         return false;
     target->codecpar->codec_tag = 0;
     target->time_base = source.time_base;

@@ -226,7 +226,7 @@ void VideoPreviewThread::fastPreview()
         if (!convertPicture())
             break;
         editor->grabImageFrame(thumbnail(turn), m_grabIndex++, pictureTime(),
-                               m_handler->videoFrame->key_frame == 1);
+                               isKeyFrame(*m_handler->videoFrame));
     }
     editor->changeVideoInformation([](VideoFacts& facts) {
         if (facts.videoRotate != 0)

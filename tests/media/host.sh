@@ -1,9 +1,7 @@
 #!/bin/bash
 # Input of the host's test: host.sh DIRECTORY
-set -euo pipefail
-mkdir -p "$1"
-cd "$1"
-make() { ffmpeg -v error -nostdin -y "$@"; }
+# shellcheck source=tests/media/common.sh
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 make -f lavfi -i "flite=text='The quick brown fox jumps over the lazy dog, and then it runs away.':voice=slt" \
      -ar 24000 -ac 1 speech.wav

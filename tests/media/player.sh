@@ -1,9 +1,7 @@
 #!/bin/bash
 # Input of the player tests: player.sh DIRECTORY
-set -euo pipefail
-mkdir -p "$1"
-cd "$1"
-make() { ffmpeg -v error -nostdin -y "$@"; }
+# shellcheck source=tests/media/common.sh
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 tone() { echo "sine=frequency=440:sample_rate=${2:-44100}:duration=$1"; }
 
 make -f lavfi -i "$(tone 3)" -ac 2 tone.wav
@@ -30,7 +28,7 @@ cp plain.mp3 "mp3 called.dat"
 cp plain.aac "aac called.mp3"
 cp -- plain.mp3 "-i \"\$(x)\" 'é' %d.mp3"
 head -c 20000 long.mp3 >truncated.mp3
-head -c 20000 tone.wav >truncated.wav
+head -c 60000 tone.wav >truncated.wav
 head -c 3000 plain.m4r >truncated.m4r
 : >empty.mp3
 head -c 100000 /dev/zero >zeros.mp3

@@ -1,9 +1,7 @@
 #!/bin/bash
 # Input of the speech tests: speech.sh DIRECTORY
-set -euo pipefail
-mkdir -p "$1"
-cd "$1"
-make() { ffmpeg -v error -nostdin -y "$@"; }
+# shellcheck source=tests/media/common.sh
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 say() { make -f lavfi -i "flite=text='$1':voice=rms" "${@:2}"; }
 
 say 'The first train to the city leaves at half past five.' train.wav

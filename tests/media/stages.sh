@@ -1,9 +1,7 @@
 #!/bin/bash
 # Input of the stage tests: stages.sh DIRECTORY
-set -euo pipefail
-mkdir -p "$1"
-cd "$1"
-make() { ffmpeg -v error -nostdin -y "$@"; }
+# shellcheck source=tests/media/common.sh
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 # 50 pictures whose number can be read back from their grey, and more sound than picture.
 make -f lavfi -i "color=black:s=320x240:r=25:d=2,format=yuv420p,geq=lum='16+4*N':cb=128:cr=128" \

@@ -1,9 +1,7 @@
 #!/bin/bash
 # Input of the video editing tests: video.sh DIRECTORY
-set -euo pipefail
-mkdir -p "$1"
-cd "$1"
-make() { ffmpeg -v error -nostdin -y "$@"; }
+# shellcheck source=tests/media/common.sh
+source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 copy() { make -i base.mp4 "${@:1:$#-1}" -c copy "${!#}"; }
 
 # 8 seconds, 25 pictures a second: luma tells the picture's number, the corner at the top left is red, a beep of a tenth
@@ -22,12 +20,11 @@ make -i base.mp4 -c:v mpeg4 -q:v 2 -g 50 -sc_threshold 1000000000 -c:a mp3 base.
 
 make -i silent.mp4 "${x264[@]}" -g 1000 -keyint_min 1000 longgop.mp4
 make -i base.mp4 "${x264[@]}" -x264-params open-gop=1:keyint=50:min-keyint=50:bframes=3:b-adapt=0 -c:a copy opengop.mp4
-make -i base.mp4 -vf "select='not(mod(floor(n/25),2))+not(mod(n,5))'" -vsync vfr "${x264[@]}" -g 20 -c:a copy vfr.mkv
+make -i base.mp4 -vf "select='not(mod(floor(n/25),2))+not(mod(n,5))'" -fps_mode vfr "${x264[@]}" -g 20 -c:a copy vfr.mkv
 
-# The program's option counts the other way round: 270 makes a matrix that turns clockwise by 90.
-copy -metadata:s:v rotate=270 rotate90.mp4
-copy -metadata:s:v rotate=180 rotate180.mov
-copy -metadata:s:v rotate=90 rotate270.mp4
+turned 270 base.mp4 rotate90.mp4
+turned 180 base.mp4 rotate180.mov
+turned 90 base.mp4 rotate270.mp4
 # In capitals it passes the program by, and stays a tag.
 copy -metadata:s:v ROTATE=90 tag90.mkv
 make -f lavfi -i "color=gray:s=1920x1080:d=0.4" -c:v mpeg4 -metadata:s:v ROTATE=90 large90.mkv

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/paths.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QFile>
 #include <QtTest/QtTest>
@@ -7,7 +9,13 @@
 /// An input file, as the script in tests/media makes it that the test's CMake entry names.
 inline QString media(const QString& name)
 {
-    return QStringLiteral(TEST_MEDIA_DIR "/") + name;
+    return QLatin1String(kMediaFolder) + QLatin1String("/" TEST_MEDIA "/") + name;
+}
+
+/// A file of tests/data.
+inline QString dataFile(const QString& name)
+{
+    return QLatin1String(kDataFolder) + QLatin1Char('/') + name;
 }
 
 inline void writeFile(const QString& path, const QByteArray& bytes)

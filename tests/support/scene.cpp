@@ -1,5 +1,7 @@
 #include "tests/support/scene.h"
 
+#include "tests/support/paths.h"
+
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 #include <QtQml/QJSValue>
@@ -157,7 +159,7 @@ void Scene::answerFileDialog(const QString& path)
 
 void Scene::shoot(const QString& name)
 {
-    const QDir folder(QStringLiteral(HOST_SHOTS));
+    const QDir folder(QString::fromUtf8(kShotsFolder));
     folder.mkpath(QStringLiteral("."));
     const QSize before = shown.size();
     const QVariant theme = shown.property("theme");

@@ -1,5 +1,7 @@
 #include "tests/support/soundserver.h"
 
+#include "tests/support/paths.h"
+
 #include <QtTest/QtTest>
 
 #include <csignal>
@@ -56,6 +58,6 @@ void SoundServer::kill()
 void SoundServer::start()
 {
     server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    server.start(QStringLiteral(TEST_RIG_DIR "/pulse-server"), {qEnvironmentVariable("RIG_DIR")});
+    server.start(QLatin1String(kRigFolder) + QLatin1String("/pulse-server"), {qEnvironmentVariable("RIG_DIR")});
     QTRY_VERIFY(answers());
 }

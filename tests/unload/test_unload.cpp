@@ -50,16 +50,16 @@ void TestUnload::unload_losesNoMemory_andMayBeUndone()
     const QByteArray result = QFile::encodeName(folder.filePath(QStringLiteral("b.gif")));
     writeFile(QFile::decodeName(gif), GifWriter(64, 48).greys(5, 4).finished());
 
-    QLibrary host(QStringLiteral(UNLOAD_HOST));
+    QLibrary host(QString::fromUtf8(kUnloadHost));
     QVERIFY(!isLoaded(MULTIMEDIA_SONAME));
     QVERIFY2(host.load(), qPrintable(host.errorString()));
     QVERIFY(isLoaded(MULTIMEDIA_SONAME));
     const auto use =
         reinterpret_cast<bool (*)(const char*, const char*, const char*)>(host.resolve("useLibrary"));
     QVERIFY(use);
-    QVERIFY(use(TEST_MEDIA_DIR "/base.mp4", gif.constData(), result.constData()));
+    QVERIFY(use(QFile::encodeName(media("base.mp4")).constData(), gif.constData(), result.constData()));
     QVERIFY(host.unload());
-    QVERIFY(!isLoaded(UNLOAD_HOST));
+    QVERIFY(!isLoaded(kUnloadHost));
     QVERIFY2(isLoaded(MULTIMEDIA_SONAME), "Qt has pointers into it");
     QCOMPARE(__lsan_do_recoverable_leak_check(), 0);
 

@@ -1,0 +1,12 @@
+#pragma once
+
+/// @file
+/// Where the build has put things. The paths stand in one compiled file that CMake writes, so that every other source
+/// is the same in every clone, and a compiler's cache serves them all.
+
+extern const char* const kMediaFolder;   ///< what the scripts in tests/media have made, a folder a subject
+extern const char* const kDataFolder;    ///< tests/data
+extern const char* const kRigFolder;     ///< tests/rig
+extern const char* const kShotsFolder;   ///< where the host's test leaves pictures of its pages
+extern const char* const kFaceModelTool; ///< the program that looks into a face model
+extern const char* const kUnloadHost;    ///< the module that test_unload loads and closes
