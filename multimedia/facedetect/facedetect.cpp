@@ -18,17 +18,18 @@ QImage toDetectionImage(const QImage& image)
     return scaled.convertToFormat(QImage::Format_BGR888);
 }
 
-/// The row step is the width times 3 even where the image pads its rows: what has been found in an image so
-/// far depends on it, so it stays. The pad bytes that are thus read as pixels are made zero, so that an image
-/// gives the same faces each time.
-std::vector<FaceRect_> detect(QImage detectionImage)
+/// The detector takes rows without padding: one whose width times 3 is no multiple of 4 goes to it as a copy.
+std::vector<FaceRect_> detect(const QImage& detectionImage)
 {
-    const int step = detectionImage.width() * 3;
-    const int pad = detectionImage.bytesPerLine() - step;
-    for (int y = 0; pad > 0 && y < detectionImage.height(); ++y)
-        std::memset(detectionImage.scanLine(y) + step, 0, pad);
-    return objectdetect_cnn(detectionImage.constBits(), detectionImage.width(), detectionImage.height(),
-                            step);
+    const int width = detectionImage.width();
+    const int height = detectionImage.height();
+    const int step = width * 3;
+    if (detectionImage.bytesPerLine() == step)
+        return objectdetect_cnn(detectionImage.constBits(), width, height, step);
+    std::vector<uchar> rows(static_cast<std::size_t>(step) * height);
+    for (int y = 0; y < height; ++y)
+        std::memcpy(rows.data() + static_cast<std::ptrdiff_t>(y) * step, detectionImage.constScanLine(y), step);
+    return objectdetect_cnn(rows.data(), width, height, step);
 }
 
 } // namespace

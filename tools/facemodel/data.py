@@ -10,9 +10,15 @@ import cv2
 import numpy as np
 
 # How often a source is drawn from, for pictures that show faces.
-SOURCE_WEIGHT = {"maskon": 5.0, "mtfl": 2.5, "udacity": 2.0, "utk": 2.0, "wider": 1.6, "f8k": 1.6, "bikes": 1.6, "imnet": 0.8, "bsds": 0.7}
+SOURCE_WEIGHT = {
+    "ilc": 6.0, "maskon": 5.0, "karan": 3.0, "covered": 3.0, "mtfl": 2.5, "udacity": 2.0, "utk": 2.0, "rwmfd": 2.0, "pose": 2.0, "wider": 1.6,
+    "f8k": 1.6, "bikes": 1.6, "imnet": 0.8, "bwface": 0.8, "bsds": 0.7, "street": 0.6,
+}
 # How often a whole photo with several faces is drawn from a source.
-CROWD_WEIGHT = {"maskon": 4.5, "wider": 2.5, "bikes": 2.5, "f8k": 2.0, "bsds": 1.0, "imnet": 0.7}
+CROWD_WEIGHT = {
+    "ilc": 5.0, "maskon": 4.5, "karan": 3.5, "wider": 2.5, "bikes": 2.5, "f8k": 2.0, "covered": 2.0, "rwmfd": 1.5, "pose": 1.5, "bsds": 1.0,
+    "street": 1.0, "imnet": 0.7, "bwface": 0.5,
+}
 LARGEST_EMPTY_PICTURE = 320  # pixels of the long side: pictures without faces serve as backgrounds only
 SMALLEST_FACE = 8.0  # pixels; a smaller face is neither face nor background
 LARGEST_FED = 480  # pixels of the long side: the library shrinks a larger picture

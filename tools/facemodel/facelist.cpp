@@ -19,13 +19,6 @@
 
 namespace {
 
-/// The library reads rows at width times 3, so that a width that is no multiple of 4 gives a sheared picture.
-/// The one to three last columns are cut here: it is the model that is judged.
-QImage withWholeRows(const QImage& image)
-{
-    return image.copy(0, 0, image.width() / 4 * 4, image.height());
-}
-
 QJsonArray toJson(const FaceRect_& face, double ratio)
 {
     QJsonArray values = {static_cast<double>(face.score), face.x * ratio, face.y * ratio, face.w * ratio,
@@ -47,7 +40,6 @@ int main()
             std::fprintf(stderr, "%s: error: not a picture\n", path.c_str());
             return EXIT_FAILURE;
         }
-        image = withWholeRows(image);
         const double ratio = std::max(1.0, std::max(image.width(), image.height()) / kDetectionLimit);
         QJsonArray faces;
         for (const FaceRect_& face : multimedia::faceDetect(image))
