@@ -139,19 +139,22 @@ void TestFaceModel::portrait_isOneFace_withItsLandmarks()
 
 void TestFaceModel::portrait_isFound_whateverItsWidth()
 {
-    const QImage portrait = photo("astronaut.jpg").scaled(320, 320, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    const QImage portrait =
+        photo("astronaut.jpg").scaled(320, 320, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
     // As wide as that, or brought down to that width by the library.
     for (const int scale : {1, 3}) {
         QVector<float> scores;
         for (int width = 240; width < 248; ++width) {
             const InCase in_case(scale, width);
-            const QImage image = portrait.copy(0, 0, width, 320).scaled(width * scale, (scale == 1 ? 320 : 480) * scale);
+            const QImage image =
+                portrait.copy(0, 0, width, 320).scaled(width * scale, (scale == 1 ? 320 : 480) * scale);
             const std::vector<FaceRect_> faces = multimedia::faceDetect(image);
             QCOMPARE(credible(faces), 1);
             scores += faces[0].score;
         }
         const auto [lowest, highest] = std::minmax_element(scores.cbegin(), scores.cend());
-        QVERIFY2(*highest - *lowest < 0.05F, qPrintable(QStringLiteral("%1 to %2").arg(*lowest).arg(*highest)));
+        QVERIFY2(*highest - *lowest < 0.05F,
+                 qPrintable(QStringLiteral("%1 to %2").arg(*lowest).arg(*highest)));
     }
 }
 

@@ -28,7 +28,8 @@ std::vector<FaceRect_> detect(const QImage& detectionImage)
         return objectdetect_cnn(detectionImage.constBits(), width, height, step);
     std::vector<uchar> rows(static_cast<std::size_t>(step) * height);
     for (int y = 0; y < height; ++y)
-        std::memcpy(rows.data() + static_cast<std::ptrdiff_t>(y) * step, detectionImage.constScanLine(y), step);
+        std::memcpy(rows.data() + static_cast<std::ptrdiff_t>(y) * step, detectionImage.constScanLine(y),
+                    step);
     return objectdetect_cnn(rows.data(), width, height, step);
 }
 

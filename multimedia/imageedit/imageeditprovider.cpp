@@ -129,8 +129,10 @@ void ImageEditProvider::faceMaskDetect(const QString& filePath)
 void ImageEditProvider::maskFaces(const QString& file_path, const QByteArray& format)
 {
     const QString blur_path = temporaryPath(format);
-    const QImage image = loadImage(file_path);
-    const bool ok = !image.isNull() && saveImage(multimedia::faceMask(image), blur_path);
+    QImageIOHandler::Transformations turn;
+    QImage image = toUpright(loadImage(file_path, &turn), turn);
+    const bool ok = !image.isNull() &&
+                    saveStored(toStored(multimedia::faceMask(std::move(image)), turn), turn, blur_path);
     finishMask(file_path, ok ? blur_path : QString(), ok);
 }
 
@@ -179,7 +181,10 @@ void ImageEditProvider::editImage(const QString& srcPath, QSize)
         editReset();
     replace(&State::src_path, srcPath);
     setImageSize(reader.size());
-    m_faces.setFuture(QtConcurrent::run(multimedia::faceDetect, loadImage(srcPath)));
+    QImageIOHandler::Transformations turn;
+    const QImage image = loadImage(srcPath, &turn);
+    m_faces.setFuture(
+        QtConcurrent::run([image, turn] { return multimedia::faceDetect(toUpright(image, turn)); }));
 }
 
 void ImageEditProvider::onFacesDetected()

@@ -26,8 +26,9 @@ namespace ImageEdit {
 /// The geometry properties only keep what QML sets; pixels are changed when the edit is committed, by
 /// `doEdit` or `doEditSync`. The blur of faces goes: `editImage` looks for faces and sets `faceBlurEnabled`;
 /// `faceMaskDetect` writes the blurred picture into a temporary file and sets `faceBlur` and `faceBlurPath`;
-/// a further `faceMaskDetect` only flips `faceBlur`. Temporary files are left to whoever was given their
-/// names.
+/// a further `faceMaskDetect` only flips `faceBlur`. Faces are looked for in the picture as EXIF data turn
+/// it; the file lies as its source does and asks for the same turn. Temporary files are left to whoever was
+/// given their names.
 ///
 /// Only pictures whose content is JPEG, PNG or BMP, of at most 100 megapixels, are edited on screen; others
 /// are ignored. Sizes are looked at before pixels are read.

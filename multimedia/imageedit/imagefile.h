@@ -34,8 +34,16 @@ bool isReadable(const QSize& size);
 /// The device pixel ratio is 1 even if the file's name asks for another one.
 QImage readImage(PictureReader& reader);
 
-/// The whole picture at a path or a "file:" URL, not turned as EXIF data ask, or a null image.
-QImage loadImage(const QString& path);
+/// The whole picture at a path or a "file:" URL, as it is stored, or a null image.
+///
+/// @param turn  if set, becomes the turn by which EXIF data make it upright; kept if there is no picture
+QImage loadImage(const QString& path, QImageIOHandler::Transformations* turn = nullptr);
+
+/// A stored picture as people see it.
+QImage toUpright(const QImage& image, QImageIOHandler::Transformations turn);
+
+/// The inverse of `toUpright`.
+QImage toStored(const QImage& image, QImageIOHandler::Transformations turn);
 
 /// Writes `image` in the format of the suffix of `path` at default quality.
 ///
@@ -43,5 +51,8 @@ QImage loadImage(const QString& path);
 ///
 /// @param cancelled  if set, false comes back; looked at last before the file takes its place
 bool saveImage(const QImage& image, const QString& path, const std::atomic<bool>& cancelled = false);
+
+/// `saveImage` of a stored picture; a JPEG gets EXIF data that ask for its turn.
+bool saveStored(const QImage& image, QImageIOHandler::Transformations turn, const QString& path);
 
 } // namespace ImageEdit

@@ -18,15 +18,17 @@ inline QByteArray encoded(const QImage& image, const char* format)
     return buffer.data();
 }
 
-/// A JPEG whose EXIF data ask to show it turned clockwise by a quarter.
-inline QByteArray turnedJpeg(const QImage& stored)
+/// A JPEG with EXIF data of an orientation, 1 to 8; 6 asks to show it turned clockwise by a quarter.
+inline QByteArray turnedJpeg(const QImage& stored, char orientation = 6)
 {
     static constexpr char kExif[] = "\xff\xe1\x00\x22"        // segment and its length
                                     "Exif\0\0II*\0\x08\0\0\0" // little-endian, first directory at 8
                                     "\x01\0"                  // one entry:
                                     "\x12\x01\x03\0\x01\0\0\0\x06\0\0\0" // orientation, one short, 6
                                     "\0\0\0\0";
-    return encoded(stored, "JPEG").insert(2, kExif, sizeof kExif - 1);
+    QByteArray exif(kExif, sizeof kExif - 1);
+    exif[28] = orientation;
+    return encoded(stored, "JPEG").insert(2, exif);
 }
 
 inline void put(QByteArray& bytes, int offset, quint32 big_endian_value)
