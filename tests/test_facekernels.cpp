@@ -1,6 +1,7 @@
 #include "multimedia/facedetectcnn/amxspan.h"
 #include "multimedia/facedetectcnn/detectionoutput.h"
 #include "multimedia/facedetectcnn/filters.h"
+#include "multimedia/facedetectcnn/kernelcheck.h"
 #include "multimedia/facedetectcnn/kernelchoice.h"
 #include "multimedia/facedetectcnn/kernels.h"
 #include "tests/support/stderrcapture.h"
@@ -151,6 +152,8 @@ private Q_SLOTS:
     void create_alignsAndPads_orComplains();
     void myFree_ignores_whatIsNotAligned();
     void families_giveBitsOfReference();
+    void families_canBeSwitchedOff();
+    void families_thatCalculateWrongly_arePassedOver();
     void families_unfold_asReference();
     void relu_givesZerosAndInfinity_whenNothingIsPositive();
     void convolution_complains_andLeavesOutput();
@@ -234,6 +237,61 @@ void TestFaceKernels::families_giveBitsOfReference()
         }
     }
     QCOMPARE(EmulatedTiles::faults, 0);
+}
+
+void TestFaceKernels::families_canBeSwitchedOff()
+{
+    const std::vector<const KernelFamily*> all = facedetectcnn::findKernelFamilies("");
+    for (std::size_t off = 0; off + 1 < all.size(); ++off) {
+        std::vector<const KernelFamily*> expected = all;
+        expected.erase(expected.begin() + static_cast<std::ptrdiff_t>(off));
+        StderrCapture errors;
+        QCOMPARE(facedetectcnn::findKernelFamilies(std::string("avx3, ") + all[off]->name + ",scalar"),
+                 expected);
+        QCOMPARE(errors.text(),
+                 std::string("MULTIMEDIA_FACE_KERNELS_OFF: there are no kernels \"avx3\" to switch off\n"
+                             "MULTIMEDIA_FACE_KERNELS_OFF: there are no kernels \"scalar\" to switch off\n"));
+    }
+}
+
+void TestFaceKernels::families_thatCalculateWrongly_arePassedOver()
+{
+    Source source(1);
+    Filters filters;
+    filters.pad = 1;
+    filters.stride = 1;
+    source.fill(&filters, 3, 32, 64, Values::Random);
+    // One that is wrong in its sums, one in its bytes.
+    const KernelFamily badSums = {
+        "bad sums",
+        kEmulatedAmx.blocksAtOnce,
+        [](const ConvolutionSpan& span) {
+            const std::int32_t largest = convolveEmulated(span);
+            span.output[0] ^= span.pixels > 32 ? 1 << 16 : 0;
+            return largest;
+        },
+        kScalarKernels.requantise,
+        kScalarKernels.poolRow,
+        kScalarKernels.unfoldRow,
+    };
+    KernelFamily badBytes = kEmulatedAmx;
+    badBytes.name = "bad bytes";
+    badBytes.requantise = [](const std::int32_t* values, unsigned char* bytes, std::size_t count,
+                             float ratio) {
+        kScalarKernels.requantise(values, bytes, count, ratio);
+        bytes[count - 1] ^= 1;
+    };
+    StderrCapture errors;
+    QCOMPARE(&facedetectcnn::firstSoundFamily({&kEmulatedAmx, &badSums, &kScalarKernels}, filters),
+             &kEmulatedAmx);
+    QCOMPARE(errors.text(), std::string());
+    QCOMPARE(&facedetectcnn::firstSoundFamily({&badSums, &badBytes, &kEmulatedAmx, &kScalarKernels}, filters),
+             &kEmulatedAmx);
+    QCOMPARE(
+        errors.text(),
+        std::string("face detection: the kernels \"bad sums\" calculate wrongly here and are not used\n"
+                    "face detection: the kernels \"bad bytes\" calculate wrongly here and are not used\n"));
+    QCOMPARE(&facedetectcnn::firstSoundFamily({&badBytes, &kScalarKernels}, filters), &kScalarKernels);
 }
 
 void TestFaceKernels::families_unfold_asReference()

@@ -214,18 +214,16 @@ std::int32_t packedConvolution3x3(const KernelFamily& family, const CDataBlob<un
     return largest;
 }
 
-std::int32_t sums1x1(const CDataBlob<unsigned char>& input, const Filters& filters,
-                     CDataBlob<std::int32_t>* output)
+std::int32_t sums1x1(const KernelFamily& family, const CDataBlob<unsigned char>& input,
+                     const Filters& filters, CDataBlob<std::int32_t>* output)
 {
-    const KernelFamily& family = kernelFamily();
     return family.convolve && filters.packed ? packedConvolution1x1(family, input, filters, output)
                                              : referenceConvolution1x1(input, filters, output);
 }
 
-std::int32_t sums3x3(const CDataBlob<unsigned char>& input, const Filters& filters,
-                     CDataBlob<std::int32_t>* output)
+std::int32_t sums3x3(const KernelFamily& family, const CDataBlob<unsigned char>& input,
+                     const Filters& filters, CDataBlob<std::int32_t>* output)
 {
-    const KernelFamily& family = kernelFamily();
     return family.convolve && filters.packed ? packedConvolution3x3(family, input, filters, output)
                                              : referenceConvolution3x3(input, filters, output);
 }
@@ -281,8 +279,8 @@ bool checkConvolution(const CDataBlob<unsigned char>& input, const Filters& filt
 }
 
 /// `convolution`, which tells the largest value on the way.
-bool convolve(const CDataBlob<unsigned char>& input, const Filters& filters, CDataBlob<std::int32_t>* output,
-              std::int32_t* largest)
+bool convolve(const KernelFamily& family, const CDataBlob<unsigned char>& input, const Filters& filters,
+              CDataBlob<std::int32_t>* output, std::int32_t* largest)
 {
     std::int32_t width = 0;
     std::int32_t height = 0;
@@ -290,16 +288,16 @@ bool convolve(const CDataBlob<unsigned char>& input, const Filters& filters, CDa
         !output->create(width, height, static_cast<std::int32_t>(filters.filters.size())))
         return false;
 
-    *largest = filters.filters.front()->width == 1 ? sums1x1(input, filters, output)
-                                                   : sums3x3(input, filters, output);
+    *largest = filters.filters.front()->width == 1 ? sums1x1(family, input, filters, output)
+                                                   : sums3x3(family, input, filters, output);
     output->scale = input.scale * filters.scale;
     output->bias = truncateToInt(std::roundf(output->scale));
     return true;
 }
 
-void requantise(const CDataBlob<std::int32_t>& values, float ratio, CDataBlob<unsigned char>* output)
+void requantise(const KernelFamily& family, const CDataBlob<std::int32_t>& values, float ratio,
+                CDataBlob<unsigned char>* output)
 {
-    const KernelFamily& family = kernelFamily();
     if (output->channels == output->channelStep) {
         family.requantise(values.data, output->data, values.pixelCount() * values.channels, ratio);
         return;
@@ -315,14 +313,14 @@ void requantise(const CDataBlob<std::int32_t>& values, float ratio, CDataBlob<un
 bool convolution1x1P0S1(const CDataBlob<unsigned char>& input, const Filters& filters,
                         CDataBlob<std::int32_t>* output)
 {
-    sums1x1(input, filters, output);
+    sums1x1(kernelFamily(), input, filters, output);
     return true;
 }
 
 bool convolution3x3P0(const CDataBlob<unsigned char>& input, const Filters& filters,
                       CDataBlob<std::int32_t>* output)
 {
-    sums3x3(input, filters, output);
+    sums3x3(kernelFamily(), input, filters, output);
     return true;
 }
 
@@ -330,15 +328,22 @@ bool convolution(const CDataBlob<unsigned char>& input, const Filters& filters,
                  CDataBlob<std::int32_t>* output)
 {
     std::int32_t largest = 0;
-    return convolve(input, filters, output, &largest);
+    return convolve(kernelFamily(), input, filters, output, &largest);
 }
 
 bool convolution_relu(const CDataBlob<unsigned char>& input, const Filters& filters,
                       CDataBlob<unsigned char>* output)
 {
+    return convolution_relu(kernelFamily(), input, filters, output);
+}
+
+bool convolution_relu(const KernelFamily& family, const CDataBlob<unsigned char>& input,
+                      const Filters& filters, CDataBlob<unsigned char>* output)
+{
     CDataBlob<std::int32_t> sums;
     std::int32_t largest = 0;
-    if (!convolve(input, filters, &sums, &largest) || !output->create(sums.width, sums.height, sums.channels))
+    if (!convolve(family, input, filters, &sums, &largest) ||
+        !output->create(sums.width, sums.height, sums.channels))
         return false;
 
     const float ratio =
@@ -346,7 +351,7 @@ bool convolution_relu(const CDataBlob<unsigned char>& input, const Filters& filt
     if (largest == 0)
         std::memset(output->data, 0, output->pixelCount() * output->channelStep);
     else
-        requantise(sums, ratio, output);
+        requantise(family, sums, ratio, output);
     output->scale = sums.scale * ratio;
     output->bias = truncateToInt(std::roundf(static_cast<float>(sums.bias) * ratio));
     return true;

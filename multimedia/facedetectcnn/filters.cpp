@@ -1,5 +1,7 @@
 #include "multimedia/facedetectcnn/filters.h"
 
+#include "multimedia/facedetectcnn/kernelcheck.h"
+#include "multimedia/facedetectcnn/kernelchoice.h"
 #include "multimedia/facedetectcnn/kernels.h"
 
 #include <algorithm>
@@ -121,6 +123,9 @@ void init_parameters()
     const std::lock_guard<std::mutex> lock(g_mutex);
     if (param_initialized)
         return;
-    facedetectcnn::buildBank(param_pConvInfo, &g_pFilters);
+    using namespace facedetectcnn;
+    constexpr std::size_t kCheckedLayer = 4; // 3x3, of 32 channels and 64 filters: all loops of a kernel
+    buildBank(param_pConvInfo, &g_pFilters);
+    settleKernelFamily(firstSoundFamily(kernelFamilies(), g_pFilters[kCheckedLayer]));
     param_initialized = true;
 }

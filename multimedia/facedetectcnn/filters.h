@@ -65,7 +65,8 @@ extern std::atomic<bool> param_initialized;
 /// Makes one of several first detections build the bank. Detections themselves take no lock.
 extern std::mutex g_mutex;
 
-/// Builds `g_pFilters` from `param_pConvInfo`, once. Any thread.
+/// Builds `g_pFilters` from `param_pConvInfo` and settles on the best kernels that calculate rightly, once.
+/// Any thread.
 void init_parameters();
 
 namespace facedetectcnn {

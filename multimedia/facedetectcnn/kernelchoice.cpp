@@ -1,6 +1,12 @@
 #include "multimedia/facedetectcnn/kernelchoice.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+#include <sstream>
+#include <string>
 
 #ifdef __x86_64__
 #    include <cpuid.h>
@@ -41,41 +47,77 @@ bool isAmxGranted()
 }
 #endif
 
-std::vector<const KernelFamily*> findFamilies()
+struct Candidate
 {
-    std::vector<const KernelFamily*> families;
+    const KernelFamily* family;
+    bool (*canRun)();
+};
+
+/// What was built, best first, but for the reference.
+std::vector<Candidate> candidates()
+{
+    return {
 #ifdef __x86_64__
-    if (hasAvx512Vnni() && isAmxGranted())
-        families.push_back(&kAmxKernels);
-    if (hasAvx512Vnni())
-        families.push_back(&kAvx512VnniKernels);
-    if (__builtin_cpu_supports("avx2") != 0)
-        families.push_back(&kAvx2Kernels);
+        {&kAmxKernels, [] { return hasAvx512Vnni() && isAmxGranted(); }},
+        {&kAvx512VnniKernels, hasAvx512Vnni},
+        {&kAvx2Kernels, [] { return __builtin_cpu_supports("avx2") != 0; }},
 #endif
 #ifdef __aarch64__
-    if ((getauxval(AT_HWCAP) & HWCAP_ASIMDDP) != 0)
-        families.push_back(&kNeonDotKernels);
+        {&kNeonDotKernels, [] { return (getauxval(AT_HWCAP) & HWCAP_ASIMDDP) != 0; }},
 #endif
-    families.push_back(&kScalarKernels);
-    return families;
+    };
 }
+
+constexpr char kSwitch[] = "MULTIMEDIA_FACE_KERNELS_OFF";
 
 /// Null while the best family is in use.
 std::atomic<const KernelFamily*> forced_family = nullptr;
+/// Null until one has been told.
+std::atomic<const KernelFamily*> settled_family = nullptr;
 
 } // namespace
+
+std::vector<const KernelFamily*> findKernelFamilies(std::string switchedOff)
+{
+    std::replace(switchedOff.begin(), switchedOff.end(), ',', ' ');
+    std::istringstream words(switchedOff);
+    std::vector<std::string> names{std::istream_iterator<std::string>(words), {}};
+
+    std::vector<const KernelFamily*> families;
+    for (const Candidate& candidate : candidates()) {
+        const auto name = std::find(names.begin(), names.end(), candidate.family->name);
+        if (name != names.end())
+            names.erase(name);
+        else if (candidate.canRun())
+            families.push_back(candidate.family);
+    }
+    families.push_back(&kScalarKernels);
+    for (const std::string& name : names)
+        std::fprintf(stderr, "%s: there are no kernels \"%s\" to switch off\n", kSwitch, name.c_str());
+    return families;
+}
 
 const std::vector<const KernelFamily*>& kernelFamilies()
 {
     // Never destroyed: a thread may still look for faces while the process ends.
-    static const auto& families = *new const std::vector<const KernelFamily*>(findFamilies());
+    static const auto& families = *new const std::vector<const KernelFamily*>([] {
+        const char* const off = std::getenv(kSwitch);
+        return findKernelFamilies(off ? off : "");
+    }());
     return families;
 }
 
 const KernelFamily& kernelFamily()
 {
-    const KernelFamily* forced = forced_family;
-    return forced ? *forced : *kernelFamilies().front();
+    if (const KernelFamily* const forced = forced_family)
+        return *forced;
+    const KernelFamily* const settled = settled_family;
+    return settled ? *settled : *kernelFamilies().front();
+}
+
+void settleKernelFamily(const KernelFamily& family)
+{
+    settled_family = &family;
 }
 
 void forceKernelFamily(const KernelFamily* family)

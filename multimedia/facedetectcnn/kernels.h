@@ -4,6 +4,10 @@
 
 struct Filters;
 
+namespace facedetectcnn {
+struct KernelFamily;
+}
+
 /// @file
 /// The operations of the network on blobs.
 ///
@@ -32,6 +36,10 @@ bool convolution3x3P0(const CDataBlob<unsigned char>& input, const Filters& filt
 /// An output of zeros only has an infinite scale.
 bool convolution_relu(const CDataBlob<unsigned char>& input, const Filters& filters,
                       CDataBlob<unsigned char>* output);
+
+/// `convolution_relu` by a family of kernels that need not be the one in use.
+bool convolution_relu(const facedetectcnn::KernelFamily& family, const CDataBlob<unsigned char>& input,
+                      const Filters& filters, CDataBlob<unsigned char>* output);
 
 /// Largest values of 2x2 windows; an odd last column or row is dropped.
 bool maxpooling2x2S2(const CDataBlob<unsigned char>& input, CDataBlob<unsigned char>* output);
