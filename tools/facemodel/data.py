@@ -31,6 +31,7 @@ class Face:
     box: np.ndarray  # x0, y0, x1, y1 in pixels
     landmarks: np.ndarray | None  # (5, 2)
     ignored: bool  # neither face nor background
+    kind: str = ""  # what the source says of it, in its own words
 
     @property
     def size(self):
@@ -45,6 +46,7 @@ class Photo:
     faces: list = field(default_factory=list)
     _pixels: np.ndarray | None = None
     mistakes: list = field(default_factory=list)  # what a network took for faces: shown more often
+    origin: str = ""  # where the source says that it was taken from
 
     def pixels(self):
         """Blue, green, red bytes, (h, w, 3)."""
@@ -76,8 +78,8 @@ def load(folder, split):
             for face in entry["faces"]:
                 x, y, w, h = face["box"]
                 points = None if face["lm"] is None else np.array(face["lm"], np.float32).reshape(5, 2)
-                faces.append(Face(np.array([x, y, x + w, y + h], np.float32), points, bool(face["ignore"])))
-            photos.append(Photo(labels.parent.name, labels.parent / entry["file"], faces))
+                faces.append(Face(np.array([x, y, x + w, y + h], np.float32), points, bool(face["ignore"]), face.get("cls", "")))
+            photos.append(Photo(labels.parent.name, labels.parent / entry["file"], faces, origin=entry.get("src", "")))
         if photos:
             sources[labels.parent.name] = photos
     return sources
