@@ -16,6 +16,7 @@ import torch
 import boxes
 import data
 import integer
+import judge
 import metrics
 import quantise
 import train
@@ -213,6 +214,38 @@ class Integers(unittest.TestCase):
         np.testing.assert_allclose(faces[:, 0], scores, atol=1e-3)
         np.testing.assert_allclose(faces[:, 1:3], box[:, :2], atol=0.6)
         np.testing.assert_allclose(faces[:, 5:], points.reshape(-1, 10), atol=1.1)
+
+
+class Judging(unittest.TestCase):
+    def test_bounds_know_that_faces_of_a_picture_are_alike(self):
+        np.testing.assert_allclose(judge.share([(0, 1)] * 90 + [(1, 1)] * 10), (0.1, 0.055, 0.174), atol=1e-3)
+        _, low, high = judge.share([(0, 10)] * 9 + [(10, 10)])
+        self.assertTrue(low < 0.03 and high > 0.3)
+        np.testing.assert_allclose(judge.share([(0, 5)] * 20), (0, 0, 0.037), atol=1e-3)
+        np.testing.assert_allclose(judge.rate([0] * 100), (0, 0, 0.037), atol=1e-3)
+        np.testing.assert_allclose(judge.rate([0] * 90 + [1] * 10), (0.1, 0.048, 0.184), atol=1e-3)
+        self.assertGreater(judge.rate([0] * 99 + [10])[2], 0.4)
+
+    def test_a_face_is_hidden_where_the_blur_changes_the_picture(self):
+        with tempfile.TemporaryDirectory() as folder:
+            [(scores, found, _)] = judge.detect(os.environ["FACELIST"], [os.environ["PICTURE"]], folder)
+            changed = cv2.imread(f"{folder}/0.png", cv2.IMREAD_GRAYSCALE)
+        self.assertEqual(changed.shape, cv2.imread(os.environ["PICTURE"]).shape[:2])
+        face, beside = data.Face(square(225, 126, 100), None, False), data.Face(square(325, 126, 100), None, False)
+        self.assertTrue(judge.is_hidden(face, changed))
+        self.assertFalse(judge.is_hidden(beside, changed))
+        self.assertEqual(judge.false_patches([face], scores, found), 0)
+        self.assertEqual(judge.false_patches([beside], scores, found), 1)
+        self.assertEqual(judge.false_patches([], scores, found), 1)
+
+    def test_labels_tell_the_groups(self):
+        points = np.array([[10, 10], [30, 10], [11, 20], [12, 30], [28, 30]], np.float32)
+        face = data.Face(square(20, 20, 40), points, False, "con_mascarilla")
+        photo = data.Photo("maskon", Path("a.jpg"), [face, face])
+        self.assertEqual(set(judge.groups_of(photo, face)), {"32 to 64 pixels", "masked", "masked, in groups", "turned"})
+        face = data.Face(square(20, 20, 22), None, False)
+        photo = data.Photo("utk", Path("7_0_1_2017.jpg"), [face])
+        self.assertEqual(set(judge.groups_of(photo, face)), {"20 to 32 pixels", "child", "dark skin"})
 
 
 if __name__ == "__main__":
