@@ -14,6 +14,7 @@ import numpy as np
 import torch
 
 import boxes
+import calibrate
 import data
 import integer
 import judge
@@ -189,6 +190,27 @@ class Integers(unittest.TestCase):
             for probability, becomes in ((passing, 0.5), (sure, 0.95)):
                 odds = calibration.slope[index] * torch.logit(torch.tensor(probability)) + calibration.shift[index]
                 self.assertAlmostEqual(float(torch.sigmoid(odds)), becomes, places=5)
+
+    def test_the_search_for_a_calibration_sees_what_the_detector_gives(self):
+        random, (width, height) = np.random.default_rng(4), (160, 120)
+        count = len(boxes.priors(width, height))
+        coded, odds = random.normal(0, 0.5, (count, 14)).astype(np.float32), random.normal(-1, 2, count).astype(np.float32)
+
+        class Answer:
+            as_input = staticmethod(lambda pictures: pictures)
+
+            def __call__(self, _):
+                return torch.tensor(coded[None]), torch.tensor(np.stack([0 * odds, odds], -1)[None])
+
+        scene = calibrate.Scene("photo", np.zeros((height, width, 3), np.uint8), [])
+        scene.look(Answer(), quantise.Calibration([0.5], [0.95]))
+        slope, shift = np.full(len(quantise.SIZES), 1.3), np.linspace(-0.5, 0.5, len(quantise.SIZES))
+        scores, found = scene.detections(slope, shift)
+        sizes = np.searchsorted(quantise.SIZES, boxes.priors(width, height)[:, 2])
+        wanted, wanted_boxes, _ = boxes.detections(coded, 1 / (1 + np.exp(-(odds * slope[sizes] + shift[sizes]))), width, height)
+        self.assertGreater(len(wanted), 10)
+        np.testing.assert_allclose(scores, wanted, atol=1e-6)
+        np.testing.assert_allclose(found, wanted_boxes, atol=1e-4)
 
     def test_a_file_comes_back_as_it_was_written(self):
         file = MODEL.read_bytes()
