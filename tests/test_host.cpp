@@ -2,7 +2,10 @@
 #include "multimedia/audioplayer/audioplayer.h"
 #include "multimedia/multimediaprovider.h"
 #include "tests/support/colour.h"
+#include "tests/support/faces.h"
 #include "tests/support/files.h"
+#include "tests/support/imagebytes.h"
+#include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
 #include "tests/support/program.h"
@@ -12,6 +15,7 @@
 #include "tests/support/soundserver.h"
 
 #include <QtGui/QPainter>
+#include <QtGui/QTransform>
 #include <QtQuick/QQuickItem>
 #include <QtQuick/QQuickWindow>
 #include <QtTest/QtTest>
@@ -519,20 +523,30 @@ void TestHost::photo_changesColours()
 
 void TestHost::photo_hidesFaces()
 {
-    show("photo");
-    open("openPhoto", dataFile("photos/astronaut.jpg"));
-    QTRY_VERIFY_WITH_TIMEOUT(scene->isEnabled("blur"), 20'000);
-    const QImage before = savePhoto();
-    QCOMPARE(before.size(), QImage(dataFile("photos/astronaut.jpg")).size());
-    scene->click("blur");
-    QTRY_VERIFY_WITH_TIMEOUT(scene->value("blur", "checked").toBool() && scene->isEnabled("blur"), 20'000);
-    scene->shoot("photo-faces");
-    const QImage hidden = savePhoto();
-    QCOMPARE(hidden.size(), before.size());
-    QVERIFY(hidden != before);
-    scene->click("blur");
-    QTRY_VERIFY(!scene->value("blur", "checked").toBool());
-    QCOMPARE(savePhoto(), before);
+    const QImage upright = QImage(dataFile("photos/astronaut.jpg")).copy(80, 0, 256, 240);
+    // As it is, and as a camera stores what it sees turned and mirrored.
+    for (const auto& [orientation, stored] :
+         {std::pair(1, QTransform()), {7, QTransform().rotate(-90) * QTransform(-1, 0, 0, 1, 0, 0)}}) {
+        const InCase in_case(orientation);
+        const QString file = folder.filePath(QStringLiteral("camera-%1.jpg").arg(orientation));
+        writeFile(file, ImageBytes::turnedJpeg(upright.transformed(stored), char(orientation)));
+        show("photo");
+        open("openPhoto", file);
+        QTRY_VERIFY_WITH_TIMEOUT(scene->isEnabled("blur"), 20'000);
+        const QImage before = savePhoto();
+        QVERIFY(before.size() == upright.size() && patchBetween(upright, before).isEmpty());
+        scene->click("blur");
+        QTRY_VERIFY_WITH_TIMEOUT(scene->value("blur", "checked").toBool() && scene->isEnabled("blur"),
+                                 20'000);
+        scene->shoot("photo-faces");
+        const QImage hidden = savePhoto();
+        QCOMPARE(hidden.size(), before.size());
+        const QRect patch = patchBetween(before, hidden);
+        QVERIFY(patch.contains(QRect(110, 85, 70, 75)) && QRect(70, 35, 145, 185).contains(patch));
+        scene->click("blur");
+        QTRY_VERIFY(!scene->value("blur", "checked").toBool());
+        QCOMPARE(savePhoto(), before);
+    }
 }
 
 void TestHost::video_clips_betweenHandles()

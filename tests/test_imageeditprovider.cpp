@@ -1,5 +1,6 @@
 #include "multimedia/imageedit/imageeditprovider.h"
 #include "multimedia/multimediaprovider.h"
+#include "tests/support/faces.h"
 #include "tests/support/files.h"
 #include "tests/support/imagebytes.h"
 #include "tests/support/incase.h"
@@ -66,17 +67,6 @@ static const char kClient[] = R"(
         function thumb(path) { return handler.readThumbImage(path) + "|" + handler.readThumbBytes(path) }
     }
 )";
-
-/// The rectangle of all pixels that differ by far more than writing a JPEG once more makes them.
-QRect changed(const QImage& before, const QImage& after)
-{
-    QRect area;
-    for (int y = 0; y < before.height(); ++y)
-        for (int x = 0; x < before.width(); ++x)
-            if (qAbs(qGreen(before.pixel(x, y)) - qGreen(after.pixel(x, y))) > 40)
-                area |= QRect(x, y, 1, 1);
-    return area;
-}
 
 /// The picture under edit, its properties and its faces, as a client uses them.
 class TestImageEditProvider : public QObject
@@ -286,7 +276,7 @@ void TestImageEditProvider::faceBlur_goesFromSearchToToggle()
     QVERIFY(blur_path.startsWith(temporary.path()) && blur_path.endsWith(QLatin1String(".jpeg")));
     QCOMPARE(QImage(blur_path).size(), original.size());
 
-    QVERIFY(changed(original, QImage(blur_path)).contains(QRect(190, 85, 70, 75)));
+    QVERIFY(patchBetween(original, QImage(blur_path)).contains(QRect(190, 85, 70, 75)));
 
     handler->faceMaskDetect(path);
     handler->faceMaskDetect(path);
@@ -314,13 +304,13 @@ void TestImageEditProvider::faceBlur_sitsOnFace_inEveryOrientation()
             return reader.read();
         };
         const QImage before = shown(path);
-        QVERIFY(changed(upright, before).isEmpty()); // else the picture is not what it is called
+        QVERIFY(patchBetween(upright, before).isEmpty()); // else the picture is not what it is called
 
         handler->editImage(path);
         QTRY_VERIFY_WITH_TIMEOUT(handler->faceBlurEnabled(), kPatience_ms);
         handler->faceMaskDetect(path);
         QTRY_COMPARE_WITH_TIMEOUT(seen("finished").size(), orientation, kPatience_ms);
-        const QRect patch = changed(before, shown(handler->faceBlurPath()));
+        const QRect patch = patchBetween(before, shown(handler->faceBlurPath()));
         QVERIFY2(patch.contains(QRect(110, 85, 70, 75)) && QRect(70, 35, 145, 185).contains(patch),
                  qPrintable(QStringLiteral("%1,%2 %3x%4")
                                 .arg(patch.x())
@@ -328,7 +318,7 @@ void TestImageEditProvider::faceBlur_sitsOnFace_inEveryOrientation()
                                 .arg(patch.width())
                                 .arg(patch.height())));
         // A client that does not obey EXIF data sees the blur on the picture that it knows.
-        QVERIFY(!changed(source, QImage(handler->faceBlurPath())).isEmpty());
+        QVERIFY(!patchBetween(source, QImage(handler->faceBlurPath())).isEmpty());
         QCOMPARE(QImage(handler->faceBlurPath()).size(), source.size());
         QCOMPARE(QImageReader(handler->faceBlurPath()).transformation(), QImageReader(path).transformation());
     }
