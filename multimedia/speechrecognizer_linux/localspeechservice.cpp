@@ -274,7 +274,7 @@ void LocalSpeechService::report(const JobPtr& job, const SpeechResult& result, c
 }
 
 void LocalSpeechService::enqueueReport(const JobPtr& job, const SpeechResult& result,
-                                        const std::string& error)
+                                       const std::string& error)
 {
     if (job->ended)
         return;

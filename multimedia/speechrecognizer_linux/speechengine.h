@@ -18,7 +18,7 @@ class SpeechDecoder
 public:
     enum class Heard {
         Failure,
-        Pause,  ///< nobody speaks
+        Pause, ///< nobody speaks
         Speech,
         Ending, ///< somebody has spoken and pauses: the utterance is to be ended
     };

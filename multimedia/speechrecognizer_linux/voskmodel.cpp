@@ -7,7 +7,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <regex>
 #include <set>
@@ -23,9 +22,9 @@ namespace fs = std::filesystem;
 /// What the engine opens without asking whether it is there.
 constexpr const char* kNeeded[] = {"am/final.mdl", "conf/mfcc.conf", "conf/model.conf",
                                    "graph/phones/word_boundary.int"};
-constexpr const char* kVoicePrint[] = {"ivector/final.ie",          "ivector/final.dubm",
-                                       "ivector/final.mat",         "ivector/global_cmvn.stats",
-                                       "ivector/online_cmvn.conf",  "ivector/splice.conf"};
+constexpr const char* kVoicePrint[] = {"ivector/final.ie",         "ivector/final.dubm",
+                                       "ivector/final.mat",        "ivector/global_cmvn.stats",
+                                       "ivector/online_cmvn.conf", "ivector/splice.conf"};
 
 // The network stands behind the transitions, which take some hundred kilobytes.
 constexpr std::size_t kHead = std::size_t(8) << 20;
@@ -122,14 +121,16 @@ std::vector<VoskModel> findVoskModels(const std::vector<std::string>& folders)
     for (const std::string& folder : folders) {
         std::vector<Named> here;
         std::error_code error;
-        for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+        for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+             entry.increment(error)) {
             std::error_code status;
             const std::optional<Named> found = named(entry->path());
             if (found && entry->is_directory(status))
                 here.push_back(*found);
         }
         std::sort(here.begin(), here.end(), [](const Named& a, const Named& b) {
-            return a.is_small == b.is_small ? a.name > b.name : a.is_small;
+            const int order = strverscmp(a.name.c_str(), b.name.c_str());
+            return a.is_small == b.is_small ? order > 0 : a.is_small;
         });
         for (const Named& found : here)
             models.push_back(found.model);

@@ -72,7 +72,33 @@ HostPage {
         page.failure = ""
         ++requests
         request = "message " + requests
-        engine.recognizeFile(request, message, "")
+        answer.text = ""
+        engine.recognizeFile(request, message, languages.currentValue)
+    }
+
+    // "English (United States)"; the code itself where no name is known for it.
+    function languageName(code) {
+        const parts = code.split("_")
+        const locale = Qt.locale(code)
+        if (!locale.name.startsWith(parts[0]))
+            return code
+        const name = locale.nativeLanguageName
+        return parts.length > 1 ? name + " (" + locale.nativeCountryName + ")" : name
+    }
+
+    function listLanguages() {
+        const codes = engine.speechModels().map(model => model.language)
+        const names = [...new Set(codes)].map(code => ({ name: languageName(code), code: code }))
+        names.sort((a, b) => a.name.localeCompare(b.name))
+        const chosen = languages.currentValue
+        languages.model = [{ name: qsTr("My language"), code: "" }].concat(names)
+        languages.currentIndex = Math.max(0, languages.indexOfValue(chosen))
+    }
+
+    function showAnswering() {
+        const model = engine.answeringSpeechModel()
+        answer.text = model.recognizer ? model.recognizer + ", " + languageName(model.language)
+                                       : qsTr("There is no speech recogniser for this language.")
     }
 
     function cancelText() {
@@ -82,6 +108,10 @@ HostPage {
         request = ""
         engine.cancelRecognize(cancelled)
     }
+
+    // A model may have been installed meanwhile.
+    onVisibleChanged: if (visible) listLanguages()
+    Component.onCompleted: listLanguages()
 
     title: qsTr("Voice message")
     hint: qsTr("Record a message in any voice, listen to it, turn it into text")
@@ -109,13 +139,16 @@ HostPage {
             }
         }
         function onSpeechRecognizedResultChanged(recognizeId, speechRecognizedResult) {
-            if (recognizeId === page.request)
-                text.text = speechRecognizedResult
+            if (recognizeId !== page.request)
+                return
+            text.text = speechRecognizedResult
+            page.showAnswering()
         }
         function onRecognizeCompletedChanged(recognizeId, recognizeCompleted) {
             if (recognizeId !== page.request)
                 return
             page.request = ""
+            page.showAnswering()
             if (!recognizeCompleted)
                 page.failure = qsTr("This message cannot be turned into text.")
             else if (text.text === "")
@@ -249,8 +282,27 @@ HostPage {
                     text: qsTr("Turn into text")
                     onClicked: page.toText()
                 }
+                ComboBox {
+                    id: languages
+
+                    objectName: "languages"
+                    Layout.preferredWidth: 200
+                    enabled: page.request === ""
+                    textRole: "name"
+                    valueRole: "code"
+                    Accessible.name: qsTr("Language")
+                }
+                Label {
+                    id: answer
+
+                    objectName: "answeringModel"
+                    visible: page.request === ""
+                    elide: Text.ElideRight
+                    Layout.fillWidth: true
+                }
                 WorkRow {
                     Layout.fillWidth: true
+                    visible: page.request !== ""
                     running: page.request !== ""
                     text: qsTr("Listening…")
                     onCancelled: page.cancelText()
