@@ -76,14 +76,11 @@ HostPage {
         engine.recognizeFile(request, message, languages.currentValue)
     }
 
-    // "English (United States)"; the code itself where no name is known for it.
+    // "American English (en_US)"; the code alone where no name is known for it.
     function languageName(code) {
-        const parts = code.split("_")
         const locale = Qt.locale(code)
-        if (!locale.name.startsWith(parts[0]))
-            return code
-        const name = locale.nativeLanguageName
-        return parts.length > 1 ? name + " (" + locale.nativeCountryName + ")" : name
+        const is_known = locale.name.split("_")[0] === code.split("_")[0]
+        return is_known ? locale.nativeLanguageName + " (" + code + ")" : code
     }
 
     function listLanguages() {
