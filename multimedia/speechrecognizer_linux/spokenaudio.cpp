@@ -58,7 +58,7 @@ bool SpeechDetector::hears(const std::int16_t* frame)
 {
     if (!encoder)
         return true;
-    std::array<unsigned char, kPacketRoom> packet;
+    std::array<unsigned char, kPacketRoom> packet = {};
     const int size = opus_encode(encoder.get(), frame, int(kFrame), packet.data(), int(packet.size()));
     return size < 1 || packet[0] >> 3 < kFirstTransform;
 }
