@@ -39,7 +39,7 @@ std::unique_ptr<SpeechService> makeService(const QString& engine)
     if (engine == "vosk")
         engines.push_back(
             std::make_unique<VoskEngine>(std::vector<std::string>{TEST_VOSK_LIBRARY, "libvosk.so"},
-                                         std::vector<std::string>{TEST_DATA_DIR "/vosk"}));
+                                         std::vector<std::string>{dataFile("vosk").toStdString()}));
     else
         engines.push_back(std::make_unique<PocketSphinxEngine>());
     return std::make_unique<LocalSpeechService>(std::move(engines));

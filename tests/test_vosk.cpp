@@ -23,8 +23,16 @@ using speechRecognize::VoskEngine;
 
 namespace {
 
-const QString kModel = QStringLiteral(TEST_DATA_DIR "/vosk/vosk-model-small-en-us-0.0");
-const std::string kFood = TEST_MEDIA_DIR "/food.wav"; // 2.9 s
+QString wholeModel()
+{
+    return dataFile("vosk/vosk-model-small-en-us-0.0");
+}
+
+/// Three seconds of speech.
+std::string food()
+{
+    return media("food.wav").toStdString();
+}
 
 void copyFolder(const QString& from, const QString& to)
 {
@@ -91,7 +99,7 @@ void TestVosk::init()
 
 void TestVosk::addModel(const QString& name, const QByteArray& script)
 {
-    copyFolder(kModel, folder->filePath(name));
+    copyFolder(wholeModel(), folder->filePath(name));
     writeFile(folder->filePath(name + "/script"), script);
 }
 
@@ -128,7 +136,7 @@ void TestVosk::models_areFound_byNameAndOrder()
          {"vosk-model-en-us-0.22", "vosk-model-small-en-us-0.9", "vosk-model-small-en-us-0.16",
           "vosk-model-small-cn-0.22", "vosk-model-de-tuda-0.6-900k", "vosk-model-spk-0.4",
           "vosk-recasepunc-en-0.22", "vosk-model", "vosk-model-small-fr", "notes"})
-        QVERIFY(QFile::link(kModel, folder->filePath(name)));
+        QVERIFY(QFile::link(wholeModel(), folder->filePath(name)));
     writeFile(folder->filePath("vosk-model-small-it-0.22"), "no folder");
     QStringList found;
     for (const SpeechModel& model : makeEngine(folder->path())->models())
@@ -166,7 +174,7 @@ void TestVosk::choice_followsLanguages()
     const auto service = makeService(makeEngine(folder->path()), {});
     const LogCapture log;
     Listener listener;
-    service->recognizeFile(kFood, asked.toStdString(), listener.handler());
+    service->recognizeFile(food(), asked.toStdString(), listener.handler());
     QVERIFY(listener.awaitEnd());
     const SpeechModel answering = service->answering();
     const QString path = QString::fromStdString(answering.path);
@@ -206,7 +214,7 @@ void TestVosk::text_isWritten_asItsLanguageIs()
     addModel("vosk-model-small-" + locale + "-1", script);
     const auto service = makeService(makeEngine(folder->path()));
     Listener listener;
-    service->recognizeFile(kFood, locale.toStdString(), listener.handler());
+    service->recognizeFile(food(), locale.toStdString(), listener.handler());
     QVERIFY(listener.awaitEnd());
     QVERIFY(!listener.failed);
     if (qstrcmp(QTest::currentDataTag(), "what is no JSON") != 0)
@@ -219,7 +227,7 @@ void TestVosk::failure_endsTask()
     const auto service = makeService(makeEngine(folder->path()));
     for (int round = 0; round < 2; ++round) {
         Listener listener;
-        service->recognizeFile(kFood, "ru", listener.handler());
+        service->recognizeFile(food(), "ru", listener.handler());
         QVERIFY(listener.awaitEnd());
         QVERIFY(listener.failed);
         QCOMPARE(listener.text(), QString("one"));
@@ -235,7 +243,7 @@ void TestVosk::modelThatCannotBeLoaded_isPassedOver()
     const LogCapture log;
     for (int round = 0; round < 2; ++round) {
         Listener listener;
-        service->recognizeFile(kFood, "ru", listener.handler());
+        service->recognizeFile(food(), "ru", listener.handler());
         QVERIFY(listener.awaitEnd());
         QCOMPARE(listener.text(), QString("hello"));
     }
@@ -282,7 +290,7 @@ void TestVosk::brokenModel_isNamed_andPassedOver()
     const auto service = makeService(makeEngine(folder->path()));
     for (int round = 0; round < 2; ++round) {
         Listener listener;
-        service->recognizeFile(kFood, "ru", listener.handler()); // the stand-in would end the process
+        service->recognizeFile(food(), "ru", listener.handler()); // the stand-in would end the process
         QVERIFY(listener.awaitEnd());
         QVERIFY(listener.failed);
     }
@@ -293,9 +301,10 @@ void TestVosk::library_mustBeWhole()
 {
     addModel("vosk-model-small-ru-1");
     const LogCapture log;
-    for (const char* library : {STANDIN_VOSK_PART, "/no/other/libvosk.so", TEST_DATA_DIR "/vosk"}) {
+    for (const QString& library :
+         {QString(STANDIN_VOSK_PART), QString("/no/other/libvosk.so"), wholeModel()}) {
         const InCase in_case(library);
-        const auto engine = makeEngine(folder->path(), library);
+        const auto engine = makeEngine(folder->path(), library.toStdString());
         QVERIFY(engine->models().empty());
         QVERIFY(engine->load({"Vosk", "ru", folder->filePath("vosk-model-small-ru-1").toStdString()}) ==
                 nullptr);

@@ -2,13 +2,15 @@
 
 #include "multimedia/speechrecognizer_linux/speechlanguage.h"
 
+#include <QtCore/QRegularExpression>
+#include <QtCore/QString>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <optional>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <system_error>
@@ -43,14 +45,17 @@ struct Named
 
 std::optional<Named> named(const fs::path& folder)
 {
-    static const std::regex pattern("vosk-model(-small)?-([a-z]{2,3})(-[a-z]{2})?-.+", std::regex::icase);
-    std::smatch match;
-    std::string name = folder.filename().string();
-    // Who speaks, instead of what.
-    if (!std::regex_match(name, match, pattern) || match[2] == "spk")
+    const QRegularExpression pattern(
+        QStringLiteral("^vosk-model(?<small>-small)?-(?<language>[a-z]{2,3}(-[a-z]{2})?)-.+$"),
+        QRegularExpression::CaseInsensitiveOption);
+    const std::string name = folder.filename().string();
+    const QRegularExpressionMatch match = pattern.match(QString::fromStdString(name));
+    const SpeechLanguage language = speechLanguage(match.captured(QStringLiteral("language")).toStdString());
+    // A model named "spk" tells who speaks, instead of what.
+    if (!match.hasMatch() || language.language == "spk")
         return {};
-    const std::string language = speechLanguage(match[2].str() + match[3].str()).name();
-    return Named{{folder.string(), language}, match[1].matched, name};
+    const bool is_small = !match.captured(QStringLiteral("small")).isEmpty();
+    return Named{{folder.string(), language.name()}, is_small, name};
 }
 
 bool hasContent(const fs::path& file)
