@@ -16,7 +16,6 @@
 using speechRecognize::LocalSpeechService;
 using speechRecognize::PocketSphinxEngine;
 using speechRecognize::SpeechEngine;
-using speechRecognize::SpeechLanguage;
 using speechRecognize::SpeechModel;
 using speechRecognize::SpeechService;
 using speechRecognize::VoskEngine;
