@@ -289,20 +289,22 @@ HostPage {
                     valueRole: "code"
                     Accessible.name: qsTr("Language")
                 }
-                Label {
-                    id: answer
+                StackLayout {
+                    Layout.fillWidth: true
+                    currentIndex: page.request !== "" ? 0 : 1
 
-                    objectName: "answeringModel"
-                    visible: page.request === ""
-                    elide: Text.ElideRight
-                    Layout.fillWidth: true
-                }
-                WorkRow {
-                    Layout.fillWidth: true
-                    visible: page.request !== ""
-                    running: page.request !== ""
-                    text: qsTr("Listening…")
-                    onCancelled: page.cancelText()
+                    WorkRow {
+                        running: page.request !== ""
+                        text: qsTr("Listening…")
+                        onCancelled: page.cancelText()
+                    }
+                    Label {
+                        id: answer
+
+                        objectName: "answeringModel"
+                        elide: Text.ElideRight
+                        verticalAlignment: Text.AlignVCenter
+                    }
                 }
                 SaveButton {
                     objectName: "saveVoice"
