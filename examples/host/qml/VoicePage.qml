@@ -177,6 +177,16 @@ HostPage {
                 { name: qsTr("Double speed"), type: 8 }
             ]
         }
+        ComboBox {
+            id: languages
+
+            objectName: "languages"
+            Layout.fillWidth: true
+            enabled: page.request === ""
+            textRole: "name"
+            valueRole: "code"
+            Accessible.name: qsTr("Language of the text")
+        }
     }
 
     Card {
@@ -278,16 +288,6 @@ HostPage {
                     icon.source: "qrc:/host/icons/text.svg"
                     text: qsTr("Turn into text")
                     onClicked: page.toText()
-                }
-                ComboBox {
-                    id: languages
-
-                    objectName: "languages"
-                    Layout.preferredWidth: 200
-                    enabled: page.request === ""
-                    textRole: "name"
-                    valueRole: "code"
-                    Accessible.name: qsTr("Language")
                 }
                 StackLayout {
                     Layout.fillWidth: true
