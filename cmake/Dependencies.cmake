@@ -5,6 +5,7 @@ find_package(PkgConfig REQUIRED)
 pkg_check_modules(FFmpeg REQUIRED IMPORTED_TARGET
   libavformat libavcodec libavfilter libavdevice libavutil libswscale libswresample)
 pkg_check_modules(SpeexDsp REQUIRED IMPORTED_TARGET speexdsp)
+pkg_check_modules(Opus REQUIRED IMPORTED_TARGET opus)
 pkg_check_modules(SoundTouch REQUIRED IMPORTED_TARGET soundtouch)
 
 # Sonic comes without a pkg-config file.

@@ -311,6 +311,9 @@ void TestHost::voice_becomesText()
     const auto heard =
         std::count_if(wanted.begin(), wanted.end(), [&](const QString& word) { return text.contains(word); });
     QVERIFY2(heard >= 5, qPrintable(text));
+    QVERIFY(scene->value("languages", "count").toInt() > 1);
+    const QString answering = scene->value("answeringModel", "text").toString();
+    QVERIFY2(answering.contains("English (en_US)"), qPrintable(answering));
 
     scene->click("toText");
     QTRY_VERIFY(scene->isEnabled("cancelWork"));

@@ -55,6 +55,7 @@ private Q_SLOTS:
     void authorization_startsOrEmptiesQueue_data();
     void authorization_startsOrEmptiesQueue();
     void language_fallsBack_onSystems();
+    void models_areTold();
     void cancelBatchRecognize_dropsWaiting_andEndsHeadWhenReported();
     void cancelAllRecognize_isSilent_andNextAsksAfresh();
     void lateReport_isTheNewHeads_whenOnItsWay();
@@ -270,6 +271,18 @@ void TestRecognize::language_fallsBack_onSystems()
             QCOMPARE(told(), QStringList(id));
         }
     }
+}
+
+void TestRecognize::models_areTold()
+{
+    const QVariantMap german = {{"recognizer", "Script"}, {"language", "de_DE"}};
+    const QVariantMap chinese = {{"recognizer", "Script"}, {"language", "zh"}};
+    QCOMPARE(engine->speechModels(), (QVariantList{german, chinese}));
+    QCOMPARE(engine->answeringSpeechModel(), QVariantMap());
+    request("one");
+    QCOMPARE(engine->answeringSpeechModel(), german);
+    service->fail(1);
+    QCOMPARE(told(), QStringList("one=true"));
 }
 
 void TestRecognize::cancelBatchRecognize_dropsWaiting_andEndsHeadWhenReported()

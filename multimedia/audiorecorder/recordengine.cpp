@@ -3,6 +3,7 @@
 #include "multimedia/audiorecorder/audiorecorder.h"
 #include "multimedia/mediahandler/cmediadecode.h"
 #include "multimedia/recognize/recognizemanger.h"
+#include "multimedia/speechrecognizer/speechservice.h"
 #include "quillon/util.h"
 
 #include <QtCore/QCoreApplication>
@@ -12,6 +13,9 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QStandardPaths>
 #include <QtCore/QtDebug>
+
+using speechRecognize::SpeechModel;
+using speechRecognize::SpeechService;
 
 namespace {
 
@@ -51,6 +55,14 @@ QList<double> grow(int count, const QList<double>& source)
             insert((quotient + 2) * i + 1 + j, Util::generateRand(source[i], next));
     }
     return result;
+}
+
+QVariantMap described(const SpeechModel& model)
+{
+    if (model.recognizer.empty())
+        return {};
+    return {{QStringLiteral("recognizer"), QString::fromStdString(model.recognizer)},
+            {QStringLiteral("language"), QString::fromStdString(model.language)}};
 }
 
 /// The engine outlives the application, an audio device must not.
@@ -263,4 +275,17 @@ void RecordEngine::cancelBatchRecognize(const QStringList& recognizeIds)
 void RecordEngine::cancelAllRecognize()
 {
     recognizeMgr()->cancelAllRecognize();
+}
+
+QVariantList RecordEngine::speechModels()
+{
+    QVariantList models;
+    for (const auto& model : SpeechService::instance().models())
+        models += described(model);
+    return models;
+}
+
+QVariantMap RecordEngine::answeringSpeechModel()
+{
+    return described(SpeechService::instance().answering());
 }

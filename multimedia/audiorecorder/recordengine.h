@@ -109,6 +109,12 @@ public Q_SLOTS:
     void cancelBatchRecognize(const QStringList& recognizeIds);
     /// Forgets every request; none of them reports.
     void cancelAllRecognize();
+    /// What there is to recognise with: maps of "recognizer", a name for people, and "language", a locale as
+    /// "en_US" or "en". The first choice for a language comes first.
+    QVariantList speechModels();
+    /// Such a map of what the last recognition that has begun was made with; empty before the first one, and
+    /// when there was none for its language.
+    QVariantMap answeringSpeechModel();
     void slotRecordFinish();
 
 private:

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace speechRecognize {
 
@@ -22,6 +23,14 @@ struct PcmAudio
     std::size_t size = 0; ///< bytes; a last frame that is not whole is left out
     /// Keeps `data` alive.
     std::shared_ptr<const void> owner;
+};
+
+/// What a recogniser understands one language with.
+struct SpeechModel
+{
+    std::string recognizer; ///< its name, as people know it
+    std::string language;   ///< "en_US", or "en" where no region is known
+    std::string path;       ///< file or folder
 };
 
 /// What has been understood of one utterance, the stretch of speech between two pauses.
@@ -66,6 +75,10 @@ public:
     virtual void requestAuthorization(AuthorizationHandler answered) = 0;
     /// Whether there is a recogniser for a locale such as "en_US", and it can work now.
     virtual bool isAvailable(const std::string& locale) = 0;
+    /// Everything that there is to recognise with, the first choice for a language first.
+    virtual std::vector<SpeechModel> models() = 0;
+    /// What the last task that has begun is recognised with; without a name when there is none for it.
+    virtual SpeechModel answering() = 0;
     /// @param path    UTF-8
     /// @param locale  one that is available, or empty for that of the system
     /// @return 0 when no task was started; then the handler is not called

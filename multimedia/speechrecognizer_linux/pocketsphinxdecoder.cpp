@@ -13,11 +13,13 @@
 #include <filesystem>
 #include <mutex>
 #include <system_error>
+#include <utility>
 
 namespace speechRecognize {
 
 namespace {
 
+constexpr auto kModelFolder = POCKETSPHINX_MODEL_DIR "/en-us";
 constexpr auto kAcousticModel = "/en-us";
 constexpr auto kLanguageModel = "/en-us.lm.bin";
 constexpr auto kDictionary = "/cmudict-en-us.dict";
@@ -150,28 +152,49 @@ void PocketSphinxDecoder::startStream(const SpeechSamples& beginning)
 
 bool PocketSphinxDecoder::startUtterance()
 {
+    was_speech = false;
     return ps_start_utt(decoder.get()) == 0;
 }
 
-bool PocketSphinxDecoder::process(const std::int16_t* samples, std::size_t count)
+SpeechDecoder::Heard PocketSphinxDecoder::process(const std::int16_t* samples, std::size_t count)
 {
-    return ps_process_raw(decoder.get(), samples, count, FALSE, FALSE) >= 0;
-}
-
-bool PocketSphinxDecoder::isSpeech() const
-{
-    return ps_get_in_speech(decoder.get()) != 0;
-}
-
-std::string PocketSphinxDecoder::words() const
-{
-    const char* words = ps_get_hyp(decoder.get(), nullptr);
-    return words ? words : "";
+    if (ps_process_raw(decoder.get(), samples, count, FALSE, FALSE) < 0)
+        return Heard::Failure;
+    const bool is_speech = ps_get_in_speech(decoder.get()) != 0;
+    const bool has_ended = std::exchange(was_speech, is_speech) && !is_speech;
+    return is_speech ? Heard::Speech : has_ended ? Heard::Ending : Heard::Pause;
 }
 
 void PocketSphinxDecoder::endUtterance()
 {
     ps_end_utt(decoder.get());
+}
+
+std::string PocketSphinxDecoder::words()
+{
+    const char* words = ps_get_hyp(decoder.get(), nullptr);
+    return words ? words : "";
+}
+
+PocketSphinxEngine::PocketSphinxEngine()
+    : PocketSphinxEngine(kModelFolder)
+{}
+
+std::vector<SpeechModel> PocketSphinxEngine::models()
+{
+    if (!PocketSphinxDecoder::hasModel(model_folder))
+        return {};
+    return {{"pocketsphinx", "en_US", model_folder}};
+}
+
+std::unique_ptr<SpeechDecoder> PocketSphinxEngine::load(const SpeechModel& model)
+{
+    return PocketSphinxDecoder::load(model.path);
+}
+
+std::string PocketSphinxEngine::whatToInstall() const
+{
+    return "for English install the package pocketsphinx-en-us, whose model is looked for in " + model_folder;
 }
 
 } // namespace speechRecognize

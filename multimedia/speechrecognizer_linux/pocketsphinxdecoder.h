@@ -1,6 +1,6 @@
 #pragma once
 
-#include "multimedia/speechrecognizer_linux/speechaudio.h"
+#include "multimedia/speechrecognizer_linux/speechengine.h"
 
 #include <cstddef>
 #include <memory>
@@ -23,7 +23,7 @@ struct SphinxDeleter
 
 /// pocketsphinx with its model of American English: 105 MB of memory, loaded in a third of a second. One
 /// thread at a time.
-class PocketSphinxDecoder
+class PocketSphinxDecoder : public SpeechDecoder
 {
 public:
     /// Whether the files of the model are in the folder.
@@ -31,20 +31,17 @@ public:
     /// Null, and a line in the log, when it cannot be loaded.
     static std::unique_ptr<PocketSphinxDecoder> load(const std::string& model_folder);
 
-    /// Forgets all sound so far, and adjusts itself to the voice and the microphone in `beginning`, the first
-    /// seconds of what will be decoded. Far more words are understood for it: the recogniser's own adjustment
-    /// has hardly begun when a voice message is over.
-    void startStream(const SpeechSamples& beginning);
-    bool startUtterance();
-    bool process(const std::int16_t* samples, std::size_t count);
-    /// Whether the last sound was speech. A pause is known half a second after it began.
-    bool isSpeech() const;
-    /// Words of the utterance under way, or of the last one when that has ended; in lower case, one blank
-    /// between them.
-    std::string words() const;
+    /// Adjusts itself to the voice and the microphone of the beginning. Far more words are understood for it:
+    /// the recogniser's own adjustment has hardly begun when a voice message is over.
+    void startStream(const SpeechSamples& beginning) override;
+    bool startUtterance() override;
+    /// A pause is known half a second after it began.
+    Heard process(const std::int16_t* samples, std::size_t count) override;
     /// Understands the utterance as a whole, which may change its words and takes time, as a rule a tenth of
     /// its length.
-    void endUtterance();
+    void endUtterance() override;
+    /// In lower case.
+    std::string words() override;
 
 private:
     PocketSphinxDecoder() = default;
@@ -54,6 +51,24 @@ private:
     std::unique_ptr<ps_decoder_t, detail::SphinxDeleter> decoder;
     std::unique_ptr<fe_t, detail::SphinxDeleter> front_end; ///< hears the beginning
     std::vector<float> initial_mean;                        ///< cepstrum of a usual voice, from the model
+    bool was_speech = false;                                ///< of the utterance, at its last sound
+};
+
+/// pocketsphinx, where the package of its model of American English is installed.
+class PocketSphinxEngine : public SpeechEngine
+{
+public:
+    PocketSphinxEngine();
+    explicit PocketSphinxEngine(std::string model_folder)
+        : model_folder(std::move(model_folder))
+    {}
+
+    std::vector<SpeechModel> models() override;
+    std::unique_ptr<SpeechDecoder> load(const SpeechModel& model) override;
+    std::string whatToInstall() const override;
+
+private:
+    const std::string model_folder;
 };
 
 } // namespace speechRecognize

@@ -6,15 +6,19 @@ namespace speechRecognize {
 
 namespace {
 
+using Heard = SpeechDecoder::Heard;
+
 constexpr std::size_t kLongestUtterance = std::size_t(kSpeechRate) * 30;
 /// Speech between two looks at the words.
 constexpr std::size_t kLook = kSpeechRate / 4;
 
 } // namespace
 
-Transcription::Transcription(PocketSphinxDecoder& decoder, Report report, const SpeechSamples& beginning)
+Transcription::Transcription(SpeechDecoder& decoder, Report report, SpeechLanguage language,
+                             const SpeechSamples& beginning)
     : decoder(decoder)
     , report(std::move(report))
+    , language(std::move(language))
 {
     decoder.startStream(beginning);
 }
@@ -39,18 +43,17 @@ bool Transcription::feed(const std::int16_t* samples, std::size_t count)
 {
     if (!in_utterance && !startUtterance())
         return false;
-    if (!decoder.process(samples, count))
+    const Heard heard = decoder.process(samples, count);
+    if (heard == Heard::Failure)
         return false;
-    const bool is_speech = decoder.isSpeech();
-    if (is_speech) {
+    if (heard == Heard::Speech) {
         utterance_samples += count;
         unseen_samples += count;
     }
-    if ((was_speech && !is_speech) || utterance_samples > kLongestUtterance)
+    if (heard == Heard::Ending || utterance_samples > kLongestUtterance)
         endUtterance();
     else if (unseen_samples >= kLook)
         reportWords(decoder.words());
-    was_speech = is_speech && in_utterance;
     return true;
 }
 
@@ -77,7 +80,8 @@ void Transcription::reportWords(const std::string& words)
     }
     const auto count = words.empty() ? 0 : std::count(words.begin(), words.end(), ' ') + 1;
     last.segment_count = std::max<std::int64_t>(last.segment_count, count);
-    last.text = has_words && !words.empty() ? ' ' + words : words;
+    const bool needs_blank = has_words && !words.empty() && language.writesBlanks();
+    last.text = (needs_blank ? " " : "") + written(words, language);
     report(last);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "multimedia/speechrecognizer_linux/pocketsphinxdecoder.h"
+#include "multimedia/speechrecognizer_linux/speechengine.h"
+#include "multimedia/speechrecognizer_linux/speechlanguage.h"
 
 #include <functional>
 
@@ -8,8 +9,8 @@ namespace speechRecognize {
 
 /// Turns one stream of sound into the results of its utterances. One thread.
 ///
-/// An utterance ends at a pause of half a second; one that has none is cut, since the decoder's memory grows
-/// with it.
+/// An utterance ends where the decoder hears a pause; one that has none is cut, since the decoder's memory
+/// grows with it.
 class Transcription
 {
 public:
@@ -17,8 +18,10 @@ public:
 
     /// @param decoder   used alone while the object lives
     /// @param report    told every change of the text
+    /// @param language  says how words are written
     /// @param beginning the first seconds, which are to be fed nevertheless
-    Transcription(PocketSphinxDecoder& decoder, Report report, const SpeechSamples& beginning);
+    Transcription(SpeechDecoder& decoder, Report report, SpeechLanguage language,
+                  const SpeechSamples& beginning);
     /// Leaves the decoder ready for another stream.
     ~Transcription();
     Transcription(const Transcription&) = delete;
@@ -34,10 +37,10 @@ private:
     void endUtterance();
     void reportWords(const std::string& words);
 
-    PocketSphinxDecoder& decoder;
+    SpeechDecoder& decoder;
     Report report;
+    SpeechLanguage language;
     bool in_utterance = false;
-    bool was_speech = false;
     std::size_t utterance_samples = 0; ///< of speech
     std::size_t unseen_samples = 0;    ///< of speech, since the last look at the words
     bool has_words = false;            ///< some utterance before had

@@ -25,6 +25,14 @@ make -stream_loop -1 -i report.wav -af 'silenceremove=stop_periods=-1:stop_durat
 make -i two.wav -c:a libmp3lame -b:a 32k two.mp3
 make -stream_loop -1 -i two.mp3 -t 3600 -c copy hour.mp3
 
+# Music in which both recognisers hear more than a word a second: a tune, a chord that moves, and a beat.
+tune='220*pow(2\,mod(floor(t*4)*7\,12)/12)' bass='110*pow(2\,mod(floor(t)*5\,12)/12)'
+harmonics() { printf '+%s*sin(2*PI*%s*t*'"$1"')' "${@:2}"; }
+make -f lavfi -i "aevalsrc=d=40:s=16000:exprs=0.2*exp(-3*mod(t\,0.25))*(0$(harmonics "$tune" 1 1 0.7 2 0.5 3 0.4 4 0.3 5))\
++0.15*(0$(harmonics "$bass" 1 1 1 1.26 1 1.5 0.5 3))+0.2*(random(0)-0.5)*exp(-30*mod(t\,0.5))" band.wav
+# Somebody speaks while it pauses.
+make -t 8 -i band.wav -i food.wav -t 8 -i band.wav -filter_complex 'concat=n=3:v=0:a=1' amidst.wav
+
 make -f lavfi -i anullsrc=r=24000:cl=mono -t 5 silence.wav
 make -f lavfi -i anoisesrc=d=10:c=pink:a=0.1:seed=1 noise.wav
 make -f lavfi -i sine=440:d=5 tone.wav

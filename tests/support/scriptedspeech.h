@@ -51,6 +51,14 @@ public:
     }
     void requestAuthorization(AuthorizationHandler answered) override { questions.push_back(answered); }
     bool isAvailable(const std::string& locale) override { return locale == "de_DE"; }
+    std::vector<speechRecognize::SpeechModel> models() override
+    {
+        return {{"Script", "de_DE", "/script"}, {"Script", "zh", "/script"}};
+    }
+    speechRecognize::SpeechModel answering() override
+    {
+        return tasks.empty() ? speechRecognize::SpeechModel() : models().front();
+    }
     Task recognizeFile(const std::string& path, const std::string& locale, ResultHandler handler) override
     {
         return start({path, locale, {}, std::move(handler)});

@@ -72,7 +72,30 @@ HostPage {
         page.failure = ""
         ++requests
         request = "message " + requests
-        engine.recognizeFile(request, message, "")
+        answer.text = ""
+        engine.recognizeFile(request, message, languages.currentValue)
+    }
+
+    // "American English (en_US)"; the code alone where no name is known for it.
+    function languageName(code) {
+        const locale = Qt.locale(code)
+        const is_known = locale.name.split("_")[0] === code.split("_")[0]
+        return is_known ? locale.nativeLanguageName + " (" + code + ")" : code
+    }
+
+    function listLanguages() {
+        const codes = engine.speechModels().map(model => model.language)
+        const names = [...new Set(codes)].map(code => ({ name: languageName(code), code: code }))
+        names.sort((a, b) => a.name.localeCompare(b.name))
+        const chosen = languages.currentValue
+        languages.model = [{ name: qsTr("My language"), code: "" }].concat(names)
+        languages.currentIndex = Math.max(0, languages.indexOfValue(chosen))
+    }
+
+    function showAnswering() {
+        const model = engine.answeringSpeechModel()
+        answer.text = model.recognizer ? model.recognizer + ", " + languageName(model.language)
+                                       : qsTr("There is no speech recogniser for this language.")
     }
 
     function cancelText() {
@@ -82,6 +105,10 @@ HostPage {
         request = ""
         engine.cancelRecognize(cancelled)
     }
+
+    // A model may have been installed meanwhile.
+    onVisibleChanged: if (visible) listLanguages()
+    Component.onCompleted: listLanguages()
 
     title: qsTr("Voice message")
     hint: qsTr("Record a message in any voice, listen to it, turn it into text")
@@ -109,13 +136,16 @@ HostPage {
             }
         }
         function onSpeechRecognizedResultChanged(recognizeId, speechRecognizedResult) {
-            if (recognizeId === page.request)
-                text.text = speechRecognizedResult
+            if (recognizeId !== page.request)
+                return
+            text.text = speechRecognizedResult
+            page.showAnswering()
         }
         function onRecognizeCompletedChanged(recognizeId, recognizeCompleted) {
             if (recognizeId !== page.request)
                 return
             page.request = ""
+            page.showAnswering()
             if (!recognizeCompleted)
                 page.failure = qsTr("This message cannot be turned into text.")
             else if (text.text === "")
@@ -146,6 +176,16 @@ HostPage {
                 { name: qsTr("Half speed"), type: 5 },
                 { name: qsTr("Double speed"), type: 8 }
             ]
+        }
+        ComboBox {
+            id: languages
+
+            objectName: "languages"
+            Layout.fillWidth: true
+            enabled: page.request === ""
+            textRole: "name"
+            valueRole: "code"
+            Accessible.name: qsTr("Language of the text")
         }
     }
 
@@ -249,11 +289,22 @@ HostPage {
                     text: qsTr("Turn into text")
                     onClicked: page.toText()
                 }
-                WorkRow {
+                StackLayout {
                     Layout.fillWidth: true
-                    running: page.request !== ""
-                    text: qsTr("Listening…")
-                    onCancelled: page.cancelText()
+                    currentIndex: page.request !== "" ? 0 : 1
+
+                    WorkRow {
+                        running: page.request !== ""
+                        text: qsTr("Listening…")
+                        onCancelled: page.cancelText()
+                    }
+                    Label {
+                        id: answer
+
+                        objectName: "answeringModel"
+                        elide: Text.ElideRight
+                        verticalAlignment: Text.AlignVCenter
+                    }
                 }
                 SaveButton {
                     objectName: "saveVoice"

@@ -1,6 +1,7 @@
-#include "multimedia/speechrecognizer_linux/pocketsphinxservice.h"
+#include "multimedia/speechrecognizer_linux/localspeechservice.h"
 
 #include "multimedia/base/warning.h"
+#include "multimedia/speechrecognizer_linux/spokenaudio.h"
 #include "multimedia/speechrecognizer_linux/transcription.h"
 
 #include <algorithm>
@@ -13,7 +14,6 @@ namespace speechRecognize {
 
 namespace {
 
-constexpr auto kModelFolder = POCKETSPHINX_MODEL_DIR "/en-us";
 constexpr auto kKeepModel = std::chrono::minutes(1);
 /// What the decoder adjusts itself to.
 constexpr std::size_t kBeginning = std::size_t(kSpeechRate) * 30;
@@ -21,21 +21,11 @@ constexpr std::size_t kPiece = kSpeechRate / 10;
 
 } // namespace
 
-SpeechService& systemSpeechService()
-{
-    static PocketSphinxService service;
-    return service;
-}
-
-PocketSphinxService::PocketSphinxService()
-    : PocketSphinxService(kModelFolder)
+LocalSpeechService::LocalSpeechService(Engines engines)
+    : engines(std::move(engines))
 {}
 
-PocketSphinxService::PocketSphinxService(std::string model_folder)
-    : model_folder(std::move(model_folder))
-{}
-
-PocketSphinxService::~PocketSphinxService()
+LocalSpeechService::~LocalSpeechService()
 {
     {
         const std::lock_guard lock(mutex);
@@ -54,39 +44,77 @@ PocketSphinxService::~PocketSphinxService()
         reporting.join();
 }
 
-SpeechService::Authorization PocketSphinxService::authorizationStatus()
+SpeechService::Authorization LocalSpeechService::authorizationStatus()
 {
-    if (PocketSphinxDecoder::hasModel(model_folder))
+    if (!models().empty())
         return Authorization::Authorized;
-    multimedia::warning("authorizationStatus",
-                        "no speech model in " + model_folder + ": install the package pocketsphinx-en-us");
+    multimedia::warning("authorizationStatus", "no speech model: " + whatToInstall());
     return Authorization::Restricted;
 }
 
-void PocketSphinxService::requestAuthorization(AuthorizationHandler answered)
+void LocalSpeechService::requestAuthorization(AuthorizationHandler answered)
 {
     answered(authorizationStatus());
 }
 
-bool PocketSphinxService::isAvailable(const std::string& locale)
+bool LocalSpeechService::isAvailable(const std::string& locale)
 {
-    return locale.substr(0, locale.find_first_of("_-")) == "en" &&
-           PocketSphinxDecoder::hasModel(model_folder);
+    return !choices(speechLanguage(locale)).empty();
 }
 
-SpeechService::Task PocketSphinxService::recognizeFile(const std::string& path, const std::string& /*locale*/,
-                                                       ResultHandler handler)
+std::vector<SpeechModel> LocalSpeechService::models()
 {
-    return start(path, std::move(handler));
+    std::vector<SpeechModel> all;
+    for (const auto& engine : engines) {
+        const std::vector<SpeechModel> some = engine->models();
+        all.insert(all.end(), some.begin(), some.end());
+    }
+    return all;
 }
 
-SpeechService::Task PocketSphinxService::recognizeBuffer(const PcmAudio& audio, const std::string& /*locale*/,
-                                                         ResultHandler handler)
+SpeechModel LocalSpeechService::answering()
 {
-    return start(audio, std::move(handler));
+    const std::lock_guard lock(mutex);
+    return loaded;
 }
 
-SpeechService::Task PocketSphinxService::start(Source source, ResultHandler handler)
+std::vector<LocalSpeechService::Choice> LocalSpeechService::choices(const SpeechLanguage& language)
+{
+    std::vector<Choice> found;
+    for (const auto& engine : engines) {
+        const auto first = std::ptrdiff_t(found.size());
+        for (const SpeechModel& model : engine->models()) {
+            if (speechLanguage(model.language).language == language.language)
+                found.push_back({engine.get(), model});
+        }
+        std::stable_partition(found.begin() + first, found.end(), [&](const Choice& choice) {
+            return speechLanguage(choice.model.language) == language;
+        });
+    }
+    return found;
+}
+
+std::string LocalSpeechService::whatToInstall() const
+{
+    std::string text;
+    for (const auto& engine : engines)
+        text += (text.empty() ? "" : "; or ") + engine->whatToInstall();
+    return text;
+}
+
+SpeechService::Task LocalSpeechService::recognizeFile(const std::string& path, const std::string& locale,
+                                                      ResultHandler handler)
+{
+    return start(path, locale, std::move(handler));
+}
+
+SpeechService::Task LocalSpeechService::recognizeBuffer(const PcmAudio& audio, const std::string& locale,
+                                                        ResultHandler handler)
+{
+    return start(audio, locale, std::move(handler));
+}
+
+SpeechService::Task LocalSpeechService::start(Source source, const std::string& locale, ResultHandler handler)
 {
     const std::lock_guard lock(mutex);
     if (!startThreads())
@@ -94,13 +122,14 @@ SpeechService::Task PocketSphinxService::start(Source source, ResultHandler hand
     const auto job = std::make_shared<Job>();
     job->number = ++last_number;
     job->source = std::move(source);
+    job->language = locale.empty() ? systemSpeechLanguage() : speechLanguage(locale);
     job->handler = std::move(handler);
     waiting.push_back(job);
     job_arrived.notify_one();
     return job->number;
 }
 
-bool PocketSphinxService::startThreads()
+bool LocalSpeechService::startThreads()
 {
     try {
         if (!decoding.joinable())
@@ -114,7 +143,7 @@ bool PocketSphinxService::startThreads()
     }
 }
 
-void PocketSphinxService::cancel(Task task)
+void LocalSpeechService::cancel(Task task)
 {
     const std::lock_guard lock(mutex);
     const auto is_meant = [task](const JobPtr& job) { return job && job->number == task; };
@@ -129,7 +158,7 @@ void PocketSphinxService::cancel(Task task)
     waiting.erase(found);
 }
 
-void PocketSphinxService::decodeJobs()
+void LocalSpeechService::decodeJobs()
 {
     while (const JobPtr job = nextJob()) {
         const std::string error = run(job);
@@ -141,7 +170,7 @@ void PocketSphinxService::decodeJobs()
     report_arrived.notify_one();
 }
 
-PocketSphinxService::JobPtr PocketSphinxService::nextJob()
+LocalSpeechService::JobPtr LocalSpeechService::nextJob()
 {
     std::unique_lock lock(mutex);
     running.reset();
@@ -158,11 +187,9 @@ PocketSphinxService::JobPtr PocketSphinxService::nextJob()
     return running;
 }
 
-std::string PocketSphinxService::run(const JobPtr& job)
+std::string LocalSpeechService::run(const JobPtr& job)
 {
-    if (!decoder)
-        decoder = PocketSphinxDecoder::load(model_folder);
-    if (!decoder)
+    if (!load(job->language))
         return "no speech model";
     if (const auto* pcm = std::get_if<PcmAudio>(&job->source)) {
         BufferAudio audio(*pcm);
@@ -178,22 +205,52 @@ std::string PocketSphinxService::run(const JobPtr& job)
     return "not a sound file";
 }
 
-std::string PocketSphinxService::transcribe(const JobPtr& job, SpeechAudio& audio)
+/// Makes `decoder` the best one for a language; false, and a line in the log, when there is none.
+bool LocalSpeechService::load(const SpeechLanguage& language)
 {
+    for (const SpeechLanguage& wanted : {language, systemSpeechLanguage()}) {
+        for (const Choice& choice : choices(wanted)) {
+            if (use(choice))
+                return true;
+        }
+    }
+    multimedia::warning("load", "no speech model for " + language.name() + " nor for the system's " +
+                                    systemSpeechLanguage().name() + ": " + whatToInstall());
+    const std::lock_guard lock(mutex);
+    loaded = {};
+    return false;
+}
+
+bool LocalSpeechService::use(const Choice& choice)
+{
+    if (!decoder || loaded.path != choice.model.path) {
+        decoder.reset(); // two would want the memory of both
+        decoder = choice.engine->load(choice.model);
+    }
+    const std::lock_guard lock(mutex);
+    if (decoder)
+        loaded = choice.model;
+    return bool(decoder);
+}
+
+std::string LocalSpeechService::transcribe(const JobPtr& job, SpeechAudio& audio)
+{
+    SpokenAudio spoken(audio, job->ended);
     SpeechSamples samples;
     SpeechSamples part;
     int code = 0;
     bool more = true;
     const auto fill = [&](std::size_t wanted) {
         while (more && samples.size() < wanted && !job->ended) {
-            code = audio.read(part);
+            code = spoken.read(part);
             more = code >= 0 && !part.empty();
             samples.insert(samples.end(), part.begin(), part.end());
         }
     };
     fill(kBeginning);
     Transcription transcription(
-        *decoder, [this, &job](const SpeechResult& result) { report(job, result, {}); }, samples);
+        *decoder, [this, &job](const SpeechResult& result) { report(job, result, {}); },
+        speechLanguage(loaded.language), samples);
     while (!samples.empty()) {
         for (std::size_t fed = 0; fed < samples.size(); fed += kPiece) {
             if (job->ended)
@@ -210,14 +267,14 @@ std::string PocketSphinxService::transcribe(const JobPtr& job, SpeechAudio& audi
     return {};
 }
 
-void PocketSphinxService::report(const JobPtr& job, const SpeechResult& result, const std::string& error)
+void LocalSpeechService::report(const JobPtr& job, const SpeechResult& result, const std::string& error)
 {
     const std::lock_guard lock(mutex);
     enqueueReport(job, result, error);
 }
 
-void PocketSphinxService::enqueueReport(const JobPtr& job, const SpeechResult& result,
-                                        const std::string& error)
+void LocalSpeechService::enqueueReport(const JobPtr& job, const SpeechResult& result,
+                                       const std::string& error)
 {
     if (job->ended)
         return;
@@ -226,7 +283,7 @@ void PocketSphinxService::enqueueReport(const JobPtr& job, const SpeechResult& r
     report_arrived.notify_one();
 }
 
-void PocketSphinxService::deliverReports()
+void LocalSpeechService::deliverReports()
 {
     std::unique_lock lock(mutex);
     while (true) {

@@ -1,0 +1,18 @@
+#include "multimedia/speechrecognizer_linux/localspeechservice.h"
+#include "multimedia/speechrecognizer_linux/pocketsphinxdecoder.h"
+#include "multimedia/speechrecognizer_linux/voskengine.h"
+
+namespace speechRecognize {
+
+SpeechService& systemSpeechService()
+{
+    static LocalSpeechService service([] {
+        LocalSpeechService::Engines engines;
+        engines.push_back(std::make_unique<VoskEngine>());
+        engines.push_back(std::make_unique<PocketSphinxEngine>());
+        return engines;
+    }());
+    return service;
+}
+
+} // namespace speechRecognize
