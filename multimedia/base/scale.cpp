@@ -20,6 +20,13 @@ bool Scale::open(AVFrame* frame)
     scaler.reset(sws_getContext(frame->width, frame->height, AVPixelFormat(frame->format),
                                 params.size.width(), params.size.height(), AVPixelFormat(params.pixel_format),
                                 SWS_BICUBIC, nullptr, nullptr, nullptr));
+    if (scaler && params.color_space != AVCOL_SPC_UNSPECIFIED) {
+        constexpr int kFull = 1;
+        constexpr int kLimited = 0;
+        constexpr int kOne = 1 << 16; // contrast and saturation unchanged
+        const int* matrix = sws_getCoefficients(params.color_space);
+        sws_setColorspaceDetails(scaler.get(), matrix, kFull, matrix, kLimited, 0, kOne, kOne);
+    }
     return scaler != nullptr;
 }
 
