@@ -1,5 +1,6 @@
 #include "multimedia/screenrecord/screenrecord.h"
 #include "tests/support/filmclock.h"
+#include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
 #include "tests/support/process.h"
 #include "tests/support/soundserver.h"
@@ -16,6 +17,7 @@ extern "C" {
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <unistd.h>
 
 using multimedia::ScreenRecord;
 using namespace std::chrono_literals;
@@ -100,6 +102,12 @@ const AVCodec* avcodec_find_encoder_by_name(const char* name)
 
 namespace {
 
+qint64 residentBytes()
+{
+    QFile statm("/proc/self/statm");
+    return statm.open(QIODevice::ReadOnly) ? statm.readAll().split(' ')[1].toLongLong() * sysconf(_SC_PAGESIZE) : 0;
+}
+
 /// Captures at most so often.
 std::function<void()> every(std::chrono::milliseconds interval)
 {
@@ -131,6 +139,8 @@ private Q_SLOTS:
     void initTestCase();
     void cleanup();
     void film_keepsItsTime_whateverTheMachineDoes();
+    void memory_isBounded_whenTheEncoderIsSlow();
+    void encoder_isMpeg4_withoutH264();
 
 private:
     void waitFor(ScreenRecord& recorder, ScreenRecord::State state)
@@ -202,6 +212,56 @@ void TestRecordClock::film_keepsItsTime_whateverTheMachineDoes()
         qInfo("%6.2f s: %4.0f ms", offset.film_s, offset.offset_s * 1000);
     QVERIFY2(offsets.size() > 45, qPrintable(QString::number(offsets.size())));
     QVERIFY2(filmclock::spread(offsets) < 0.04, qPrintable(QString::number(filmclock::spread(offsets))));
+    QFile::remove(file);
+}
+
+void TestRecordClock::memory_isBounded_whenTheEncoderIsSlow()
+{
+    constexpr int kMegabyte = 1 << 20;
+    ScreenRecord recorder;
+    recorder.setScreen(QGuiApplication::primaryScreen());
+    recorder.setRect({0, 0, 1920, 1080});
+    recorder.start();
+    waitFor(recorder, ScreenRecord::Running);
+    QElapsedTimer clock;
+    clock.start();
+    QTest::qWait(500);
+    const auto before = residentBytes();
+    // A second of pictures is 200 MB as captured and 75 MB as scaled.
+    hindrance().set({}, [] { std::this_thread::sleep_for(400ms); });
+    qint64 most = 0;
+    while (clock.elapsed() < 6000) {
+        QTest::qWait(50);
+        most = std::max(most, residentBytes() - before);
+    }
+    hindrance().set({});
+    const double recorded_s = double(clock.elapsed()) / 1000;
+    recorder.stop();
+    waitFor(recorder, ScreenRecord::Waiting);
+    QVERIFY2(most < 400 * kMegabyte, qPrintable(QStringLiteral("%1 MiB").arg(most / kMegabyte)));
+    const double length = mediacheck::seconds(mediacheck::stream(mediacheck::probe(recorder.getFile()), "video"));
+    QVERIFY2(std::abs(length - recorded_s) < 0.1, qPrintable(QString::number(length)));
+    QFile::remove(recorder.getFile());
+}
+
+void TestRecordClock::encoder_isMpeg4_withoutH264()
+{
+    hindrance().h264 = false;
+    LogCapture log;
+    ScreenRecord recorder;
+    recorder.setScreen(QGuiApplication::primaryScreen());
+    recorder.setRect({0, 0, 640, 360});
+    recorder.start();
+    waitFor(recorder, ScreenRecord::Running);
+    QTest::qWait(3000);
+    recorder.stop();
+    waitFor(recorder, ScreenRecord::Waiting);
+    QCOMPARE(log.count("[openVideo]:\tno H.264 encoder, MPEG-4 is recorded"), 1);
+    const QString file = recorder.getFile();
+    QCOMPARE(mediacheck::decodeErrors(file), QString());
+    const QJsonObject video = mediacheck::stream(mediacheck::probe(file), "video");
+    QCOMPARE(video["codec_name"].toString(), QStringLiteral("mpeg4"));
+    QVERIFY(filmclock::offsets(file).size() >= 2); // it can be read
     QFile::remove(file);
 }
 
