@@ -70,7 +70,8 @@ struct Host
     }
     bool waitUntilRecording()
     {
-        const bool records = process.waitForReadyRead(kPatience_ms) && process.readAll().startsWith("recording");
+        const bool records =
+            process.waitForReadyRead(kPatience_ms) && process.readAll().startsWith("recording");
         recording.start();
         return records;
     }
@@ -153,7 +154,8 @@ void TestRecordLoss::kill_leavesWhatPlays()
         QVERIFY(host.process.waitForFinished());
         verifyOnlyFile(QDir(host.folder.path()));
         const double length = pictureLength(host.file());
-        QVERIFY2(length > recorded_s - 1.2, qPrintable(QStringLiteral("%1 of %2 s").arg(length).arg(recorded_s)));
+        QVERIFY2(length > recorded_s - 1.2,
+                 qPrintable(QStringLiteral("%1 of %2 s").arg(length).arg(recorded_s)));
         QVERIFY(!mediacheck::decodeAudio(host.file(), kSampleRate).empty());
     }
 }

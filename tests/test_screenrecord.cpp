@@ -350,16 +350,19 @@ void TestScreenRecord::record_keepsColours()
     // Two ways back that share no code, each by the tags.
     for (const char* way : {"scale,format=rgb24", "zscale,format=gbrp,format=rgb24"}) {
         const QByteArray pixels = mediacheck::output(
-            QStringLiteral("ffmpeg"), {"-v", "error", "-ss", "0.5", "-i", file, "-frames:v", "1", "-vf", way, "-f",
-                                       "rawvideo", "-"});
+            QStringLiteral("ffmpeg"),
+            {"-v", "error", "-ss", "0.5", "-i", file, "-frames:v", "1", "-vf", way, "-f", "rawvideo", "-"});
         QCOMPARE(pixels.size(), card.width() * card.height() * 3);
         for (int i = 0; i < ColourCard::kCells; ++i) {
             const QPoint at = ColourCard::cell(i).center();
-            const auto* seen = reinterpret_cast<const uchar*>(pixels.constData()) + 3 * (at.y() * card.width() + at.x());
+            const auto* seen =
+                reinterpret_cast<const uchar*>(pixels.constData()) + 3 * (at.y() * card.width() + at.x());
             const QColor painted = ColourCard::colour(i);
-            const int worst = std::max({std::abs(seen[0] - painted.red()), std::abs(seen[1] - painted.green()),
-                                        std::abs(seen[2] - painted.blue())});
-            QVERIFY2(worst <= 2, qPrintable(QStringLiteral("%1: %2 is off by %3").arg(way, painted.name()).arg(worst)));
+            const int worst =
+                std::max({std::abs(seen[0] - painted.red()), std::abs(seen[1] - painted.green()),
+                          std::abs(seen[2] - painted.blue())});
+            QVERIFY2(worst <= 2,
+                     qPrintable(QStringLiteral("%1: %2 is off by %3").arg(way, painted.name()).arg(worst)));
         }
     }
 }

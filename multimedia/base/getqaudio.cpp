@@ -43,6 +43,7 @@ GetQaudio::~GetQaudio()
     runOnThreadOf(*this, [this] {
         running = false;
         closeInput();
+        delete std::exchange(audio_input, nullptr);
     });
 }
 
@@ -95,11 +96,14 @@ bool GetQaudio::openInput()
     return io;
 }
 
+/// The input itself stays for the destructor: to delete it runs the event loop, and with it what waits for this
+/// thread to destroy the object.
 void GetQaudio::closeInput()
 {
     timer.stop();
     io.clear();
-    delete std::exchange(audio_input, nullptr);
+    if (audio_input)
+        audio_input->stop();
 }
 
 QAudioFormat GetQaudio::wantedFormat() const
@@ -122,8 +126,9 @@ bool GetQaudio::isOwnDevice() const
 
 void GetQaudio::run()
 {
-    if (exit || !running) {
+    if (exit)
         running = false;
+    if (!running) {
         closeInput();
         return;
     }

@@ -39,8 +39,7 @@ bool PictureBudget::charge(AVBufferRef** buffer, std::function<void()> on_releas
 {
     const int flags = av_buffer_is_writable(*buffer) ? 0 : AV_BUFFER_FLAG_READONLY;
     auto charge = std::make_unique<Charge>(Charge{*buffer, bytes_used, std::move(on_release)});
-    AVBufferRef* counted =
-        av_buffer_create((*buffer)->data, (*buffer)->size, release, charge.get(), flags);
+    AVBufferRef* counted = av_buffer_create((*buffer)->data, (*buffer)->size, release, charge.get(), flags);
     if (!counted)
         return false;
     *bytes_used += (*buffer)->size;

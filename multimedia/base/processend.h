@@ -7,10 +7,10 @@ namespace multimedia {
 
 /// Ends what still runs when the process ends.
 ///
-/// While the object lives, `end` is called when the application object goes, and again when static objects are
-/// destroyed (`exit` may come without an application's end); on that thread. It waits until its owner's work
-/// has ended, and does nothing when there is none. The global thread pool and "multimedia_thread" still work
-/// then. Without it Qt would wait for ever for tasks that repeat themselves.
+/// While the object lives, `end` is called when the application object goes, and again when static objects
+/// are destroyed (`exit` may come without an application's end); on that thread. It waits until its owner's
+/// work has ended, and does nothing when there is none. The global thread pool and "multimedia_thread" still
+/// work then. Without it Qt would wait for ever for tasks that repeat themselves.
 class ProcessEnd
 {
 public:

@@ -82,8 +82,8 @@ std::string ResultFile::sibling() const
 {
     static std::atomic<unsigned> count = 0;
     const std::string folder = folderOf(target);
-    return folder + "." + target.substr(folder == "." ? 0 : folder.size()) + "." + std::to_string(::getpid()) +
-           "." + std::to_string(++count);
+    return folder + "." + target.substr(folder == "." ? 0 : folder.size()) + "." +
+           std::to_string(::getpid()) + "." + std::to_string(++count);
 }
 
 } // namespace multimedia

@@ -42,7 +42,8 @@ public:
 
     /// A running period begins.
     void start();
-    /// A picture was captured and is about to come. False when it has no tick to itself: it is to be left out.
+    /// A picture was captured and is about to come. False when it has no tick to itself: it is to be left
+    /// out.
     bool announce(Time captured);
     /// The picture announced for this moment is lost. Does nothing when it has come.
     void forget(Time captured);

@@ -32,7 +32,8 @@ int openTarget(OutputPtr& target, const AVFormatContext& source, const ResultFil
     target.reset(context);
     for (unsigned i = 0; code >= 0 && i < source.nb_streams; ++i) {
         AVStream* stream = avformat_new_stream(context, nullptr);
-        code = stream ? avcodec_parameters_copy(stream->codecpar, source.streams[i]->codecpar) : AVERROR(ENOMEM);
+        code =
+            stream ? avcodec_parameters_copy(stream->codecpar, source.streams[i]->codecpar) : AVERROR(ENOMEM);
         if (code < 0)
             break;
         stream->codecpar->codec_tag = 0;
@@ -61,7 +62,8 @@ int copyPackets(AVFormatContext& source, AVFormatContext& target)
         if (code < 0)
             return code;
         const auto index = size_t(packet->stream_index);
-        av_packet_rescale_ts(packet.get(), source.streams[index]->time_base, target.streams[index]->time_base);
+        av_packet_rescale_ts(packet.get(), source.streams[index]->time_base,
+                             target.streams[index]->time_base);
         packet->pos = -1;
         code = av_write_frame(&target, packet.get());
         av_packet_unref(packet.get());

@@ -435,8 +435,8 @@ void ScreenRecordPrivate::stop()
         if (zero && canRecord() && audio_end == INT64_MAX) {
             const AVRational tick = {1, plan.frame_rate};
             audio_end = av_rescale_q(pace->ticks(), tick, audio_encode->getStream()->time_base);
-            sound_pace->finish(*zero + std::chrono::nanoseconds(
-                                           av_rescale_q(pace->ticks(), tick, {1, std::nano::den})));
+            sound_pace->finish(
+                *zero + std::chrono::nanoseconds(av_rescale_q(pace->ticks(), tick, {1, std::nano::den})));
         }
         get_qaudio->stop();
     }

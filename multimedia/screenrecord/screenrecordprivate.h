@@ -44,8 +44,9 @@ namespace multimedia {
 /// start), back again two (stop, close); each step is one pass of `worker`, on the global thread pool, and
 /// the only way back to the owner is an event posted to it.
 ///
-/// What is said to be guarded by `mutex` comes from any thread. The stages are made and destroyed by the steps
-/// only; `admit` is called by the source, `onTick` by the pace, the two packet callbacks by the encoders.
+/// What is said to be guarded by `mutex` comes from any thread. The stages are made and destroyed by the
+/// steps only; `admit` is called by the source, `onTick` by the pace, the two packet callbacks by the
+/// encoders.
 ///
 /// A recording ends by itself, as if stopped, when its screen is taken away, when its disk is full, and when
 /// the process ends.
@@ -147,7 +148,7 @@ private:
     std::atomic<bool> end_reached = false; ///< a video packet at `last_pts` or behind it has come
     std::atomic<int64_t> packets = 0;      ///< that went to the file
     std::atomic<bool> disk_is_full = false;
-    QThread* thread = nullptr;           ///< for `CloseThread` only
+    QThread* thread = nullptr; ///< for `CloseThread` only
 
     std::unique_ptr<Worker> worker; ///< nothing above goes before its steps have ended
     std::unique_ptr<ProcessEnd> process_end;

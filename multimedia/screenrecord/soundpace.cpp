@@ -106,7 +106,8 @@ void SoundPace::finish(Time end)
 
 bool SoundPace::hasAllUpTo(Time end) const
 {
-    return !held.empty() && seconds(end.time_since_epoch()) <= leastOffset() + double(taken) / format.sample_rate;
+    return !held.empty() &&
+           seconds(end.time_since_epoch()) <= leastOffset() + double(taken) / format.sample_rate;
 }
 
 void SoundPace::placeReady(Time now)
@@ -153,7 +154,8 @@ void SoundPace::passOn(AVFrame& sound, int skip, int count)
     FrameHandle frame = count > 0 ? makeFrame(count) : FrameHandle();
     if (!frame)
         return;
-    av_samples_copy(frame->data, sound.data, 0, skip, count, channelCount(sound), AVSampleFormat(sound.format));
+    av_samples_copy(frame->data, sound.data, 0, skip, count, channelCount(sound),
+                    AVSampleFormat(sound.format));
     passed += count;
     params.on_frame(std::move(frame));
 }

@@ -146,9 +146,10 @@ private:
             const int64_t heard_us = clock.nsecsElapsed() / 1000 + delay_us;
             for (int i = 0; i < block; ++i) {
                 const int64_t phase_us = (heard_us + int64_t(i) * 1'000'000 / rate) % 1'000'000;
-                samples[size_t(i)] = phase_us < beep_ms * 1000
-                                         ? int16_t(20000 * std::sin(2 * M_PI * beep_hz * double(phase_us) / 1e6))
-                                         : int16_t(0);
+                samples[size_t(i)] =
+                    phase_us < beep_ms * 1000
+                        ? int16_t(20000 * std::sin(2 * M_PI * beep_hz * double(phase_us) / 1e6))
+                        : int16_t(0);
             }
             if (pa_simple_write(stream.get(), samples.data(), sizeof samples, &error) < 0)
                 return;

@@ -30,10 +30,10 @@ struct Picture
 /// The pictures that show something new.
 std::vector<Picture> pictures(const QString& recording)
 {
-    const QByteArray cells = mediacheck::output(
-        QStringLiteral("ffmpeg"),
-        {"-v", "error", "-i", recording, "-map", "0:v", "-vf", "crop=512:32:0:0,scale=16:1:flags=area,format=gray",
-         "-f", "rawvideo", "-"});
+    const QByteArray cells =
+        mediacheck::output(QStringLiteral("ffmpeg"),
+                           {"-v", "error", "-i", recording, "-map", "0:v", "-vf",
+                            "crop=512:32:0:0,scale=16:1:flags=area,format=gray", "-f", "rawvideo", "-"});
     std::vector<Picture> moving;
     int previous = -1;
     for (int i = 0; (i + 1) * kBits <= cells.size(); ++i) {
