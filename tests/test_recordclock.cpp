@@ -44,7 +44,7 @@ private:
         QTRY_COMPARE_WITH_TIMEOUT(recorder.getState(), state, 30'000);
     }
 
-    std::unique_ptr<QProcess> picture;
+    filmclock::PlayerPtr picture;
 };
 
 void TestRecordClock::initTestCase()

@@ -4,6 +4,7 @@
 #include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
+#include "tests/support/paths.h"
 #include "tests/support/soundcheck.h"
 #include "tests/support/soundserver.h"
 
@@ -64,7 +65,7 @@ struct Host
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert("TMPDIR", folder.path());
         process.setProcessEnvironment(environment);
-        QStringList command = before + QStringList{"env", "TMPDIR=" + folder.path(), RECORD_HOST, home, end};
+        QStringList command = before + QStringList{"env", "TMPDIR=" + folder.path(), kRecordHost, home, end};
         process.setStandardErrorFile(QProcess::nullDevice());
         process.start(command.takeFirst(), command);
     }
@@ -104,7 +105,7 @@ private:
     void start(ScreenRecord& recorder);
     void stop(ScreenRecord& recorder);
 
-    std::unique_ptr<QProcess> picture;
+    filmclock::PlayerPtr picture;
     SoundServer server;
 };
 
@@ -175,7 +176,7 @@ void TestRecordLoss::end_finishesTheFile()
     QFETCH(QString, end);
     Host host;
     host.start(home, end,
-               end == "xserver" ? QStringList{TEST_RIG_DIR "/with-desktop", "--no-sound"} : QStringList());
+               end == "xserver" ? QStringList{QLatin1String(kRigFolder) + "/with-desktop", "--no-sound"} : QStringList());
     QVERIFY(host.process.waitForFinished(kPatience_ms));
     QCOMPARE(host.process.exitCode(), end == "xserver" ? 1 : 0);
     verifyOnlyFile(QDir(host.folder.path()));

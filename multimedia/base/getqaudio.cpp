@@ -16,7 +16,7 @@ namespace multimedia {
 namespace {
 constexpr int kFrameSamples = 1024;
 /// Well below the 23 ms that a frame lasts at 44100 Hz.
-constexpr int kReadInterval_ms = 5;
+constexpr int kReadInterval_ms = 10;
 
 int exitEventType()
 {

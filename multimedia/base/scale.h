@@ -37,11 +37,14 @@ public:
 private:
     bool run();
     FrameHandle convert(const AVFrame& frame) const;
+    FrameHandle makeFrame() const;
 
     Params params;
     QSize source_size;
     int source_format = -1;
     SwsContextPtr scaler; ///< passes only
+    /// Of results: to have memory of this size from the system is dear, since it is cleared each time.
+    BufferPoolPtr pool;
     StageInput<FrameHandle> input;
 };
 

@@ -1,6 +1,7 @@
 #include "tests/support/filmclock.h"
 
 #include "tests/support/mediacheck.h"
+#include "tests/support/paths.h"
 
 #include <algorithm>
 #include <cmath>
@@ -65,10 +66,17 @@ std::vector<double> beeps(const QString& recording)
 
 } // namespace
 
-std::unique_ptr<QProcess> play()
+void Player::operator()(QProcess* process) const
 {
-    auto player = std::make_unique<QProcess>();
-    player->start(QStringLiteral(MOVING_PICTURE), {QStringLiteral("--beep")});
+    process->kill();
+    process->waitForFinished();
+    delete process;
+}
+
+PlayerPtr play()
+{
+    PlayerPtr player(new QProcess);
+    player->start(QLatin1String(kMovingPicture), {QStringLiteral("--beep")});
     if (!player->waitForStarted() || !player->waitForReadyRead(10'000))
         return nullptr;
     setpriority(PRIO_PROCESS, id_t(player->processId()), -10); // where it is allowed

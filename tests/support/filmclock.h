@@ -18,9 +18,15 @@ struct Offset
     double offset_s = 0; ///< sound behind the picture
 };
 
+struct Player
+{
+    void operator()(QProcess* process) const;
+};
+using PlayerPtr = std::unique_ptr<QProcess, Player>; ///< ends its process
+
 /// The moving picture, beeping, as a process that nothing else on the machine slows down. It shows its
 /// picture when this returns; null if it does not start.
-std::unique_ptr<QProcess> play();
+PlayerPtr play();
 
 /// One entry for each beep near which the picture moves. The recording begins at the corner of the screen.
 std::vector<Offset> offsets(const QString& recording);
