@@ -1,10 +1,13 @@
 // What a long, a large or a hindered recording comes to. Runs inside tests/rig/with-desktop:
 //
-//   bench_recording offsets SECONDS    each capture rate, with the machine idle and with both cores taken: the film's
+//   bench_recording offsets SECONDS    each capture rate, with the machine idle and with both cores taken:
+//   the film's
 //                                      length, and how far its sound moves against its picture
-//   bench_recording memory SECONDS     the most memory that a recording of the whole screen takes while both cores are
+//   bench_recording memory SECONDS     the most memory that a recording of the whole screen takes while both
+//   cores are
 //                                      taken (with-desktop --size 3840x2160), and how long its end takes
-//   bench_recording finish FILE...     how long the end of a film of that length takes: FILE is turned, in a copy, from
+//   bench_recording finish FILE...     how long the end of a film of that length takes: FILE is turned, in a
+//   copy, from
 //                                      fragments into an ordinary one
 
 #include "multimedia/screenrecord/recordingfile.h"
@@ -52,7 +55,8 @@ public:
     {
         for (int i = 0; on && i < QThread::idealThreadCount(); ++i) {
             workers.push_back(std::make_unique<QProcess>());
-            workers.back()->start(QStringLiteral("sh"), {QStringLiteral("-c"), QStringLiteral("while :; do :; done")});
+            workers.back()->start(QStringLiteral("sh"),
+                                  {QStringLiteral("-c"), QStringLiteral("while :; do :; done")});
             workers.back()->waitForStarted();
         }
     }
@@ -124,10 +128,13 @@ void offsets(double seconds)
         const char* rate;
         SlowMachine::Hindrance hindrance;
     };
-    std::printf("| capture | load | recorded s | picture s | sound s | first ms | last ms | spread ms | beeps | end s |\n"
+    std::printf("| capture | load | recorded s | picture s | sound s | first ms | last ms | spread ms | "
+                "beeps | end s |\n"
                 "|---|---|---|---|---|---|---|---|---|---|\n");
-    for (const Capture& capture : {Capture{"25/s", nullptr, {}}, {"10/s", nullptr, SlowMachine::every(100ms)},
-                                   {"20/s", nullptr, SlowMachine::every(50ms)}, {"33/s", "33/1", {}},
+    for (const Capture& capture : {Capture{"25/s", nullptr, {}},
+                                   {"10/s", nullptr, SlowMachine::every(100ms)},
+                                   {"20/s", nullptr, SlowMachine::every(50ms)},
+                                   {"33/s", "33/1", {}},
                                    {"bursts of 200 ms", nullptr, SlowMachine::inBursts(200ms, 400ms)},
                                    {"holes of 2 s", nullptr, SlowMachine::inBursts(2000ms, 10000ms)}}) {
         for (const bool busy : {false, true}) {
@@ -156,10 +163,12 @@ void memory(double seconds)
     const double before = residentBytes();
     const Load load(true);
     const Film film = record(all, seconds);
-    std::printf("%dx%d, both cores taken: %.0f s recorded, film of %.2f s, %d different pictures, at most %.0f MiB (%.0f "
+    std::printf("%dx%d, both cores taken: %.0f s recorded, film of %.2f s, %d different pictures, at most "
+                "%.0f MiB (%.0f "
                 "before), ended within %.2f s\n",
                 all.width(), all.height(), film.recorded_s, trackLength(film.file, "video"),
-                mediacheck::distinctFrames(film.file), film.most_bytes / kMegabyte, before / kMegabyte, film.ended_s);
+                mediacheck::distinctFrames(film.file), film.most_bytes / kMegabyte, before / kMegabyte,
+                film.ended_s);
     QFile::remove(film.file);
 }
 
@@ -169,16 +178,20 @@ void finish(const QString& film)
     QFile::remove(copy);
     if (!QFile::copy(film, copy))
         return;
-    const auto packets =
-        int64_t(trackLength(copy, "video") * 25 + trackLength(copy, "audio") * 44100 / 1024); // as the recorder counts
+    const double length_s =
+        mediacheck::output(QStringLiteral("ffprobe"),
+                           {"-v", "error", "-show_entries", "format=duration", "-of", "csv=p=0", film})
+            .trimmed()
+            .toDouble();
+    const auto packets = int64_t(length_s * (25 + 44100.0 / 1024)); // as the recorder counts them
     QElapsedTimer clock;
     clock.start();
     const int code = multimedia::putIndexInFront(copy.toStdString(), packets);
     const double rewritten_s = double(clock.nsecsElapsed()) / 1e9;
     const bool plays = multimedia::hasPicture(copy.toStdString());
     std::printf("%s: %.0f s, %.0f MiB: result %d, %s, %.2f s, with the look at it %.2f s\n", qPrintable(film),
-                trackLength(film, "video"), double(QFileInfo(film).size()) / kMegabyte, code,
-                plays ? "plays" : "does not play", rewritten_s, double(clock.nsecsElapsed()) / 1e9);
+                length_s, double(QFileInfo(film).size()) / kMegabyte, code, plays ? "plays" : "does not play",
+                rewritten_s, double(clock.nsecsElapsed()) / 1e9);
     QFile::remove(copy);
 }
 

@@ -54,8 +54,8 @@ bool Pace::announce(Time captured)
     std::lock_guard lock(mutex);
     if (!running)
         return false;
-    if (!period_zero)
-        period_zero = captured;
+    if (!period_zero) // ticks in step with the pictures, from the start on
+        period_zero = captured - (captured - started) / tick_length * tick_length;
     const int64_t tick = tickOf(captured);
     if (tick <= announced_tick || tick >= end_tick)
         return false;

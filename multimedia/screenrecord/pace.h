@@ -20,8 +20,9 @@ namespace multimedia {
 /// repeats the picture before, as a reference, and a second picture of a tick is left out. A source that
 /// sends nothing while its screen is still is repeated as time goes by.
 ///
-/// The first picture of a running period makes tick 0 of it: its moment is `zero`. Ticks are counted over all
-/// periods; the time between two is not in them.
+/// The first picture of a running period sets the beat: `zero`, where its ticks begin, is less than one tick
+/// behind the start, and whole ticks before that picture, which then stands for those before it, too. Ticks
+/// are counted over all periods; the time between two is not in them.
 ///
 /// `announce`, `forget` and `take` from any thread, the rest from the recorder's. `on_frame` is called from a
 /// pass of the pool, with no lock held, and may block.

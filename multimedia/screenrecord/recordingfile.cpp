@@ -19,12 +19,6 @@ constexpr int64_t kIndexBytes = 8;
 constexpr int64_t kIndexBytesInBadOrder = 40;
 constexpr int64_t kIndexHeaderBytes = 64 * 1024;
 
-int openSource(InputPtr& source, const std::string& path)
-{
-    const int code = openInput(source, path);
-    return code < 0 ? code : avformat_find_stream_info(source.get(), nullptr);
-}
-
 int openTarget(OutputPtr& target, const AVFormatContext& source, const ResultFile& file, int64_t index_bytes)
 {
     AVFormatContext* context = nullptr;
@@ -75,7 +69,7 @@ int copyPackets(AVFormatContext& source, AVFormatContext& target)
 int rewrite(const std::string& path, int64_t index_bytes)
 {
     InputPtr source;
-    int code = openSource(source, path);
+    int code = openInput(source, path);
     if (code < 0)
         return code;
     ResultFile file(path);
@@ -117,7 +111,7 @@ int putIndexInFront(const std::string& path, int64_t packets)
 bool hasPicture(const std::string& path)
 {
     InputPtr source;
-    if (openSource(source, path) < 0)
+    if (openInput(source, path) < 0)
         return false;
     const int index = av_find_best_stream(source.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
     const CodecContextPtr decoder = index >= 0 ? openDecoder(*source->streams[index]) : nullptr;
