@@ -18,6 +18,8 @@ namespace {
 constexpr int64_t kIndexBytes = 8;
 constexpr int64_t kIndexBytesInBadOrder = 40;
 constexpr int64_t kIndexHeaderBytes = 64 * 1024;
+/// Which the file does not say, and the muxer asks for.
+constexpr int kAacFrameSamples = 1024;
 
 int openTarget(OutputPtr& target, const AVFormatContext& source, const ResultFile& file, int64_t index_bytes)
 {
@@ -31,6 +33,8 @@ int openTarget(OutputPtr& target, const AVFormatContext& source, const ResultFil
         if (code < 0)
             break;
         stream->codecpar->codec_tag = 0;
+        if (stream->codecpar->codec_id == AV_CODEC_ID_AAC)
+            stream->codecpar->frame_size = kAacFrameSamples;
         stream->time_base = source.streams[i]->time_base;
         stream->avg_frame_rate = source.streams[i]->avg_frame_rate;
     }
