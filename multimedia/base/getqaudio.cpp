@@ -96,8 +96,8 @@ bool GetQaudio::openInput()
     return io;
 }
 
-/// The input itself stays for the destructor: to delete it runs the event loop, and with it what waits for this
-/// thread to destroy the object.
+/// The input itself stays for the destructor: to delete it runs the event loop, and with it what waits for
+/// this thread to destroy the object.
 void GetQaudio::closeInput()
 {
     timer.stop();
