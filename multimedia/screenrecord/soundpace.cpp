@@ -27,9 +27,10 @@ constexpr auto kAbsent = 1500ms;
 /// How long the end waits for what was captured before it.
 constexpr auto kEndPatience = 300ms;
 /// What is further off than this was lost, or came after silence had stood in for it.
-constexpr double kJump_s = 0.025;
-/// A clock that runs fast or slow is corrected from here on, a sample a frame.
-constexpr double kSlack_s = 0.008;
+constexpr double kJump_s = 0.030;
+/// A clock that runs fast or slow is corrected from here on, a sample a frame: more than a server that hands
+/// out blocks of 20 ms is early or late by.
+constexpr double kSlack_s = 0.018;
 /// More than the stages behind hold back: a frame and the filter of the resampler, two frames of the encoder.
 constexpr int kFlushSamples = 4096;
 constexpr int kSilenceSamples = 4096;
