@@ -41,7 +41,7 @@ void waitFor(const std::function<bool()>& condition)
 {
     while (!condition()) {
         QCoreApplication::processEvents();
-        QThread::msleep(5);
+        QThread::msleep(50); // more often, and waiting would be seen beside the recording
     }
 }
 

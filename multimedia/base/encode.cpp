@@ -28,7 +28,29 @@ Format choose(const Format* list, Format end, int wanted)
     return *list;
 }
 
+/// Some builds list an encoder whose library is a stand-in that never opens.
+bool opens(const AVCodec& encoder)
+{
+    const CodecContextPtr trial(avcodec_alloc_context3(&encoder));
+    if (!trial)
+        return false;
+    trial->pix_fmt = AV_PIX_FMT_YUV420P;
+    trial->width = trial->height = 64;
+    trial->time_base = {1, 25};
+    return avcodec_open2(trial.get(), &encoder, nullptr) >= 0;
+}
+
 } // namespace
+
+const AVCodec* Encode::findEncoder(int codec_id)
+{
+    if (codec_id != AV_CODEC_ID_H264)
+        return avcodec_find_encoder(AVCodecID(codec_id));
+    if (const AVCodec* x264 = avcodec_find_encoder_by_name("libx264"))
+        return x264;
+    const AVCodec* openh264 = avcodec_find_encoder_by_name("libopenh264");
+    return openh264 && opens(*openh264) ? openh264 : nullptr;
+}
 
 Encode::Encode(Params params)
     : params(std::move(params))
@@ -80,6 +102,12 @@ bool Encode::openVideo()
     codec->height = params.height;
     codec->framerate = {params.frame_rate, 1};
     codec->time_base = {1, params.frame_rate};
+    if (params.color_space != AVCOL_SPC_UNSPECIFIED) {
+        codec->colorspace = AVColorSpace(params.color_space);
+        codec->color_range = AVCOL_RANGE_MPEG;
+        codec->color_primaries = AVColorPrimaries(params.color_space); // numbered alike
+        codec->color_trc = AVColorTransferCharacteristic(params.color_space);
+    }
     if (!openCodec(where, encoder, dictionary.address()))
         return false;
     av_dump_format(params.format, stream->index, params.format->url, 1);
@@ -106,7 +134,7 @@ bool Encode::openAudio()
 
 const AVCodec* Encode::addStream(const char* where)
 {
-    const AVCodec* encoder = avcodec_find_encoder(AVCodecID(params.codec_id));
+    const AVCodec* encoder = findEncoder(params.codec_id);
     if (!encoder) {
         warning(where, "error in find decoder");
         return nullptr;

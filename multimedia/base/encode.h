@@ -39,7 +39,15 @@ public:
             -1; ///< wanted `AVSampleFormat`, audio only; the encoder's first where it lacks it
         uint64_t channel_layout = 0; ///< mask of `AV_CH_*` bits, audio only
         int sample_rate = 0;         ///< Hz, audio only
+        /// What the pictures are said to be in, an `AVColorSpace`, with primaries, transfer and limited range
+        /// to match; video only. Nothing is said by default.
+        int color_space = AVCOL_SPC_UNSPECIFIED;
     };
+
+    /// The encoder that a stream of this codec gets: of H.264 libx264, else openh264 if it works here; of
+    /// others FFmpeg's first. Null without one. An encoder in hardware is no H.264 encoder here: it may be
+    /// listed and not be there.
+    static const AVCodec* findEncoder(int codec_id);
 
     explicit Encode(Params params);
     ~Encode();

@@ -4,6 +4,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavfilter/avfilter.h>
 #include <libavformat/avformat.h>
+#include <libavutil/buffer.h>
 #include <libavutil/dict.h>
 #include <libavutil/mem.h>
 #include <libswresample/swresample.h>
@@ -63,6 +64,11 @@ struct IoContextDeleter
 {
     void operator()(AVIOContext* context) const { avio_close(context); }
 };
+/// Buffers that are still out go with their last reference.
+struct BufferPoolDeleter
+{
+    void operator()(AVBufferPool* pool) const { av_buffer_pool_uninit(&pool); }
+};
 struct BufferDeleter
 {
     void operator()(uint8_t* buffer) const { av_free(buffer); }
@@ -78,6 +84,7 @@ using FilterInOutPtr = std::unique_ptr<AVFilterInOut, detail::FilterInOutDeleter
 using InputPtr = std::unique_ptr<AVFormatContext, detail::InputDeleter>;
 using OutputPtr = std::unique_ptr<AVFormatContext, detail::OutputDeleter>;
 using IoContextPtr = std::unique_ptr<AVIOContext, detail::IoContextDeleter>;
+using BufferPoolPtr = std::unique_ptr<AVBufferPool, detail::BufferPoolDeleter>;
 /// Bytes from `av_malloc`.
 using BufferPtr = std::unique_ptr<uint8_t, detail::BufferDeleter>;
 

@@ -88,11 +88,23 @@ bool FormatOut::run()
         return waitForHeader();
     }
     for (PacketHandle& packet : input.take()) {
+        if (failed)
+            break;
         const int code = av_interleaved_write_frame(getFormat(), packet.get());
-        if (code < 0)
-            warning("run", "error in write frame", code);
+        if (code >= 0)
+            continue;
+        warning("run", "error in write frame", code);
+        if (getFormat()->pb->error < 0)
+            fail();
     }
     return input.refilled();
+}
+
+void FormatOut::fail()
+{
+    failed = true;
+    if (params.on_failure)
+        params.on_failure();
 }
 
 bool FormatOut::waitForHeader()
@@ -108,11 +120,13 @@ bool FormatOut::waitForHeader()
 
 void FormatOut::writeTrailer()
 {
-    if (!header_written || std::exchange(trailer_written, true))
+    if (!isWriting() || std::exchange(trailer_written, true))
         return;
     const int code = av_write_trailer(getFormat());
-    if (code < 0)
-        warning("writeTrailer", "error in write trailer", code);
+    if (code >= 0)
+        return;
+    warning("writeTrailer", "error in write trailer", code);
+    failed = true;
 }
 
 } // namespace multimedia

@@ -8,15 +8,15 @@
 #include <QtCore/QEvent>
 #include <QtMultimedia/QAudioInput>
 
-#include <chrono>
 #include <cstring>
+#include <utility>
 
 namespace multimedia {
 
 namespace {
 constexpr int kFrameSamples = 1024;
-/// Between two reads that did not fill a frame: well below the 23 ms that a frame lasts at 44100 Hz.
-constexpr std::chrono::milliseconds kReadInterval(5);
+/// Well below the 23 ms that a frame lasts at 44100 Hz.
+constexpr int kReadInterval_ms = 10;
 
 int exitEventType()
 {
@@ -28,7 +28,12 @@ int exitEventType()
 
 GetQaudio::GetQaudio(Params params)
     : params(std::move(params))
-{}
+    , timer(this)
+{
+    timer.setTimerType(Qt::PreciseTimer);
+    timer.setInterval(kReadInterval_ms);
+    connect(&timer, &QTimer::timeout, this, [this] { run(); });
+}
 
 GetQaudio::~GetQaudio()
 {
@@ -36,37 +41,25 @@ GetQaudio::~GetQaudio()
     // From here on no `init` begins; one that is under way has ended once its thread has run the lambda.
     QCoreApplication::removePostedEvents(this);
     runOnThreadOf(*this, [this] {
-        std::lock_guard lock(mutex);
         running = false;
-        io = nullptr;
+        closeInput();
         delete std::exchange(audio_input, nullptr);
     });
-    condition.notify_all();
-    worker.reset();
 }
 
 void GetQaudio::start()
 {
-    std::lock_guard lock(mutex);
     running = true;
-    if (worker)
-        worker->start();
+    runOnThreadOf(*this, [this] {
+        if (io)
+            timer.start();
+    });
 }
 
 void GetQaudio::stop()
 {
-    const bool stopped = runOnThreadOf(*this, [this] {
-        std::lock_guard lock(mutex);
-        if (audio_input)
-            audio_input->stop();
-        io = nullptr;
-        running = false;
-    });
-    if (!stopped) { // no thread, so no input
-        std::lock_guard lock(mutex);
-        running = false;
-    }
-    condition.notify_all();
+    running = false;
+    runOnThreadOf(*this, [this] { closeInput(); });
 }
 
 void GetQaudio::customEvent(QEvent* event)
@@ -77,32 +70,40 @@ void GetQaudio::customEvent(QEvent* event)
 
 void GetQaudio::init()
 {
-    std::lock_guard lock(mutex);
     if (!running || audio_input) // stopped before it began, or begun already
         return;
+    if (openInput())
+        timer.start();
+}
+
+bool GetQaudio::openInput()
+{
     device = QAudioDeviceInfo::defaultInputDevice();
     if (device.isNull()) {
         warning("init", "error to find audio device");
-        return;
+        return false;
     }
+    device_can_vanish = device.preferredFormat().isValid();
     format = wantedFormat();
     if (!device.isFormatSupported(format)) {
         format = device.nearestFormat(format);
         warning("init", "open nearestFormat audio device");
     }
     audio_input = new QAudioInput(device, format, this);
-    buffer.setBuffer(&bytes);
-    if (!buffer.isOpen() && !buffer.open(QIODevice::ReadWrite | QIODevice::Truncate)) {
-        warning("init", "error to open audio device");
-        return;
-    }
     io = audio_input->start();
-    if (!io) {
+    if (!io)
         warning("init", "error to open audio device");
-        return;
-    }
-    worker = std::make_unique<Worker>([this] { return run(); });
-    worker->start();
+    return io;
+}
+
+/// The input itself stays for the destructor: to delete it runs the event loop, and with it what waits for
+/// this thread to destroy the object.
+void GetQaudio::closeInput()
+{
+    timer.stop();
+    io.clear();
+    if (audio_input)
+        audio_input->stop();
 }
 
 QAudioFormat GetQaudio::wantedFormat() const
@@ -117,56 +118,62 @@ QAudioFormat GetQaudio::wantedFormat() const
     return wanted;
 }
 
-bool GetQaudio::run()
+/// A vanished device has no preferred format any more. To list the devices would take too long here.
+bool GetQaudio::isOwnDevice() const
 {
-    if (exit) {
-        std::lock_guard lock(mutex);
+    return !device_can_vanish || device.preferredFormat().isValid();
+}
+
+void GetQaudio::run()
+{
+    if (exit)
         running = false;
+    if (!running) {
+        closeInput();
+        return;
+    }
+    if (!io || audio_input->error() == QAudio::FatalError || !isOwnDevice()) {
+        warning("run", "audio device " + device.deviceName().toStdString() + " is gone");
+        closeInput();
+        return;
+    }
+    while (fillFrame())
+        params.on_frame(std::move(frame));
+}
+
+bool GetQaudio::fillFrame()
+{
+    if (!frame && !makeFrame()) {
+        warning("run", "error in alloc frame");
         return false;
     }
-    FrameHandle frame = makeFrame();
-    if (!frame)
-        warning("run", "error in alloc frame");
-    if (frame && fillFrame(frame)) {
-        params.on_frame(std::move(frame));
-        std::lock_guard lock(mutex);
-        return running;
-    }
-    BlockingSection blocking;
-    std::unique_lock lock(mutex);
-    condition.wait_for(lock, kReadInterval, [this] { return !running || exit; });
-    return running;
-}
-
-FrameHandle GetQaudio::makeFrame() const
-{
-    FrameHandle frame = createFrame();
-    if (!frame)
-        return {};
-    // The two enumerations number signed 16-bit integers alike.
-    frame->format = av_get_sample_fmt(av_get_sample_fmt_name(AVSampleFormat(format.sampleType())));
-    setChannelMask(*frame, defaultChannelMask(format.channelCount()));
-    frame->nb_samples = kFrameSamples;
-    frame->sample_rate = format.sampleRate();
-    if (av_frame_get_buffer(frame.get(), 0) < 0)
-        return {};
-    return frame;
-}
-
-bool GetQaudio::fillFrame(FrameHandle& frame)
-{
-    std::lock_guard lock(mutex);
     const int size = frame->linesize[0];
     while (io && gathered.size() < size) {
         const QByteArray chunk = io->read(size - gathered.size());
         if (chunk.isEmpty())
-            break;
+            return false;
         gathered += chunk;
     }
     if (gathered.size() < size)
         return false;
     std::memcpy(frame->data[0], gathered.constData(), size_t(size));
     gathered.clear();
+    return true;
+}
+
+bool GetQaudio::makeFrame()
+{
+    FrameHandle made = createFrame();
+    if (!made)
+        return false;
+    // The two enumerations number signed 16-bit integers alike.
+    made->format = av_get_sample_fmt(av_get_sample_fmt_name(AVSampleFormat(format.sampleType())));
+    setChannelMask(*made, defaultChannelMask(format.channelCount()));
+    made->nb_samples = kFrameSamples;
+    made->sample_rate = format.sampleRate();
+    if (av_frame_get_buffer(made.get(), 0) < 0)
+        return false;
+    frame = std::move(made);
     return true;
 }
 

@@ -1,19 +1,16 @@
 #pragma once
 
 #include "multimedia/base/mediahandle.h"
-#include "multimedia/base/worker.h"
 
-#include <QtCore/QBuffer>
 #include <QtCore/QByteArray>
 #include <QtCore/QObject>
+#include <QtCore/QPointer>
+#include <QtCore/QTimer>
 #include <QtMultimedia/QAudioDeviceInfo>
 #include <QtMultimedia/QAudioFormat>
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
-#include <memory>
-#include <mutex>
 
 class QAudioInput;
 class QIODevice;
@@ -22,10 +19,13 @@ namespace multimedia {
 
 /// Source stage: the default microphone, in frames of 1024 samples.
 ///
-/// The object lives on the background thread (`moveToThread`), and its audio input with it: made in `init`,
-/// stopped and deleted there. The passes read from the pool; reading and stopping exclude each other under
-/// `mutex`. What has been read is gathered until it fills a frame, since the number of bytes that the input
-/// calls ready is not to be trusted.
+/// The object lives on the background thread (`moveToThread`), and its audio input with it: made, read,
+/// stopped and deleted there, since Qt deletes what is read from as soon as the sound server goes. What has
+/// been read is gathered until it fills a frame: the number of bytes that the input calls ready is not to be
+/// trusted.
+///
+/// When the device vanishes the sound server goes on with another one, in a room that nobody chose: then, and
+/// when the server itself goes, the input is stopped with a log line, and no more frames come.
 class GetQaudio : public QObject
 {
     Q_OBJECT
@@ -33,8 +33,8 @@ class GetQaudio : public QObject
 public:
     struct Params
     {
-        std::function<void(FrameHandle)> on_frame;
-        int sample_rate = 0; ///< Hz
+        std::function<void(FrameHandle)> on_frame; ///< called on the object's own thread
+        int sample_rate = 0;                       ///< Hz
         int channels = 0;
         int sample_format = 0; ///< not read: the format follows from what the device gives
         int sample_size = 0;   ///< bits per sample
@@ -46,7 +46,7 @@ public:
     ~GetQaudio() override;
 
     void start();
-    /// Stops the input, for good, and ends the passes. Waits for the thread on which the object lives.
+    /// Stops the input, for good. Waits for the thread on which the object lives: no frame comes afterwards.
     void stop();
 
 Q_SIGNALS:
@@ -61,23 +61,26 @@ protected:
 
 private:
     QAudioFormat wantedFormat() const;
-    bool run();
-    FrameHandle makeFrame() const;
-    bool fillFrame(FrameHandle& frame);
+    bool openInput();
+    void closeInput();
+    bool isOwnDevice() const;
+    void run();
+    bool fillFrame();
+    bool makeFrame();
 
-    Params params;
-    std::unique_ptr<Worker> worker;    ///< made in `init`; guarded by `mutex`
-    std::mutex mutex;                  ///< guards what follows, and every call of the input
-    std::condition_variable condition; ///< pairs with `mutex`: cuts the rest between two reads short
-    bool running = true;
+    const Params params;
+    std::atomic<bool> running = true;
     std::atomic<bool> exit = false;
+
+    // On the object's own thread only.
+    QTimer timer; ///< when to read; child of this object, so that it lives on the same thread
     QAudioDeviceInfo device;
+    bool device_can_vanish = false;
     QAudioFormat format;
     QAudioInput* audio_input = nullptr; ///< child of this object
-    QByteArray bytes;                   ///< behind `buffer`
-    QBuffer buffer;
-    QIODevice* io = nullptr; ///< owned by `audio_input`
-    QByteArray gathered;     ///< read and not yet a whole frame
+    QPointer<QIODevice> io;             ///< owned by `audio_input`, which may delete it
+    QByteArray gathered;                ///< read and not yet a whole frame
+    FrameHandle frame;                  ///< the next one, empty
 };
 
 } // namespace multimedia

@@ -2,7 +2,16 @@
 
 #include "multimedia/base/warning.h"
 
+extern "C" {
+#include <libavutil/imgutils.h>
+}
+
 namespace multimedia {
+
+namespace {
+/// Bytes: as wide as any vector unit reads.
+constexpr int kLineAlignment = 64;
+} // namespace
 
 Scale::Scale(Params params)
     : params(std::move(params))
@@ -20,7 +29,22 @@ bool Scale::open(AVFrame* frame)
     scaler.reset(sws_getContext(frame->width, frame->height, AVPixelFormat(frame->format),
                                 params.size.width(), params.size.height(), AVPixelFormat(params.pixel_format),
                                 SWS_BICUBIC, nullptr, nullptr, nullptr));
-    return scaler != nullptr;
+    const int bytes = av_image_get_buffer_size(AVPixelFormat(params.pixel_format), params.size.width(),
+                                               params.size.height(), kLineAlignment);
+    pool.reset(bytes < 0 ? nullptr
+                         : av_buffer_pool_init(size_t(bytes) + AV_INPUT_BUFFER_PADDING_SIZE, nullptr));
+    if (!pool)
+        scaler.reset();
+    if (!scaler)
+        return false;
+    if (params.color_space != AVCOL_SPC_UNSPECIFIED) {
+        constexpr int kFull = 1;
+        constexpr int kLimited = 0;
+        constexpr int kOne = 1 << 16; // contrast and saturation unchanged
+        const int* matrix = sws_getCoefficients(params.color_space);
+        sws_setColorspaceDetails(scaler.get(), matrix, kFull, matrix, kLimited, 0, kOne, kOne);
+    }
+    return true;
 }
 
 void Scale::close()
@@ -52,18 +76,29 @@ FrameHandle Scale::convert(const AVFrame& frame) const
     if (frame.format != source_format || frame.width < source_size.width() ||
         frame.height < source_size.height())
         return {};
-    FrameHandle converted = createFrame();
+    FrameHandle converted = makeFrame();
     if (!converted)
-        return {};
-    converted->width = params.size.width();
-    converted->height = params.size.height();
-    converted->format = params.pixel_format;
-    if (av_frame_get_buffer(converted.get(), 0) < 0)
         return {};
     // Taller frames give the rows that the scaler was made for.
     const int rows = sws_scale(scaler.get(), frame.data, frame.linesize, 0, source_size.height(),
                                converted->data, converted->linesize);
     return rows > 0 ? std::move(converted) : FrameHandle();
+}
+
+FrameHandle Scale::makeFrame() const
+{
+    FrameHandle frame = createFrame();
+    if (!frame)
+        return {};
+    frame->width = params.size.width();
+    frame->height = params.size.height();
+    frame->format = params.pixel_format;
+    frame->buf[0] = av_buffer_pool_get(pool.get());
+    if (!frame->buf[0])
+        return {};
+    av_image_fill_arrays(frame->data, frame->linesize, frame->buf[0]->data, AVPixelFormat(frame->format),
+                         frame->width, frame->height, kLineAlignment);
+    return frame;
 }
 
 } // namespace multimedia

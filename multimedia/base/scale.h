@@ -23,6 +23,8 @@ public:
         std::function<void(FrameHandle)> on_frame;
         QSize size;            ///< pixels; a negative side stands for the size of the first frame
         int pixel_format = -1; ///< an `AVPixelFormat`
+        /// Matrix from RGB to YUV of limited range, an `AVColorSpace`; FFmpeg's own (BT.601) by default.
+        int color_space = AVCOL_SPC_UNSPECIFIED;
     };
 
     explicit Scale(Params params);
@@ -35,11 +37,14 @@ public:
 private:
     bool run();
     FrameHandle convert(const AVFrame& frame) const;
+    FrameHandle makeFrame() const;
 
     Params params;
     QSize source_size;
     int source_format = -1;
     SwsContextPtr scaler; ///< passes only
+    /// Of results: to have memory of this size from the system is dear, since it is cleared each time.
+    BufferPoolPtr pool;
     StageInput<FrameHandle> input;
 };
 

@@ -28,7 +28,8 @@
 /// **Locks.** Stage mutex first, then the Worker's; never the reverse. The next stage is called with no lock
 /// held, except by `Decode`, which holds its stage mutex: nothing behind a `Decode` may call back into it.
 ///
-/// **Back-pressure.** There is none: queues are unbounded and nothing is dropped for being late.
+/// **Back-pressure.** There is none: queues are unbounded and nothing is dropped for being late. Who builds a
+/// chain bounds what flows into it (`PictureBudget`).
 ///
 /// **End.** There is no end-of-stream message. A chain ends by its orderly destruction from source to sink: a
 /// destructor stops the input, flushes where its stage has a delay, waits for its Worker, and releases the

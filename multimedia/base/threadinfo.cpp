@@ -11,6 +11,12 @@ namespace {
 constexpr unsigned long kShutDownTimeout_ms = 1000;
 } // namespace
 
+ThreadInfo& ThreadInfo::instance()
+{
+    static ThreadInfo thread_info;
+    return thread_info;
+}
+
 ThreadInfo::ThreadInfo()
 {
     const QCoreApplication* application = QCoreApplication::instance();
@@ -63,9 +69,9 @@ void ThreadInfo::shutDown()
 
 void moveToThread(QObject& object)
 {
-    static ThreadInfo thread_info;
+    ThreadInfo& thread_info = ThreadInfo::instance();
     thread_info.addInstance(object);
-    QMetaObject::invokeMethod(&thread_info, [] { thread_info.startThread(); });
+    QMetaObject::invokeMethod(&thread_info, [&thread_info] { thread_info.startThread(); });
 }
 
 bool runOnThreadOf(const QObject& object, const std::function<void()>& function)

@@ -16,6 +16,8 @@ class ThreadInfo : public QThread
     Q_OBJECT
 
 public:
+    static ThreadInfo& instance();
+
     ThreadInfo();
     ~ThreadInfo() override;
 

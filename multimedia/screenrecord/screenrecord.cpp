@@ -6,6 +6,8 @@
 
 #include <QtCore/QLoggingCategory>
 
+#include <utility>
+
 namespace multimedia {
 
 namespace {
@@ -125,13 +127,16 @@ void ScreenRecord::customEvent(QEvent* event)
         return;
     State state = Waiting;
     QString file;
+    bool has_ended = false;
     {
         std::lock_guard lock(d->mutex);
         state = d->state;
-        if (state == Waiting)
+        if (state == Waiting) {
             file = d->file;
+            has_ended = std::exchange(d->file_is_news, false);
+        }
     }
-    if (!file.isEmpty())
+    if (has_ended)
         Q_EMIT fileChanged(file);
     Q_EMIT stateChanged(state);
 }

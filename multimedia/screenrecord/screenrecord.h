@@ -29,9 +29,17 @@ class ScreenRecordPrivate;
 /// | Pausing | stop    | Waiting |
 ///
 /// Any other command is ignored. A command during `Processing` changes where the way leads. The end of a
-/// recording is `fileChanged`, then `stateChanged(Waiting)`; the file stands in the temporary directory and
-/// belongs to the caller from then on. There is no error signal: what could not be opened is in the log, and
-/// the file is missing or lacks a track.
+/// recording is `fileChanged`, then `stateChanged(Waiting)`; the file stands in the temporary directory, for
+/// its owner's eyes only (0600), and belongs to the caller from then on. The file named there plays; its name
+/// is empty when nothing could be recorded. There is no error signal: what could not be opened is in the log.
+///
+/// The film follows the clock: a slow or busy machine repeats pictures, and neither the picture nor the sound
+/// runs away. A recording ends as if stopped when its screen is taken away, when the disk is full and when
+/// the application ends, whether by its event loop or without; then the file is that of `getFile`. A process
+/// that is killed leaves a file that plays to the last second or so.
+///
+/// From the moment when the microphone goes away, or the sound server, the sound is silence: no other
+/// microphone takes its place.
 ///
 /// Sound ends at the first pause of a recording. Without any microphone a recording is silent as if `isMute`
 /// were set, which then reads true.
@@ -69,7 +77,7 @@ public:
     QScreen* getScreen() const;
     /// Logical pixels, relative to the screen.
     QRect getRect() const;
-    /// Path of the last finished recording.
+    /// Path of the last finished recording; empty when it left none that plays.
     QString getFile() const;
 
 public Q_SLOTS:

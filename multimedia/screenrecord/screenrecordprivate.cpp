@@ -5,14 +5,20 @@
 #include "multimedia/base/warning.h"
 #include "multimedia/devicemgr/permission.h"
 #include "multimedia/screenrecord/devicepixels.h"
+#include "multimedia/screenrecord/recordingfile.h"
 #include "quillon/util.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDebug>
+#include <QtCore/QFile>
 #include <QtCore/QLoggingCategory>
 #include <QtCore/QStandardPaths>
 #include <QtCore/QThread>
 #include <QtGui/QGuiApplication>
+
+extern "C" {
+#include <libavutil/opt.h>
+}
 
 #include <algorithm>
 
@@ -26,9 +32,16 @@ constexpr int kGifShorterSide = 1080;
 constexpr int kSampleRate = 44100;
 constexpr int kFrameSamples = 1024;
 constexpr int kChannels = 2;
-constexpr std::chrono::seconds kDrainTimeout(300);
-/// How often a drain looks whether its source still lives.
-constexpr std::chrono::milliseconds kSourceCheckInterval(100);
+/// Of raw pictures under way: some eight captured ones of 3840x2160.
+constexpr std::size_t kPictureBytes = 256 << 20;
+/// What a killed process may lose of its recording.
+constexpr int64_t kFragment_us = 500'000;
+/// How long one track may wait for the other in the muxer.
+constexpr int64_t kInterleaving_us = 1'000'000;
+/// More frames than any encoder holds back.
+constexpr int kFlushFrames = 250;
+/// A recording stopped at once has its first picture all the same.
+constexpr std::chrono::seconds kFirstPicturePatience(1);
 
 QSize gifSize(QSize size)
 {
@@ -49,12 +62,33 @@ bool hasMicrophone()
                        [](const QAudioDeviceInfo& device) { return !device.deviceName().isEmpty(); });
 }
 
+/// H.264, which everybody plays, or MPEG-4 where FFmpeg has no encoder for it.
+int movieCodec()
+{
+    if (Encode::findEncoder(AV_CODEC_ID_H264))
+        return AV_CODEC_ID_H264;
+    warning("openVideo", "no H.264 encoder, MPEG-4 is recorded");
+    return AV_CODEC_ID_MPEG4;
+}
+
+/// libx264 has a good quality by itself. The others would take a fixed rate of a small picture: they get
+/// a tenth of a bit a pixel, which a screen looks well with.
+std::unordered_map<std::string, std::string> movieOptions(int codec_id, const QSize& size)
+{
+    const AVCodec* encoder = Encode::findEncoder(codec_id);
+    if (!encoder || QLatin1String(encoder->name) == QLatin1String("libx264"))
+        return {};
+    const int64_t bits = int64_t(size.width()) * size.height() * kVideoFrameRate / 10;
+    return {{"b", std::to_string(std::max<int64_t>(bits, 1'000'000))}};
+}
+
 } // namespace
 
 const int ScreenRecordPrivate::kStateChangeEventType = QEvent::registerEventType(-1);
 
 ScreenRecordPrivate::ScreenRecordPrivate(ScreenRecord* q)
     : q(q)
+    , budget(kPictureBytes)
     , worker(std::make_unique<Worker>([this] { return run(); }))
 {
     // Both belong to the main thread, where a recorder is made: what is asked for first on the pool would
@@ -64,20 +98,29 @@ ScreenRecordPrivate::ScreenRecordPrivate(ScreenRecord* q)
     if (qGuiApp)
         connect(qGuiApp, &QGuiApplication::screenRemoved, this, &ScreenRecordPrivate::clearRemovedScreen,
                 Qt::DirectConnection);
+    process_end = std::make_unique<ProcessEnd>([this] {
+        changeState(ScreenRecord::Waiting);
+        worker->stop();
+    });
 }
 
 ScreenRecordPrivate::~ScreenRecordPrivate()
 {
+    process_end.reset();
     worker->stop();
 }
 
 void ScreenRecordPrivate::clearRemovedScreen(QScreen* removed)
 {
-    std::lock_guard lock(mutex);
-    if (screen == removed)
-        screen = nullptr;
-    if (recorded_screen == removed)
+    {
+        std::lock_guard lock(mutex);
+        if (screen == removed)
+            screen = nullptr;
+        if (recorded_screen != removed)
+            return;
         recorded_screen = nullptr;
+    }
+    changeState(ScreenRecord::Waiting);
 }
 
 void ScreenRecordPrivate::changeState(ScreenRecord::State to)
@@ -162,8 +205,6 @@ ScreenRecordPrivate::Plan ScreenRecordPrivate::makePlan()
     made.has_sound = !is_gif && !is_mute;
     made.frame_rate = is_gif ? kGifFrameRate : kVideoFrameRate;
     recorded_screen = screen;
-    audio_end = 0; // the microphone runs from now on, and is not kept before the start
-    audio_time_base = {0, 1};
     made.source = toDevicePixels(rect, ScreenList::instance().pixelRatio(screen));
     made.target = roundUpToEven(is_gif ? gifSize(made.source.size()) : made.source.size());
     return made;
@@ -171,17 +212,33 @@ ScreenRecordPrivate::Plan ScreenRecordPrivate::makePlan()
 
 void ScreenRecordPrivate::openOutput()
 {
+    last_pts = INT64_MAX;
+    audio_end = INT64_MAX;
+    packets = 0;
+    disk_is_full = false;
     FileInfo info;
     info.dir = QStandardPaths::writableLocation(QStandardPaths::TempLocation).toStdString();
     info.name = Util::instance()->createTmpId(32).toStdString();
     info.format = plan.is_gif ? "gif" : "mp4";
-    format_out = std::make_unique<FormatOut>(FormatOut::Params{FormatOut::createFile(info)});
+    plan.path = info.path();
+    FormatOut::Params output;
+    output.format = FormatOut::createFile(info);
+    output.on_failure = [this] {
+        disk_is_full = true;
+        changeState(ScreenRecord::Waiting);
+    };
+    AVFormatContext* format = output.format.get();
+    format_out = std::make_unique<FormatOut>(std::move(output));
 
     Encode::Params video;
     video.on_packet = [this](PacketHandle packet) { onVideoPacket(std::move(packet)); };
-    video.format = format_out->getFormat();
+    video.format = format;
     video.is_video = true;
-    video.codec_id = plan.is_gif ? AV_CODEC_ID_GIF : AV_CODEC_ID_H264;
+    video.codec_id = plan.is_gif ? int(AV_CODEC_ID_GIF) : movieCodec();
+    if (!plan.is_gif) {
+        video.options = movieOptions(video.codec_id, plan.target);
+        video.color_space = AVCOL_SPC_BT709;
+    }
     video.use_global_header = !plan.is_gif;
     video.pixel_format = AV_PIX_FMT_YUV420P;
     video.frame_rate = plan.frame_rate;
@@ -192,20 +249,41 @@ void ScreenRecordPrivate::openOutput()
     if (plan.has_sound) {
         Encode::Params audio;
         audio.on_packet = [this](PacketHandle packet) { onAudioPacket(std::move(packet)); };
-        audio.format = format_out->getFormat();
+        audio.format = format;
         audio.codec_id = AV_CODEC_ID_AAC;
         audio.channel_layout = AV_CH_LAYOUT_STEREO;
         audio.sample_rate = kSampleRate;
         audio_encode = std::make_unique<Encode>(std::move(audio));
+    }
+    if (format) {
+        // While it runs the file is made of fragments, each written at once, so that what a killed process
+        // leaves behind plays. The first one carries the edit list that the delay of the sound wants.
+        av_opt_set(format->priv_data, "movflags", "default_base_moof+delay_moov", 0);
+        av_opt_set_int(format->priv_data, "frag_duration", kFragment_us, 0);
+        format->flush_packets = 1;
+        format->max_interleave_delta = kInterleaving_us;
+        makePrivateFile(plan.path);
     }
     format_out->writeHeader(); // all streams exist now
 }
 
 void ScreenRecordPrivate::openVideo()
 {
+    video_feed = std::make_unique<FrameFeed>([this](FrameHandle frame) { encode->encode(std::move(frame)); });
+    pace = std::make_unique<Pace>(
+        Pace::Params{[this](FrameHandle picture) { onTick(std::move(picture)); }, plan.frame_rate});
+
     Scale::Params scaled;
-    scaled.on_frame = [this](FrameHandle frame) { encode->encode(std::move(frame)); };
+    scaled.on_frame = [this](FrameHandle frame) {
+        for (AVBufferRef*& plane : frame->buf) {
+            if (plane)
+                budget.charge(&plane);
+        }
+        pace->take(std::move(frame));
+    };
     scaled.size = plan.target;
+    if (!plan.is_gif)
+        scaled.color_space = AVCOL_SPC_BT709;
     // What the encoder chose, which for a GIF is not what was asked for.
     scaled.pixel_format = encode->getCodec() ? encode->getCodec()->pix_fmt : AV_PIX_FMT_YUV420P;
     scale = std::make_unique<Scale>(std::move(scaled));
@@ -229,7 +307,7 @@ void ScreenRecordPrivate::openCapture()
     decode = std::make_unique<Decode>(std::move(decoded));
 
     FormatIn::Params source;
-    source.on_video = [this](PacketHandle packet) { decode->decode(std::move(packet)); };
+    source.on_video = [this](PacketHandle packet) { onCaptured(std::move(packet)); };
     source.format = std::move(capture);
     format_in = std::make_unique<FormatIn>(std::move(source));
     capture_idle_since = std::chrono::steady_clock::now();
@@ -244,16 +322,27 @@ int ScreenRecordPrivate::recordedIndex() const
 
 void ScreenRecordPrivate::openAudio()
 {
+    audio_feed =
+        std::make_unique<FrameFeed>([this](FrameHandle frame) { audio_encode->encode(std::move(frame)); });
     Resample::Params resampled;
-    resampled.on_frame = [this](FrameHandle frame) { audio_encode->encode(std::move(frame)); };
+    resampled.on_frame = [this](FrameHandle frame) {
+        if (canRecord())
+            audio_feed->push(std::move(frame));
+    };
     resampled.nb_samples = kFrameSamples;
     resampled.channel_layout = AV_CH_LAYOUT_STEREO;
     resampled.sample_format = AV_SAMPLE_FMT_FLTP;
     resampled.sample_rate = kSampleRate;
     resample = std::make_unique<Resample>(std::move(resampled));
 
+    sound_pace = std::make_unique<SoundPace>(
+        SoundPace::Params{[this](FrameHandle frame) { resample->resample(std::move(frame)); },
+                          {AV_SAMPLE_FMT_S16, kSampleRate, AV_CH_LAYOUT_STEREO}});
+
     GetQaudio::Params microphone;
-    microphone.on_frame = [this](FrameHandle frame) { resample->resample(std::move(frame)); };
+    microphone.on_frame = [this](FrameHandle frame) {
+        sound_pace->take(std::move(frame), std::chrono::steady_clock::now());
+    };
     microphone.sample_rate = kSampleRate;
     microphone.channels = kChannels;
     microphone.sample_format = AV_SAMPLE_FMT_S16;
@@ -266,99 +355,149 @@ void ScreenRecordPrivate::openAudio()
 
 void ScreenRecordPrivate::start()
 {
-    {
-        std::lock_guard lock(mutex);
-        last_pts = INT64_MAX;
-        end_reached = false;
-    }
     // A capture that was not read for a while hands out the frames that it owes for that time all at once.
     const std::chrono::milliseconds frame_time(1000 / plan.frame_rate);
     if (std::chrono::steady_clock::now() - capture_idle_since > frame_time)
         openCapture();
-    running = true;
-    start_time = std::chrono::steady_clock::now();
+    pace->start();
     format_in->start();
+}
+
+/// Lets a picture that has just been captured into the graph, or says that it is to be left out.
+bool ScreenRecordPrivate::admit(AVBufferRef** picture)
+{
+    const auto captured = std::chrono::steady_clock::now();
+    if (!canRecord() || !budget.hasRoom((*picture)->size) || !pace->announce(captured))
+        return false;
+    if (sound_pace)
+        sound_pace->start(*pace->zero());
+    if (budget.charge(picture, [this, captured] { pace->forget(captured); }))
+        return true;
+    pace->forget(captured);
+    return false;
+}
+
+void ScreenRecordPrivate::onCaptured(PacketHandle packet)
+{
+    if (!packet || !packet->buf || admit(&packet->buf))
+        decode->decode(std::move(packet));
+}
+
+void ScreenRecordPrivate::onTick(FrameHandle picture)
+{
+    if (sound_pace)
+        sound_pace->advance(std::chrono::steady_clock::now());
+    if (canRecord())
+        video_feed->push(std::move(picture));
 }
 
 void ScreenRecordPrivate::onVideoPacket(PacketHandle packet)
 {
-    {
-        std::lock_guard lock(mutex);
-        if (!running && packet->pts >= last_pts) {
-            end_reached = true;
-            condition.notify_all();
-            return;
-        }
+    if (packet->pts >= last_pts) {
+        end_reached = true;
+        return;
     }
+    ++packets;
     format_out->write(std::move(packet));
 }
 
 void ScreenRecordPrivate::onAudioPacket(PacketHandle packet)
 {
-    {
-        std::lock_guard lock(mutex);
-        if (!running && double(packet->pts) * av_q2d(audio_time_base) >= audio_end)
-            return;
-    }
+    if (packet->pts >= audio_end)
+        return;
+    ++packets;
     format_out->write(std::move(packet));
 }
 
-/// Whether a drain has anything to wait for: a capture, an encoder and a muxer that work, and a rectangle on
-/// the screen.
+/// Whether what comes can end in the file. What could not is not let in, so that nothing piles up.
+bool ScreenRecordPrivate::canRecord() const
+{
+    return encode->getCodec() && (!plan.has_sound || audio_encode->getCodec()) && format_out->isWriting();
+}
+
+/// Whether there is a first picture to wait for: a capture that works, and a rectangle on the screen.
 bool ScreenRecordPrivate::videoCanCome() const
 {
     const AVStream* captured = decode->getStream();
-    return format_in->canDeliver() && captured && encode->getStream() &&
-           encode->getStream()->time_base.num > 0 &&
+    return canRecord() && format_in->canDeliver() && captured &&
            QRect(0, 0, captured->codecpar->width, captured->codecpar->height).contains(plan.source);
 }
 
 void ScreenRecordPrivate::stop()
 {
-    running = false;
-    const auto elapsed = std::chrono::steady_clock::now() - start_time;
-    const int64_t elapsed_ns = std::chrono::nanoseconds(elapsed).count();
-
-    if (videoCanCome()) {
-        const AVRational time_base = encode->getStream()->time_base;
-        BlockingSection blocking;
-        std::unique_lock lock(mutex);
-        last_pts =
-            av_rescale_rnd(elapsed_ns, time_base.den, int64_t(time_base.num) * 1'000'000'000, AV_ROUND_DOWN);
-        if (!plan.is_gif)
-            audio_end = double(last_pts) * time_base.num / time_base.den;
-        if (plan.has_sound && audio_encode->getStream())
-            audio_time_base = audio_encode->getStream()->time_base;
-        // The sources go on meanwhile: it is their later frames that push the earlier ones through the
-        // encoder.
-        const auto deadline = std::chrono::steady_clock::now() + kDrainTimeout;
-        while (!end_reached && videoCanCome() && std::chrono::steady_clock::now() < deadline)
-            condition.wait_for(lock, kSourceCheckInterval);
-        if (std::chrono::steady_clock::now() >= deadline)
-            qCDebug(MultimediaCategoryLogging, "[%s]: timeout", "stop");
-    }
-    if (get_qaudio)
+    const auto now = std::chrono::steady_clock::now();
+    // The sources go on meanwhile: what was captured until now is still on its way.
+    if (!pace->finish(now, videoCanCome() ? now + kFirstPicturePatience : now))
+        qCDebug(MultimediaCategoryLogging, "[%s]: timeout", "stop");
+    if (sound_pace) {
+        // For good: sound ends with the first of the running periods.
+        const auto zero = pace->zero();
+        if (zero && canRecord() && audio_end == INT64_MAX) {
+            const AVRational tick = {1, plan.frame_rate};
+            audio_end = av_rescale_q(pace->ticks(), tick, audio_encode->getStream()->time_base);
+            sound_pace->finish(
+                *zero + std::chrono::nanoseconds(av_rescale_q(pace->ticks(), tick, {1, std::nano::den})));
+        }
         get_qaudio->stop();
+    }
     format_in->stop();
     capture_idle_since = std::chrono::steady_clock::now();
 }
 
+/// Has the encoder give out what it holds back: more of the last picture, of which nothing reaches the file.
+void ScreenRecordPrivate::flushVideo()
+{
+    if (!canRecord())
+        return;
+    const AVRational tick = {1, plan.frame_rate};
+    last_pts = av_rescale_q(pace->ticks(), tick, encode->getStream()->time_base);
+    end_reached = false;
+    for (int i = 0; i < kFlushFrames && !end_reached; ++i) {
+        FrameHandle picture = pace->newest();
+        if (!picture)
+            return;
+        video_feed->push(std::move(picture));
+        video_feed->finish();
+    }
+}
+
 void ScreenRecordPrivate::close()
 {
-    {
-        std::lock_guard lock(mutex);
-        file = format_out->getFormat() ? QString::fromUtf8(format_out->getFormat()->url) : QString();
-    }
+    flushVideo();
     // From source to sink, so that what is in a stage still reaches a living successor.
     format_in.reset();
     get_qaudio.reset();
+    sound_pace.reset();
     resample.reset();
+    audio_feed.reset();
     audio_encode.reset();
     decode.reset();
     crop.reset();
     scale.reset();
+    video_feed->close();
+    pace.reset();
     encode.reset();
+    video_feed.reset();
     format_out.reset();
+    finishFile();
+}
+
+/// No file is better than one that does not play.
+void ScreenRecordPrivate::finishFile()
+{
+    if (!plan.is_gif && packets > 0 && !disk_is_full) {
+        const int code = putIndexInFront(plan.path, packets);
+        if (code < 0) // it plays as it is
+            warning("close", "error in put index in front", code);
+    }
+    QString finished = QString::fromStdString(plan.path);
+    if (packets == 0 || !hasPicture(plan.path)) {
+        QFile::remove(finished);
+        finished.clear();
+    }
+    std::lock_guard lock(mutex);
+    file = finished;
+    file_is_news = true;
 }
 
 void ScreenRecordPrivate::CloseThread()

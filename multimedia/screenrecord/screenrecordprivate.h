@@ -5,20 +5,25 @@
 #include "multimedia/base/encode.h"
 #include "multimedia/base/formatin.h"
 #include "multimedia/base/formatout.h"
+#include "multimedia/base/framefeed.h"
 #include "multimedia/base/getqaudio.h"
+#include "multimedia/base/picturebudget.h"
+#include "multimedia/base/processend.h"
 #include "multimedia/base/resample.h"
 #include "multimedia/base/scale.h"
 #include "multimedia/base/worker.h"
+#include "multimedia/screenrecord/pace.h"
 #include "multimedia/screenrecord/screenrecord.h"
+#include "multimedia/screenrecord/soundpace.h"
 
 #include <QtCore/QEvent>
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 
 class QThread;
 
@@ -26,16 +31,25 @@ namespace multimedia {
 
 /// The state machine behind `ScreenRecord`: builds the graph of stages, starts it, drains it, tears it down.
 ///
-///     FormatIn > Decode > Crop > Scale > Encode > onVideoPacket >
-///                                                                 FormatOut
-///            GetQaudio > Resample > Encode > onAudioPacket      >
+///     FormatIn > admit > Decode > Crop > Scale > Pace > FrameFeed > Encode > onVideoPacket >
+///                                                                                           FormatOut
+///              GetQaudio > SoundPace > Resample > FrameFeed > Encode > onAudioPacket       >
+///
+/// What keeps the time stands between the stages: `Pace` has one picture a tick of the clock reach the
+/// encoder, `SoundPace` puts the sound on the same clock, the feeds have the encoders take every frame up.
+/// `admit` is where a picture enters the graph, or is left out: for want of room in the budget, of a tick, or
+/// of a file to be written.
 ///
 /// `Pausing` is the hub: the graph stands and nothing flows. From `Waiting` to `Running` are two steps (open,
 /// start), back again two (stop, close); each step is one pass of `worker`, on the global thread pool, and
 /// the only way back to the owner is an event posted to it.
 ///
-/// What is said to be guarded by `mutex` comes from any thread. The stages are touched by the steps only; the
-/// two packet callbacks come on the encoders' pool threads and take `mutex` for each packet.
+/// What is said to be guarded by `mutex` comes from any thread. The stages are made and destroyed by the
+/// steps only; `admit` is called by the source, `onTick` by the pace, the two packet callbacks by the
+/// encoders.
+///
+/// A recording ends by itself, as if stopped, when its screen is taken away, when its disk is full, and when
+/// the process ends.
 class ScreenRecordPrivate : public QObject
 {
     Q_OBJECT
@@ -59,7 +73,8 @@ public:
     bool is_mute = false;
     QScreen* screen = nullptr; ///< cleared when the screen is taken away
     QRect rect;                ///< logical pixels
-    QString file;              ///< of the last finished recording
+    QString file;              ///< of the last finished recording; empty when it left none that plays
+    bool file_is_news = false; ///< a recording has ended, and the owner has not told of it
 
 Q_SIGNALS:
     void ToThread();
@@ -74,8 +89,9 @@ private:
         bool is_gif = false;
         bool has_sound = false;
         int frame_rate = 0;
-        QRect source; ///< device pixels of the screen
-        QSize target; ///< even sides
+        std::string path; ///< of the file
+        QRect source;     ///< device pixels of the screen
+        QSize target;     ///< even sides
     };
 
     bool run();
@@ -91,9 +107,15 @@ private:
     void openCapture();
     int recordedIndex() const;
     void openAudio();
+    bool admit(AVBufferRef** picture);
+    void onCaptured(PacketHandle packet);
+    void onTick(FrameHandle picture);
     void onVideoPacket(PacketHandle packet);
     void onAudioPacket(PacketHandle packet);
+    bool canRecord() const;
     bool videoCanCome() const;
+    void flushVideo();
+    void finishFile();
     void clearRemovedScreen(QScreen* removed);
 
     ScreenRecord* const q;
@@ -104,26 +126,32 @@ private:
 
     Plan plan;                                                ///< steps only
     std::chrono::steady_clock::time_point capture_idle_since; ///< steps only
+    PictureBudget budget;
     std::unique_ptr<FormatIn> format_in;
     std::unique_ptr<FormatOut> format_out;
     std::unique_ptr<Decode> decode;
     std::unique_ptr<Encode> encode;
+    std::unique_ptr<FrameFeed> video_feed;
+    std::unique_ptr<Pace> pace;
     std::unique_ptr<Crop> crop;
     std::unique_ptr<Scale> scale;
     std::unique_ptr<GetQaudio> get_qaudio;
+    std::unique_ptr<SoundPace> sound_pace;
     std::unique_ptr<Resample> resample;
     std::unique_ptr<Encode> audio_encode;
+    std::unique_ptr<FrameFeed> audio_feed;
 
-    std::atomic<bool> running = false;                ///< packets are being kept
-    std::chrono::steady_clock::time_point start_time; ///< of the present running period; steps only
-    int64_t last_pts = INT64_MAX; ///< end of the video, in the stream's time base; guarded by `mutex`
-    bool end_reached = false;     ///< a video packet at `last_pts` or behind it has come; guarded by `mutex`
-    std::condition_variable condition;   ///< pairs with `mutex`: `end_reached` was set
-    double audio_end = 0;                ///< end of the sound, in seconds; guarded by `mutex`
-    AVRational audio_time_base = {0, 1}; ///< guarded by `mutex`
-    QThread* thread = nullptr;           ///< for `CloseThread` only
+    /// Ends of the tracks, in their streams' time bases: packets from there on only push those before through
+    /// an encoder.
+    std::atomic<int64_t> last_pts = INT64_MAX;
+    std::atomic<int64_t> audio_end = INT64_MAX;
+    std::atomic<bool> end_reached = false; ///< a video packet at `last_pts` or behind it has come
+    std::atomic<int64_t> packets = 0;      ///< that went to the file
+    std::atomic<bool> disk_is_full = false;
+    QThread* thread = nullptr; ///< for `CloseThread` only
 
-    std::unique_ptr<Worker> worker; ///< last: nothing else goes before its steps have ended
+    std::unique_ptr<Worker> worker; ///< nothing above goes before its steps have ended
+    std::unique_ptr<ProcessEnd> process_end;
 };
 
 } // namespace multimedia

@@ -1,5 +1,6 @@
-// movingpicture [SCREEN...]: fills the screens of the given indices (all, by default) with a picture that
-// moves, and prints "ready" once it stands on each of them. README.md tells what is in the picture.
+// movingpicture [--beep] [SCREEN...]: fills the screens of the given indices (all, by default) with a picture
+// that moves, and prints "ready" once it stands on each of them. README.md tells what is in the picture, and
+// what the microphone hears of --beep.
 
 #include <QtCore/QElapsedTimer>
 #include <QtCore/QTextStream>
@@ -9,6 +10,14 @@
 #include <QtGui/QPainter>
 #include <QtGui/QRasterWindow>
 #include <QtGui/QScreen>
+
+#include <array>
+#include <atomic>
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <pulse/simple.h>
+#include <thread>
 
 namespace {
 
@@ -97,6 +106,61 @@ void MovingPicture::paintCode(QPainter& painter) const
     }
 }
 
+/// Beeps into the microphone at each whole second of a clock.
+class Beeper
+{
+public:
+    explicit Beeper(const QElapsedTimer& clock)
+        : clock(clock)
+        , thread([this] { play(); })
+    {}
+    ~Beeper()
+    {
+        stopping = true;
+        thread.join();
+    }
+
+private:
+    static constexpr uint32_t rate = 48000;
+    static constexpr int block = 480; // 10 ms
+    static constexpr int beep_ms = 50;
+    static constexpr double beep_hz = 2000;
+
+    void play()
+    {
+        const pa_sample_spec format = {PA_SAMPLE_S16LE, rate, 1};
+        // Enough for a machine that is busy: what has been missed is not made up for, since each block asks
+        // anew when it will be heard.
+        const pa_buffer_attr buffer = {UINT32_MAX, rate * 2 / 5, UINT32_MAX, UINT32_MAX, UINT32_MAX};
+        int error = 0;
+        const std::unique_ptr<pa_simple, void (*)(pa_simple*)> stream(
+            pa_simple_new(nullptr, "movingpicture", PA_STREAM_PLAYBACK, "micbus", "beep", &format, nullptr,
+                          &buffer, &error),
+            [](pa_simple* open) {
+                if (open)
+                    pa_simple_free(open);
+            });
+        std::array<int16_t, block> samples = {};
+        while (stream && !stopping) {
+            const auto delay_us = int64_t(pa_simple_get_latency(stream.get(), &error));
+            const int64_t heard_us = clock.nsecsElapsed() / 1000 + delay_us;
+            for (int i = 0; i < block; ++i) {
+                const int64_t phase_us = (heard_us + int64_t(i) * 1'000'000 / rate) % 1'000'000;
+                samples[size_t(i)] =
+                    phase_us < beep_ms * 1000
+                        ? int16_t(20000 * std::sin(2 * M_PI * beep_hz * double(phase_us) / 1e6))
+                        : int16_t(0);
+            }
+            if (pa_simple_write(stream.get(), samples.data(), sizeof samples, &error) < 0)
+                return;
+        }
+    }
+
+    const QElapsedTimer& clock;
+    std::atomic<bool> stopping = false;
+    std::thread thread;
+};
+
 QList<int> screenIndices(const QStringList& arguments, int count)
 {
     QList<int> indices;
@@ -120,7 +184,9 @@ int main(int argc, char** argv)
 {
     QGuiApplication application(argc, argv);
     const QList<QScreen*> screens = QGuiApplication::screens();
-    const QList<int> indices = screenIndices(application.arguments().mid(1), screens.size());
+    QStringList arguments = application.arguments().mid(1);
+    const bool beeps = arguments.removeAll(QStringLiteral("--beep")) > 0;
+    const QList<int> indices = screenIndices(arguments, screens.size());
     if (indices.isEmpty()) {
         QTextStream(stderr) << "movingpicture: the screens are numbered 0 to " << screens.size() - 1
                             << Qt::endl;
@@ -146,6 +212,7 @@ int main(int argc, char** argv)
 
     QElapsedTimer clock;
     clock.start();
+    const auto beeper = beeps ? std::make_unique<Beeper>(clock) : nullptr;
     QTimer timer;
     timer.setTimerType(Qt::PreciseTimer);
     QObject::connect(&timer, &QTimer::timeout, &owner, [&] {

@@ -10,3 +10,5 @@ extern const char* const kRigFolder;     ///< tests/rig
 extern const char* const kShotsFolder;   ///< where the host's test leaves pictures of its pages
 extern const char* const kFaceModelTool; ///< the program that looks into a face model
 extern const char* const kUnloadHost;    ///< the module that test_unload loads and closes
+extern const char* const kMovingPicture; ///< the rig's moving picture
+extern const char* const kRecordHost;    ///< the application that records until it ends
