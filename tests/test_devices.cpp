@@ -239,6 +239,7 @@ void TestDevices::defaults_follow_andOnlyOutputsAreObserved()
 
 void TestDevices::lists_emptyAndFill_whenServerDiesAndReturns()
 {
+    server.control({"set-default-sink", "spk"}); // some servers remember the choice beyond their death
     for (int round = 0; round < 2; ++round) {
         server.kill();
         QTRY_COMPARE(outputs()->count() + inputs()->count(), 0);

@@ -113,7 +113,8 @@ void TestPlayer::play_reportsPositionAndSamples_whilePlaying()
     QVERIFY(std::abs(last_ms - 20'000) < 100);
     // The device still has its buffer of 232 ms to play, and then the playback is over.
     const auto drained = host->last(EventFinished).time - host->last(EventProgress).time;
-    QVERIFY2(drained < std::chrono::milliseconds(600), qPrintable(QString::number(std::chrono::duration<double>(drained).count())));
+    QVERIFY2(drained < std::chrono::milliseconds(600),
+             qPrintable(QString::number(std::chrono::duration<double>(drained).count())));
     // One frame in three is reported.
     QVERIFY(std::abs(samples - 2 * 44100 / 3) < 44100 / 10);
 }

@@ -176,7 +176,8 @@ void TestRecordLoss::end_finishesTheFile()
     QFETCH(QString, end);
     Host host;
     host.start(home, end,
-               end == "xserver" ? QStringList{QLatin1String(kRigFolder) + "/with-desktop", "--no-sound"} : QStringList());
+               end == "xserver" ? QStringList{QLatin1String(kRigFolder) + "/with-desktop", "--no-sound"}
+                                : QStringList());
     QVERIFY(host.process.waitForFinished(kPatience_ms));
     QCOMPARE(host.process.exitCode(), end == "xserver" ? 1 : 0);
     verifyOnlyFile(QDir(host.folder.path()));

@@ -216,15 +216,15 @@ private:
     std::unique_ptr<QAudioOutput> m_audioOutput;
     QIODevice* m_ioDevice = nullptr; ///< of `m_audioOutput`
     bool m_outputReady = false;
-    int m_dryFree = 0;              ///< bytes that the device had free before the first write since it was dry
-    qint64 m_sinceDryBytes = 0;     ///< written since then
-    bool m_outputStarted = false;   ///< the device has taken some of that out of its buffer: it plays
-    QElapsedTimer m_sinceWrite;     ///< since the device took data
-    int m_reopenTries = 0;          ///< left, since the default output changed
-    QDeadlineTimer m_nextReopen;    ///< when the next one is due
-    int m_frameDurationMs = 0;      ///< of a filtered frame, learnt from the first
-    int m_frameCount = 0;           ///< thins the progress events
-    bool m_addSeekBase = false;     ///< the source counts its time from `m_seekBase`
+    int m_dryFree = 0;            ///< bytes that the device had free before the first write since it was dry
+    qint64 m_sinceDryBytes = 0;   ///< written since then
+    bool m_outputStarted = false; ///< the device has taken some of that out of its buffer: it plays
+    QElapsedTimer m_sinceWrite;   ///< since the device took data
+    int m_reopenTries = 0;        ///< left, since the default output changed
+    QDeadlineTimer m_nextReopen;  ///< when the next one is due
+    int m_frameDurationMs = 0;    ///< of a filtered frame, learnt from the first
+    int m_frameCount = 0;         ///< thins the progress events
+    bool m_addSeekBase = false;   ///< the source counts its time from `m_seekBase`
     bool m_awaitFirstWrite = false; ///< the next position decides `m_addSeekBase`
     bool m_isUnderload = false;
 

@@ -141,8 +141,8 @@ qint64 AudioPlayer::writeSome(const char* data, qint64 size)
     return written;
 }
 
-/// A device that has run dry waits for a full buffer again. How much of an empty one is free differs: all of it with
-/// PulseAudio, not quite with PipeWire once it has played.
+/// A device that has run dry waits for a full buffer again. How much of an empty one is free differs: all of
+/// it with PulseAudio, not quite with PipeWire once it has played.
 void AudioPlayer::watchStart(int free)
 {
     if (m_audioOutput->state() != QAudio::ActiveState) {
@@ -197,8 +197,8 @@ void AudioPlayer::logWriteFailure(qint64 size, qint64 written)
     qCDebug(MultimediaCategoryLogging, "%s", qPrintable(text));
 }
 
-/// Until all is played. PipeWire keeps some bytes of an empty buffer to itself and only tells that it ran dry, which may
-/// be old news until what the buffer holds has had its time.
+/// Until all is played. PipeWire keeps some bytes of an empty buffer to itself and only tells that it ran
+/// dry, which may be old news until what the buffer holds has had its time.
 void AudioPlayer::drainOutput()
 {
     if (!m_outputReady)

@@ -18,9 +18,10 @@ extern "C" {
 /// @file
 /// The calls that differ between FFmpeg generations, each once, under a name that says what it does.
 ///
-/// Built and tested against FFmpeg 5.1 and 7.1; each call has its newer form first. The version that brought a form
-/// stands beside it, as the change log of FFmpeg's interfaces has it: 6.0 and 6.1 lie between and were not tried.
-/// Channel layouts are masks of `AV_CH_*` bits at our own interfaces and `AVChannelLayout` only in here.
+/// Built and tested against FFmpeg 5.1 and 7.1; each call has its newer form first. The version that brought
+/// a form stands beside it, as the change log of FFmpeg's interfaces has it: 6.0 and 6.1 lie between and were
+/// not tried. Channel layouts are masks of `AV_CH_*` bits at our own interfaces and `AVChannelLayout` only in
+/// here.
 
 namespace multimedia {
 
@@ -74,8 +75,8 @@ inline const AVSampleFormat* sampleFormats(const AVCodec& encoder)
 #endif
 }
 
-/// What stands beside the packets of a stream, such as its display matrix. 6.1 moved it from the stream into the
-/// codec's parameters.
+/// What stands beside the packets of a stream, such as its display matrix. 6.1 moved it from the stream into
+/// the codec's parameters.
 #if LIBAVFORMAT_VERSION_INT >= AV_VERSION_INT(60, 15, 100) // 6.1
 inline const AVPacketSideData* sideData(const AVStream& stream, AVPacketSideDataType type)
 {
@@ -87,8 +88,8 @@ inline const AVPacketSideData* sideData(const AVStream& stream, AVPacketSideData
 inline uint8_t* newSideData(AVStream& stream, AVPacketSideDataType type, size_t size)
 {
     AVCodecParameters& parameters = *stream.codecpar;
-    const AVPacketSideData* entry = av_packet_side_data_new(
-        &parameters.coded_side_data, &parameters.nb_coded_side_data, type, size, 0);
+    const AVPacketSideData* entry =
+        av_packet_side_data_new(&parameters.coded_side_data, &parameters.nb_coded_side_data, type, size, 0);
     return entry ? entry->data : nullptr;
 }
 #else

@@ -21,9 +21,9 @@ bool audible(int16_t value)
 Monitor::Monitor(const QString& sink)
 {
     // Without the property PipeWire takes who listens to a default sink along to the next default one.
-    recorder.start(QStringLiteral("parec"), {"-d", sink + ".monitor", "--format=s16le", "--rate=44100",
-                                             "--channels=1", "--latency-msec=20", "--raw",
-                                             "--property=node.dont-reconnect=true"});
+    recorder.start(QStringLiteral("parec"),
+                   {"-d", sink + ".monitor", "--format=s16le", "--rate=44100", "--channels=1",
+                    "--latency-msec=20", "--raw", "--property=node.dont-reconnect=true"});
     QTRY_VERIFY2((take(), !samples.empty()), "nothing comes from the monitor");
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// Where the build has put things. The paths stand in one compiled file that CMake writes, so that every other source
-/// is the same in every clone, and a compiler's cache serves them all.
+/// Where the build has put things. The paths stand in one compiled file that CMake writes, so that every
+/// other source is the same in every clone, and a compiler's cache serves them all.
 
 extern const char* const kMediaFolder;   ///< what the scripts in tests/media have made, a folder a subject
 extern const char* const kDataFolder;    ///< tests/data

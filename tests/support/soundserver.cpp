@@ -58,6 +58,7 @@ void SoundServer::kill()
 void SoundServer::start()
 {
     server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    server.start(QLatin1String(kRigFolder) + QLatin1String("/pulse-server"), {qEnvironmentVariable("RIG_DIR")});
+    server.start(QLatin1String(kRigFolder) + QLatin1String("/pulse-server"),
+                 {qEnvironmentVariable("RIG_DIR")});
     QTRY_VERIFY(answers());
 }
