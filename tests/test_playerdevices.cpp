@@ -84,7 +84,7 @@ void TestPlayerDevices::playback_movesToOtherSink_whenSinkIsRemoved()
     server.unload(module);
     QTRY_COMPARE(host->order(), kWhole);
     const Monitor::Sound sound = fallback.stop();
-    qInfo("heard %.3f s on the sink that is left", sound.duration_s);
+    qInfo("heard %.3f s of %.1f Hz on the sink that is left", sound.duration_s, sound.frequency_hz);
     QVERIFY(sound.duration_s > 1.2);
     QVERIFY(std::abs(sound.frequency_hz - 440) < 4);
 }
