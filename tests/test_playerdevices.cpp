@@ -10,6 +10,9 @@
 #include <cmath>
 
 namespace {
+/// A server that moves a stream may leave some of it out, which counts as a higher tone; played at the rate
+/// of another sink it would be 39 Hz off.
+constexpr double kMovedTolerance_hz = 12;
 const QString kTone = media("tone.wav");
 const QString kLong = media("long.mp3");
 const QString kWhole = QStringLiteral("Duration Started Progress Finished Closed");
@@ -52,6 +55,7 @@ double TestPlayerDevices::lasted() const
 void TestPlayerDevices::playback_movesToNewSink_whenDefaultChanges()
 {
     const QString module = server.addSink("headset");
+    server.control({"set-default-sink", "spk"}); // some servers remember who was it before
     Monitor old_sink;
     Monitor new_sink("headset");
     host->play(kTone);
@@ -65,7 +69,7 @@ void TestPlayerDevices::playback_movesToNewSink_whenDefaultChanges()
     QVERIFY(before.duration_s > 0.6 && before.duration_s < 1.8);
     QVERIFY(after.duration_s > 1.2 && after.duration_s < 2.4);
     QVERIFY(before.duration_s + after.duration_s > 2.5);
-    QVERIFY(std::abs(after.frequency_hz - 440) < 6);
+    QVERIFY(std::abs(after.frequency_hz - 440) < kMovedTolerance_hz);
     QVERIFY(after.longest_gap_s <
             0.3); // the server moves the old output for a moment, then the new one fills up
     server.unload(module);
@@ -86,7 +90,7 @@ void TestPlayerDevices::playback_movesToOtherSink_whenSinkIsRemoved()
     const Monitor::Sound sound = fallback.stop();
     qInfo("heard %.3f s of %.1f Hz on the sink that is left", sound.duration_s, sound.frequency_hz);
     QVERIFY(sound.duration_s > 1.2);
-    QVERIFY(std::abs(sound.frequency_hz - 440) < 4);
+    QVERIFY(std::abs(sound.frequency_hz - 440) < kMovedTolerance_hz);
 }
 
 void TestPlayerDevices::playback_soundsAgain_whenSinkReturns()
