@@ -10,9 +10,6 @@
 #include <cmath>
 
 namespace {
-/// A server that moves a stream may leave some of it out, which counts as a higher tone; played at the rate
-/// of another sink it would be 39 Hz off.
-constexpr double kMovedTolerance_hz = 12;
 const QString kTone = media("tone.wav");
 const QString kLong = media("long.mp3");
 const QString kWhole = QStringLiteral("Duration Started Progress Finished Closed");
@@ -37,6 +34,8 @@ private Q_SLOTS:
 private:
     /// Seconds of real time from the first event to the last.
     double lasted() const;
+    /// How far a tone may be off after its stream was moved.
+    static double movedTolerance_hz(double usual_hz);
     static DeviceManager::DeviceModel* outputs()
     {
         return DeviceManager::DeviceMgr::instance()->audioOutputModel();
@@ -45,6 +44,13 @@ private:
     std::unique_ptr<PlayerHost> host;
     SoundServer server;
 };
+
+/// PipeWire was heard to play a stream that it moves up to 2 % faster for a while; at the rate of another
+/// sink it would be 9 %.
+double TestPlayerDevices::movedTolerance_hz(double usual_hz)
+{
+    return SoundServer::control({"info"}).contains("PipeWire") ? 12 : usual_hz;
+}
 
 double TestPlayerDevices::lasted() const
 {
@@ -69,7 +75,7 @@ void TestPlayerDevices::playback_movesToNewSink_whenDefaultChanges()
     QVERIFY(before.duration_s > 0.6 && before.duration_s < 1.8);
     QVERIFY(after.duration_s > 1.2 && after.duration_s < 2.4);
     QVERIFY(before.duration_s + after.duration_s > 2.5);
-    QVERIFY(std::abs(after.frequency_hz - 440) < kMovedTolerance_hz);
+    QVERIFY(std::abs(after.frequency_hz - 440) < movedTolerance_hz(6));
     QVERIFY(after.longest_gap_s <
             0.3); // the server moves the old output for a moment, then the new one fills up
     server.unload(module);
@@ -90,7 +96,7 @@ void TestPlayerDevices::playback_movesToOtherSink_whenSinkIsRemoved()
     const Monitor::Sound sound = fallback.stop();
     qInfo("heard %.3f s of %.1f Hz on the sink that is left", sound.duration_s, sound.frequency_hz);
     QVERIFY(sound.duration_s > 1.2);
-    QVERIFY(std::abs(sound.frequency_hz - 440) < kMovedTolerance_hz);
+    QVERIFY(std::abs(sound.frequency_hz - 440) < movedTolerance_hz(4));
 }
 
 void TestPlayerDevices::playback_soundsAgain_whenSinkReturns()
