@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 
 namespace speechRecognize {
 
@@ -29,10 +30,22 @@ constexpr int kFirstTransform = 16;
 constexpr std::size_t kListenAhead = seconds(5);
 constexpr std::size_t kShortest = seconds(1);
 constexpr std::size_t kBefore = seconds(2);
+/// What sounds like speech is kept for this long while its zero crossings are waited for.
+constexpr std::size_t kDoubt = seconds(2);
 // Each recogniser ends an utterance after less.
 constexpr std::size_t kSilence = seconds(1.5);
 /// What one call gives at least, but at the end.
 constexpr std::size_t kPiece = seconds(0.1);
+
+constexpr std::size_t kCrossingsPiece = seconds(0.02);
+constexpr std::size_t kCrossingsPieces = seconds(5) / kCrossingsPiece;
+/// The deviation from which on it is speech. Of 894 s of speech, by people and machines, none is lost up to
+/// 0.08; with noise 10 dB below the speech none up to 0.065.
+constexpr double kLeastDeviation = 0.065;
+/// Where no more will come.
+constexpr double kLeastDeviationAtEnd = kLeastDeviation / 2;
+/// Of the high pass: exp(-2 pi 150 Hz / 16 kHz).
+constexpr double kDecay = 0.9428;
 
 } // namespace
 
@@ -63,6 +76,40 @@ bool SpeechDetector::hears(const std::int16_t* frame)
     return size < 1 || packet[0] >> 3 < kFirstTransform;
 }
 
+double ZeroCrossings::HighPass::next(double in)
+{
+    last_out = kDecay * (last_out + in - last_in);
+    last_in = in;
+    return last_out;
+}
+
+void ZeroCrossings::add(const std::int16_t* samples, std::size_t count)
+{
+    for (std::size_t i = 0; i < count; ++i) {
+        const bool is_negative = filter[1].next(filter[0].next(samples[i])) < 0;
+        crossings += is_negative == was_negative ? 0 : 1;
+        was_negative = is_negative;
+        if (++position < kCrossingsPiece)
+            continue;
+        rates.push_back(double(crossings) / double(kCrossingsPiece));
+        if (rates.size() > kCrossingsPieces)
+            rates.pop_front();
+        position = crossings = 0;
+    }
+}
+
+double ZeroCrossings::deviation() const
+{
+    double sum = 0;
+    double squares = 0;
+    for (const double rate : rates) {
+        sum += rate;
+        squares += rate * rate;
+    }
+    const double mean = sum / double(rates.size());
+    return std::sqrt(std::max(squares / double(rates.size()) - mean * mean, 0.0));
+}
+
 int SpokenAudio::read(SpeechSamples& samples)
 {
     samples.clear();
@@ -79,7 +126,7 @@ int SpokenAudio::read(SpeechSamples& samples)
         }
         held.insert(held.end(), ahead.begin() + std::ptrdiff_t(next), ahead.end());
         next = ahead.size();
-        if (run > 0)
+        if (run > 0 && (run < kShortest || crossings.deviation() >= kLeastDeviationAtEnd))
             giveHeld(samples);
         held.clear();
         return samples.empty() ? code : 0;
@@ -113,11 +160,12 @@ void SpokenAudio::takeFrame(SpeechSamples& samples)
     next += count;
     held.insert(held.end(), frame, frame + count);
     run = detector.hears(frame) ? run + count : 0;
-    is_speaking = run > 0 && (is_speaking || run >= kShortest);
+    crossings.add(frame, count);
+    is_speaking = run > 0 && (is_speaking || (run >= kShortest && crossings.deviation() >= kLeastDeviation));
     if (is_speaking) {
         giveHeld(samples);
         silence = kSilence;
-    } else if (held.size() > kBefore + kShortest) {
+    } else if (held.size() > kBefore + std::clamp(run, kShortest, kDoubt)) {
         held.erase(held.begin(), held.begin() + std::ptrdiff_t(count));
         const std::size_t given = std::min(count, silence);
         samples.insert(samples.end(), given, 0);

@@ -30,6 +30,10 @@ tune='220*pow(2\,mod(floor(t*4)*7\,12)/12)' bass='110*pow(2\,mod(floor(t)*5\,12)
 harmonics() { printf '+%s*sin(2*PI*%s*t*'"$1"')' "${@:2}"; }
 make -f lavfi -i "aevalsrc=d=40:s=16000:exprs=0.2*exp(-3*mod(t\,0.25))*(0$(harmonics "$tune" 1 1 0.7 2 0.5 3 0.4 4 0.3 5))\
 +0.15*(0$(harmonics "$bass" 1 1 1 1.26 1 1.5 0.5 3))+0.2*(random(0)-0.5)*exp(-30*mod(t\,0.5))" band.wav
+# A melody whose glides Opus takes for a voice.
+glide='2*PI*180*t+10*sin(2*PI*2.3*t)'
+make -f lavfi -i "aevalsrc=d=10:s=16000:exprs=0.3*pow(sin(2*PI*2*t)\,2)*(sin($glide)+0.5*sin(2*($glide))\
++0.4*sin(3*($glide))+0.4*sin(5*($glide)))" singing.wav
 # Somebody speaks while it pauses.
 make -t 8 -i band.wav -i food.wav -t 8 -i band.wav -filter_complex 'concat=n=3:v=0:a=1' amidst.wav
 
