@@ -11,6 +11,7 @@
 #include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
+#include "tests/support/threadexecutor.h"
 
 #include <QtTest/QtTest>
 

@@ -1,5 +1,6 @@
 #include "multimedia/base/threadinfo.h"
 #include "multimedia/base/worker.h"
+#include "tests/support/threadexecutor.h"
 
 #include <QtTest/QtTest>
 
@@ -93,6 +94,8 @@ void TestWorker::stop_waitsForTheBody_onAPoolOfOneThread()
 
 void TestWorker::moveToThread_startsAndEndsTheThread_withItsObjects()
 {
+    if (!kQueuedCallsAreSeen)
+        QSKIP("queued calls");
     for (int round = 0; round < 20; ++round) {
         auto first = std::make_unique<QObject>();
         auto second = std::make_unique<QObject>();

@@ -1,6 +1,6 @@
 #include "multimedia/base/framefeed.h"
 
-#include "multimedia/base/worker.h"
+#include "multimedia/base/executor.h"
 
 #include <condition_variable>
 #include <mutex>

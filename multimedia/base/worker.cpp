@@ -2,7 +2,6 @@
 
 #include "multimedia/base/warning.h"
 
-#include <QtConcurrent/QtConcurrentRun>
 #include <QtCore/QThreadPool>
 
 #include <exception>
@@ -10,14 +9,14 @@
 
 namespace multimedia {
 
-Worker::Worker(Body body)
+Worker::Worker(Body body, Executor& executor)
     : body(std::move(body))
+    , executor(executor)
 {}
 
 Worker::~Worker()
 {
     stop();
-    future.waitForFinished();
 }
 
 QThreadPool* Worker::getThreadPool()
@@ -53,7 +52,7 @@ bool Worker::isRunning() const
 
 void Worker::submit()
 {
-    future = QtConcurrent::run(getThreadPool(), [this] { run(); });
+    executor.execute([this] { run(); });
 }
 
 void Worker::run()
@@ -74,6 +73,7 @@ void Worker::run()
 
 bool Worker::runBody() const
 {
+    const Executor::Scope scope(executor);
     // What is thrown here would end in the pool, and whoever waits for the body would wait for ever.
     try {
         return body();
@@ -81,16 +81,6 @@ bool Worker::runBody() const
         warning("run", exception.what());
         return false;
     }
-}
-
-BlockingSection::BlockingSection()
-{
-    Worker::getThreadPool()->releaseThread();
-}
-
-BlockingSection::~BlockingSection()
-{
-    Worker::getThreadPool()->reserveThread();
 }
 
 } // namespace multimedia

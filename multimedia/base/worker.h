@@ -1,17 +1,16 @@
 #pragma once
 
-#include <QtCore/QFuture>
+#include "multimedia/base/executor.h"
 
 #include <condition_variable>
 #include <functional>
 #include <mutex>
 
-class QObject;
 class QThreadPool;
 
 namespace multimedia {
 
-/// A task that repeats itself on the global thread pool while its body asks for it.
+/// A task that repeats itself on an executor, the global thread pool as a rule, while its body asks for it.
 ///
 /// The body runs with no lock held and says by its result whether it wants to be called again. At most one
 /// body of a Worker runs at a time; between two passes the pool may run other tasks. `start` during a pass
@@ -27,7 +26,7 @@ class Worker
 public:
     using Body = std::function<bool()>;
 
-    explicit Worker(Body body);
+    explicit Worker(Body body, Executor& executor = Executor::current());
     /// Waits as `stop` does.
     ~Worker();
     Worker(const Worker&) = delete;
@@ -46,21 +45,11 @@ private:
     bool runBody() const;
 
     const Body body;
+    Executor& executor;
     mutable std::mutex mutex;
-    QFuture<void> future;              ///< of the newest pass; guarded by `mutex`
     bool in_flight = false;            ///< guarded by `mutex`
     bool start_requested = false;      ///< `start` came during the present pass; guarded by `mutex`
     std::condition_variable condition; ///< notified when `in_flight` is cleared
-};
-
-/// Lends the caller's pool thread to other tasks for as long as the caller blocks.
-class BlockingSection
-{
-public:
-    BlockingSection();
-    ~BlockingSection();
-    BlockingSection(const BlockingSection&) = delete;
-    BlockingSection& operator=(const BlockingSection&) = delete;
 };
 
 } // namespace multimedia

@@ -60,8 +60,7 @@ Q_SIGNALS:
 protected:
     void customEvent(QEvent* event) override;
 
-private:
-    friend class ScreenGrabberStep;
+    /// `start` and `stop` make the Worker of their step in it, and leave it to who derives to run it.
     const std::unique_ptr<Private> d;
 };
 

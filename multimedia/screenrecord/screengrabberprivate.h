@@ -47,14 +47,4 @@ public:
     std::unique_ptr<Scale> scale;
 };
 
-/// Runs the step that `start` or `stop` has prepared.
-///
-/// The two commands make the Worker of their step and leave it at that; whoever drives a grabber from inside
-/// the library (the tests do) runs it by this, on the owner's thread, after the command.
-class ScreenGrabberStep
-{
-public:
-    static void run(ScreenGrabber& grabber) { grabber.d->worker->start(); }
-};
-
 } // namespace multimedia

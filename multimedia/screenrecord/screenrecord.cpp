@@ -123,13 +123,13 @@ void ScreenRecord::stop()
 
 void ScreenRecord::customEvent(QEvent* event)
 {
-    if (event->type() != ScreenRecordPrivate::kStateChangeEventType)
-        return;
     State state = Waiting;
     QString file;
     bool has_ended = false;
     {
-        std::lock_guard lock(d->mutex);
+        std::lock_guard lock(d->mutex); // it was posted under it
+        if (event->type() != ScreenRecordPrivate::kStateChangeEventType)
+            return;
         state = d->state;
         if (state == Waiting) {
             file = d->file;

@@ -1,7 +1,7 @@
 #include "multimedia/screenrecord/soundpace.h"
 
+#include "multimedia/base/executor.h"
 #include "multimedia/base/ffmpegversion.h"
-#include "multimedia/base/worker.h"
 
 extern "C" {
 #include <libavutil/samplefmt.h>
