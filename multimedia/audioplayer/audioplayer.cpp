@@ -1,6 +1,7 @@
 #include "multimedia/audioplayer/audioplayer.h"
 
 #include "multimedia/audioplayer/playback.h"
+#include "multimedia/base/processend.h"
 #include "multimedia/devicemgr/devicemgr.h"
 
 extern "C" {
@@ -47,9 +48,11 @@ AudioPlayer::AudioPlayer()
     avformat_network_init();
     // Qt's connection to the sound server belongs to the thread that asks first, and looks for a lost server
     // by the event loop there. The player's thread has none while it plays.
-    if (QThread::currentThread() == QCoreApplication::instance()->thread())
+    const QCoreApplication* application = QCoreApplication::instance();
+    if (application && QThread::currentThread() == application->thread())
         QAudioDeviceInfo::availableDevices(QAudio::AudioOutput);
-    DeviceManager::DeviceMgr::instance()->registerAudioDeviceChangedObserver(this);
+    DeviceManager::DeviceMgr::observeUnlessReleased(this);
+    m_processEnd = std::make_unique<multimedia::ProcessEnd>([this] { release(); });
 }
 
 AudioPlayer::~AudioPlayer() = default;

@@ -11,11 +11,14 @@
 #include <QtCore/QThread>
 #include <QtCore/QVariantMap>
 
+#include <memory>
+
 class QEventLoop;
 
 namespace multimedia {
 class Playback;
-}
+class ProcessEnd;
+} // namespace multimedia
 
 /// Plays one audio source at a time, a local file or an "http..." URL, on the default output and at a
 /// variable speed.
@@ -70,7 +73,7 @@ public:
     /// Made on first use, by preference on the main thread; lives until the process ends.
     static AudioPlayer* instance();
     ~AudioPlayer() override;
-    /// Ends playback and the thread for good. The host calls it before its application object goes.
+    /// Ends playback and the thread for good. Happens by itself when the application object goes.
     void release();
 
     /// `callback` is called with `data`, neither of them null, after every new event: on the thread that sent
@@ -169,4 +172,5 @@ private:
     QList<Call> m_calls;
 
     QThread m_thread;
+    std::unique_ptr<multimedia::ProcessEnd> m_processEnd;
 };

@@ -1,5 +1,6 @@
 #include "multimedia/audioplayer/playbackoutput.h"
 
+#include "multimedia/base/processend.h"
 #include "multimedia/base/warning.h"
 #include "multimedia/devicemgr/audiodevice.h"
 
@@ -66,6 +67,7 @@ bool PlaybackOutput::initAudio()
     output = std::make_unique<QAudioOutput>(QAudioDeviceInfo::defaultOutputDevice(), outputFormat(), nullptr);
     output->setBufferSize(kBufferBytes);
     device = output->start();
+    static const ProcessEnd before_sound_goes([] {});
     has_output = true;
     started = false;
     since_write.start();
