@@ -1,4 +1,3 @@
-#include "multimedia/audioplayer/audioplayer_p.h"
 #include "tests/support/files.h"
 #include "tests/support/incase.h"
 #include "tests/support/monitor.h"
@@ -12,6 +11,9 @@
 #include <limits>
 #include <random>
 #include <thread>
+
+using Request = std::function<void(AudioPlayer&)>;
+Q_DECLARE_METATYPE(Request)
 
 namespace {
 const QString kWhole = QStringLiteral("Duration Started Progress Finished Closed");
@@ -29,7 +31,6 @@ private Q_SLOTS:
     void play_isHeardWhole_atEverySpeed();
     void play_isHeardWhole_whenShorterThanBuffer();
     void play_reportsPositionAndSamples_whilePlaying();
-    void play_isWhole_longAfterTheOneBefore();
     void play_doesNothing_whenNotAnnounced();
     void play_fails_withItsMessage_data();
     void play_fails_withItsMessage();
@@ -38,7 +39,10 @@ private Q_SLOTS:
     void breakPlay_makesWayForNewSource();
     void pause_resumesWhereItLeft_orAtSeek();
     void stop_reportsTwice_whenPlaying();
+    void request_isNotLost_straightAfterPlay_data();
+    void request_isNotLost_straightAfterPlay();
     void stop_doesNothing_withoutCallback();
+    void events_doNotPileUp();
     void seek_movesPosition_duringPlayback();
     void closeAudioOutput_playsOnInSilence();
     void transport_staysConsistent_underRandomCallsFromFourThreads();
@@ -117,17 +121,6 @@ void TestPlayer::play_reportsPositionAndSamples_whilePlaying()
              qPrintable(QString::number(std::chrono::duration<double>(drained).count())));
     // One frame in three is reported.
     QVERIFY(std::abs(samples - 2 * 44100 / 3) < 44100 / 10);
-}
-
-void TestPlayer::play_isWhole_longAfterTheOneBefore()
-{
-    host->play(media("short.wav"));
-    QTRY_COMPARE(host->order(), kWhole);
-    if (g_startTime != 0)
-        g_startTime -= 30'000; // as if so much time had gone by
-    host->forget();
-    host->play(media("short.wav"));
-    QTRY_COMPARE(host->order(), kWhole);
 }
 
 void TestPlayer::play_doesNothing_whenNotAnnounced()
@@ -264,6 +257,59 @@ void TestPlayer::stop_reportsTwice_whenPlaying()
     QTRY_COMPARE(host->count(EventClosed), 1);
 }
 
+void TestPlayer::request_isNotLost_straightAfterPlay_data()
+{
+    columns<Request, QString>("request", "order");
+    const auto add = [](const char* name, const Request& request, const char* order) {
+        row(name, request, QString(order));
+    };
+    add(
+        "stop", [](AudioPlayer& player) { player.stop(false); }, "Stopped");
+    add(
+        "stop, and wait", [](AudioPlayer& player) { player.stop(true); }, "Stopped");
+    add(
+        "end", [](AudioPlayer& player) { player.breakPlay({}, 0); }, "");
+    add(
+        "pause", [](AudioPlayer& player) { player.pause(true); }, "Paused Closed");
+    const auto stop_resumed = [](AudioPlayer& player) {
+        player.pause(true);
+        player.pause(false);
+        player.stop(false);
+    };
+    add("stop after a resume", stop_resumed, "Stopped");
+}
+
+void TestPlayer::request_isNotLost_straightAfterPlay()
+{
+    QFETCH(Request, request);
+    QFETCH(QString, order);
+    const auto settle = [this] {
+        for (int i = 0; i < 2; ++i) // what comes may leave something to come
+            QMetaObject::invokeMethod(
+                host->player(), [] {}, Qt::BlockingQueuedConnection);
+    };
+    host->play(media("missing.mp3")); // the source before may still report its end
+    QTRY_VERIFY(host->order().endsWith("Error(decode audio failed.) Closed"));
+    host->forget();
+    QSemaphore asked;
+    QMetaObject::invokeMethod(
+        host->player(), [&asked] { asked.acquire(); }, Qt::QueuedConnection);
+    host->play(media("tone.wav"), 1000);
+    request(*host->player());
+    asked.release();
+    settle();
+    QCOMPARE(host->order(), order);
+
+    // What comes after it plays: a resume of what was paused, or a new request for the same source.
+    host->forget();
+    if (order.startsWith("Paused"))
+        host->player()->pause(false);
+    else
+        host->play(media("tone.wav"), 1000);
+    QTRY_VERIFY(host->playTime() > 1100);
+    QVERIFY(host->playTime() < 2500);
+}
+
 void TestPlayer::stop_doesNothing_withoutCallback()
 {
     host->play(media("tone.wav"));
@@ -274,6 +320,43 @@ void TestPlayer::stop_doesNothing_withoutCallback()
     host->player()->stop(false);
     while (host->player()->audioEvent().eventId != EventFinished) // the queue goes on without a callback
         QTest::qWait(20);
+}
+
+void TestPlayer::events_doNotPileUp()
+{
+    for (const bool called_back : {false, true}) {
+        const InCase in_case("called back", called_back);
+        static int announced = 0;
+        announced = 0;
+        host->player()->regCallBack([](void* count) { ++*static_cast<int*>(count); },
+                                    called_back ? &announced : nullptr);
+        const auto finish = [this] {
+            QMetaObject::invokeMethod(
+                host->player(), [] {}, Qt::BlockingQueuedConnection);
+        };
+        const auto fetch = [this] {
+            QList<AudioEvents> events;
+            for (AudioEvents event; (event = host->player()->audioEvent()).eventId != EventNone;)
+                events.append(event);
+            return events;
+        };
+        host->player()->setSpeed(2.0);
+        host->play(media("tone.wav"));
+        finish();
+        QList<AudioEvents> events = fetch();
+        QCOMPARE(called_back ? announced == events.size() && announced > 8 : events.size() == 5, true);
+        QVERIFY(events.at(events.size() - 3).info.value("PlayTime").toLongLong() > 2800);
+
+        for (int i = 0; i < 200; ++i)
+            host->play(media("missing.mp3"));
+        finish();
+        host->play(media("tone.wav"));
+        finish();
+        events = fetch();
+        QCOMPARE(events.size(), 256);
+        QCOMPARE(events.last().eventId, EventClosed);
+        QVERIFY(events.at(events.size() - 3).info.value("PlayTime").toLongLong() > 2800);
+    }
 }
 
 void TestPlayer::seek_movesPosition_duringPlayback()

@@ -1,6 +1,7 @@
 #include "multimedia/audioplayer/audioplayer.h"
 
-#include "multimedia/audioplayer/audioplayer_p.h"
+#include "multimedia/audioplayer/playback.h"
+#include "multimedia/base/processend.h"
 #include "multimedia/devicemgr/devicemgr.h"
 
 extern "C" {
@@ -12,14 +13,16 @@ extern "C" {
 #include <QtCore/QMutexLocker>
 #include <QtCore/QTimer>
 #include <QtMultimedia/QAudioDeviceInfo>
-#include <QtMultimedia/QAudioOutput>
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 namespace {
 constexpr int kStopWaitMs = 200;
 constexpr unsigned long kReleaseWaitMs = 3000;
+
+constexpr int kMostEvents = 256; ///< that wait to be fetched
 
 constexpr qint64 kLongestMs = 1'000'000'000'000'000; ///< leaves room for microseconds and for sums
 
@@ -27,12 +30,9 @@ qint64 bounded(qint64 ms)
 {
     return std::clamp(ms, -kLongestMs, kLongestMs);
 }
-
-bool isHttpPath(const QString& path)
-{
-    return path.startsWith(QLatin1String("http"));
-}
 } // namespace
+
+using multimedia::Playback;
 
 AudioPlayer* AudioPlayer::instance()
 {
@@ -41,7 +41,6 @@ AudioPlayer* AudioPlayer::instance()
 }
 
 AudioPlayer::AudioPlayer()
-    : m_media(std::make_unique<Media>())
 {
     moveToThread(&m_thread);
     m_thread.setObjectName(QStringLiteral("audioPlayerThread"));
@@ -49,9 +48,11 @@ AudioPlayer::AudioPlayer()
     avformat_network_init();
     // Qt's connection to the sound server belongs to the thread that asks first, and looks for a lost server
     // by the event loop there. The player's thread has none while it plays.
-    if (QThread::currentThread() == QCoreApplication::instance()->thread())
+    const QCoreApplication* application = QCoreApplication::instance();
+    if (application && QThread::currentThread() == application->thread())
         QAudioDeviceInfo::availableDevices(QAudio::AudioOutput);
-    DeviceManager::DeviceMgr::instance()->registerAudioDeviceChangedObserver(this);
+    DeviceManager::DeviceMgr::observeUnlessReleased(this);
+    m_processEnd = std::make_unique<multimedia::ProcessEnd>([this] { release(); });
 }
 
 AudioPlayer::~AudioPlayer() = default;
@@ -60,10 +61,9 @@ void AudioPlayer::release()
 {
     {
         const QMutexLocker locker(&m_mutex);
-        g_needToInterruptOpen = true;
         m_released = true;
-        m_running = false;
-        m_state = PlayStopping;
+        if (m_playback)
+            m_playback->breakOff();
         m_callback = nullptr;
         m_callbackData = nullptr;
     }
@@ -96,15 +96,29 @@ AudioEvents AudioPlayer::audioEvent()
 void AudioPlayer::breakPlay(const QString& path, qlonglong durationMs)
 {
     const QMutexLocker locker(&m_mutex);
-    if (path.isEmpty() && !m_running)
+    const bool is_playing = m_playback && !m_playback->isBroken();
+    if (path.isEmpty())
+        m_stopRequest = addRequest();
+    if (path.isEmpty() && !is_playing)
         return;
+    if (m_playback)
+        m_playback->breakOff();
     m_filePath = path;
-    g_needToInterruptOpen = true;
-    m_running = false;
-    m_state = PlayBreaking;
     m_durationHint = bounded(durationMs);
+    m_playTime = 0;
     m_pausedPath.clear();
     m_pausedPos = 0;
+}
+
+/// Numbers a request that also holds for what was queued before it. Its place in the event queue of the
+/// player's thread tells the calls of `play` before it from those after it. The lock is held.
+quint64 AudioPlayer::addRequest()
+{
+    const quint64 request = ++m_requests;
+    if (!m_released)
+        QMetaObject::invokeMethod(
+            this, [this, request] { m_arrivedRequest = request; }, Qt::QueuedConnection);
+    return request;
 }
 
 void AudioPlayer::play(const QString& filePath, qlonglong seekPos)
@@ -113,62 +127,70 @@ void AudioPlayer::play(const QString& filePath, qlonglong seekPos)
         QMetaObject::invokeMethod(this, [this, filePath, seekPos] { play(filePath, seekPos); });
         return;
     }
-    if (m_isInPlay) {
-        m_deferredPlays.append({filePath, seekPos});
-        return;
-    }
-    m_isInPlay = true;
-    playNow(filePath, seekPos);
-    m_isInPlay = false;
-    for (const auto& [path, position] : std::exchange(m_deferredPlays, {}))
-        QMetaObject::invokeMethod(
-            this, [this, path = path, position = position] { play(path, position); }, Qt::QueuedConnection);
-}
-
-void AudioPlayer::playNow(const QString& filePath, qlonglong seekPos)
-{
     {
         const QMutexLocker locker(&m_mutex);
-        if (filePath.isEmpty() || filePath != m_filePath || m_released)
-            return;
-        g_needToInterruptOpen = false;
-        g_interruptOpened = false;
-        g_startTime = 0; // the last read of the source before may have left it running
-        m_isHttp = isHttpPath(filePath);
-        m_seekBase = m_isHttp ? bounded(seekPos) : 0;
-        m_state = PlayPlaying;
-        m_seekPos = seekPos > 0 ? bounded(seekPos) : -1;
-        m_playTime = bounded(std::max(seekPos, 0LL));
-        m_running = true;
+        const quint64 request = m_isAnnouncing ? m_requests : m_arrivedRequest;
+        m_calls.append({filePath, bounded(seekPos), request});
     }
-    m_deviceChanged = false;
-    m_reopenTries = 0;
-    m_isUnderload = false;
-    if (readyDecoder(filePath))
-        decodeAudio();
-    else if (!g_interruptOpened)
-        sendError("decode audio failed.");
+    if (m_isInPlay)
+        return;
+    m_isInPlay = true;
+    while (!m_calls.isEmpty())
+        playNow(m_calls.takeFirst());
+    m_isInPlay = false;
+}
+
+void AudioPlayer::playNow(const Call& call)
+{
+    std::optional<Playback> playback;
+    {
+        const QMutexLocker locker(&m_mutex);
+        if (!accept(call))
+            return;
+        playback.emplace(Playback::Source{call.path.toUtf8(), call.position_ms, m_durationHint, m_speed},
+                         [this](EventId id, const QVariantMap& info, const QString& message) {
+                             sendAudioEvent(id, info, message);
+                         });
+        m_seekPos = -1;
+        m_playback = &*playback;
+    }
+    playback->run();
     finishPlay();
 }
 
+/// Whether to play; the lock is held.
+bool AudioPlayer::accept(const Call& call)
+{
+    if (call.path.isEmpty() || call.path != m_filePath || m_released || call.request < m_stopRequest)
+        return false;
+    if (call.request >= m_pauseRequest)
+        return true;
+    m_pausedPath = call.path;
+    m_pausedPos = std::max<qint64>(call.position_ms, 0);
+    sendAudioEvent(EventPaused);
+    sendAudioEvent(EventClosed);
+    return false;
+}
+
+/// From here on nothing is asked of the playback any more.
 void AudioPlayer::finishPlay()
 {
     const QMutexLocker locker(&m_mutex);
-    closeAudioOutput();
-    if (m_state != PlayBreaking)
-        m_state = PlayIdle;
-    releaseAV();
+    if (!m_playback->isBroken())
+        m_playTime = m_playback->playTime();
+    m_seekPos = m_playback->pendingSeek();
+    m_durationHint = 0;
+    m_playback = nullptr;
     sendAudioEvent(EventClosed);
 }
 
 void AudioPlayer::seekPos(qlonglong ms)
 {
     const QMutexLocker locker(&m_mutex);
-    m_seekPos = bounded(ms);
-    if (m_isHttp) {
-        m_seekBase = m_seekPos.load();
-        m_playTime = m_seekPos.load();
-    }
+    if (m_playback)
+        m_playback->seek(bounded(ms));
+    else
+        m_seekPos = bounded(ms);
 }
 
 void AudioPlayer::pause(bool paused)
@@ -180,10 +202,13 @@ void AudioPlayer::pause(bool paused)
     const QMutexLocker locker(&m_mutex);
     if (m_released)
         return;
-    m_state = PlayPausing;
-    g_needToInterruptOpen = true;
+    m_pauseRequest = addRequest();
     m_pausedPath = m_filePath;
     m_pausedPos = m_playTime;
+    if (!m_playback || m_playback->isBroken())
+        return;
+    m_playback->pause();
+    m_pausedPos = m_playback->playTime();
 }
 
 void AudioPlayer::resume()
@@ -193,7 +218,7 @@ void AudioPlayer::resume()
     {
         const QMutexLocker locker(&m_mutex);
         path = m_pausedPath.isEmpty() ? m_filePath : m_pausedPath;
-        position_ms = m_seekPos != -1 ? m_seekPos.load() : m_pausedPos;
+        position_ms = m_seekPos != -1 ? m_seekPos : m_pausedPos;
         m_pausedPath.clear();
         m_pausedPos = 0;
     }
@@ -206,49 +231,65 @@ void AudioPlayer::stop(bool wait)
     const QMutexLocker locker(&m_mutex);
     if (!m_callback || !m_callbackData)
         return;
-    if (m_state == PlayPlaying) {
-        m_state = PlayStopping;
-        if (wait) {
-            QEventLoop loop;
-            m_stopLoop = &loop;
-            QTimer::singleShot(kStopWaitMs, &loop, &QEventLoop::quit);
-            loop.exec();
-            m_stopLoop = nullptr;
-        }
+    m_stopRequest = addRequest();
+    if (m_playback && m_playback->stop() && wait) {
+        QEventLoop loop;
+        m_stopLoop = &loop;
+        QTimer::singleShot(kStopWaitMs, &loop, &QEventLoop::quit);
+        loop.exec();
+        m_stopLoop = nullptr;
     }
     sendAudioEvent(EventStopped);
 }
 
 void AudioPlayer::setSpeed(double speed)
 {
+    const QMutexLocker locker(&m_mutex);
     // Written this way a speed that is no number counts as different from any.
-    if (!(m_speed.exchange(speed) == speed))
-        m_filterDirty = true;
+    if (!(std::exchange(m_speed, speed) == speed) && m_playback)
+        m_playback->setSpeed(speed);
+}
+
+void AudioPlayer::closeAudioOutput()
+{
+    const QMutexLocker locker(&m_mutex);
+    if (m_playback)
+        m_playback->closeOutput();
 }
 
 void AudioPlayer::handleDeviceChanged()
 {
-    if (m_hasOutput)
-        m_deviceChanged = true;
+    const QMutexLocker locker(&m_mutex);
+    if (m_playback)
+        m_playback->followDevice();
 }
 
 void AudioPlayer::sendAudioEvent(EventId id, const QVariantMap& info, const QString& message)
 {
     const QMutexLocker locker(&m_mutex);
+    makeRoom(id);
     m_events.append({id, info, message});
-    if (m_callback && m_callbackData)
+    if (m_callback && m_callbackData) {
+        const bool was_announcing = std::exchange(m_isAnnouncing, true);
         m_callback(m_callbackData);
+        m_isAnnouncing = was_announcing;
+    }
     if (id == EventStopped && m_stopLoop)
         m_stopLoop->quit();
 }
 
-void AudioPlayer::sendError(const char* message)
+/// A host that does not fetch its events misses positions first.
+void AudioPlayer::makeRoom(EventId id)
 {
-    sendAudioEvent(EventError, {}, QString::fromLatin1(message));
-}
-
-void AudioPlayer::setIsUnderload(bool isUnderload)
-{
-    sendAudioEvent(EventUnderload, {{QStringLiteral("IsUnderload"), isUnderload}});
-    m_isUnderload = isUnderload;
+    const auto is_progress = [](const AudioEvents& event) { return event.eventId == EventProgress; };
+    const bool is_full = m_events.size() >= kMostEvents;
+    if (id == EventProgress && (is_full || !m_callback || !m_callbackData)) {
+        const auto newest = std::find_if(m_events.rbegin(), m_events.rend(), is_progress);
+        if (newest != m_events.rend()) {
+            m_events.erase(std::prev(newest.base()));
+            return;
+        }
+    }
+    if (is_full)
+        m_events.removeFirst();
 }

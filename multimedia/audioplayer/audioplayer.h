@@ -4,8 +4,6 @@
 #include "multimedia/devicemgr/audiodevicechangedobserver.h"
 #include "multimedia/multimedia_global.h"
 
-#include <QtCore/QDeadlineTimer>
-#include <QtCore/QElapsedTimer>
 #include <QtCore/QList>
 #include <QtCore/QMutex>
 #include <QtCore/QObject>
@@ -13,15 +11,14 @@
 #include <QtCore/QThread>
 #include <QtCore/QVariantMap>
 
-#include <atomic>
-#include <chrono>
 #include <memory>
 
-class QAudioOutput;
 class QEventLoop;
-class QIODevice;
-struct AVFrame;
-struct AVStream;
+
+namespace multimedia {
+class Playback;
+class ProcessEnd;
+} // namespace multimedia
 
 /// Plays one audio source at a time, a local file or an "http..." URL, on the default output and at a
 /// variable speed.
@@ -61,8 +58,10 @@ struct AVStream;
 /// Without an output device, or when the output is lost, playback goes on in silence at real-time pace, and
 /// the sound comes back when the default output changes.
 ///
-/// Every function may be called from any thread unless it says otherwise. What is shared between threads is
-/// atomic or guarded by `m_mutex`; the rest belongs to the player's thread. The functions without an object
+/// A `stop`, a `pause` or a `breakPlay` without a path also holds for a `play` that was queued before it and
+/// has not begun: that one does not play. A paused one reports Paused, Closed and is there to be resumed.
+///
+/// Every function may be called from any thread unless it says otherwise. The functions without an object
 /// look into a file on the caller's thread.
 class MULTIMEDIA_EXPORT AudioPlayer : public QObject, public DeviceManager::AudioDeviceChangedObserver
 {
@@ -74,7 +73,7 @@ public:
     /// Made on first use, by preference on the main thread; lives until the process ends.
     static AudioPlayer* instance();
     ~AudioPlayer() override;
-    /// Ends playback and the thread for good. The host calls it before its application object goes.
+    /// Ends playback and the thread for good. Happens by itself when the application object goes.
     void release();
 
     /// `callback` is called with `data`, neither of them null, after every new event: on the thread that sent
@@ -82,7 +81,9 @@ public:
     void regCallBack(Callback callback, void* data);
     /// Once this has returned the callback is not called any more.
     void deregCallBack();
-    /// Removes and returns the oldest event; `EventNone` when there is none.
+    /// Removes and returns the oldest event; `EventNone` when there is none. Events that nobody fetches do
+    /// not pile up: the newest progress takes the place of the one before, at once where no callback is
+    /// registered, else when many wait; of the others the oldest go.
     AudioEvents audioEvent();
 
     /// Announces the next source and makes a running `play` return. An empty path only ends the playback.
@@ -126,107 +127,50 @@ public Q_SLOTS:
     void play(const QString& filePath, qlonglong seekPos = 0);
 
 private:
-    /// What the player was asked for last; the odd ones make the decode loop leave.
-    enum State {
-        PlayIdle = 0,
-        PlayStopping = 1,
-        PlayPlaying = 2,
-        PlayPausing = 4,
-        PlayBreaking = 5,
+    /// A call of `play` as it arrived on the player's thread.
+    struct Call
+    {
+        QString path;
+        qint64 position_ms;
+        quint64 request; ///< the last of the ending requests that came before it
     };
-    /// FFmpeg's objects of the source that plays.
-    struct Media;
 
     AudioPlayer();
 
-    // Transport and events: audioplayer.cpp
-    void playNow(const QString& filePath, qlonglong seekPos);
-    void resume();
-    void sendAudioEvent(EventId id, const QVariantMap& info = {}, const QString& message = {});
-    void sendError(const char* message);
-    void setIsUnderload(bool isUnderload);
+    void playNow(const Call& call);
+    bool accept(const Call& call);
     void finishPlay();
+    void resume();
+    quint64 addRequest();
+    void sendAudioEvent(EventId id, const QVariantMap& info = {}, const QString& message = {});
+    void makeRoom(EventId id);
 
-    // Decode loop: audioplayer_decode.cpp
-    bool readyDecoder(const QString& path);
-    bool initDecoder(AVStream* stream);
-    bool decodeAudio();
-    bool decodeReceiveFrame();
-    enum class Next { Leave, Head, Decode };
-    Next readPacket();
-    Next handleReadFailure(int code);
-    Next flushDecoder();
-    Next retryLater();
-    Next failPlay(const char* message);
-    void seek();
-    void seekHttp(qint64 position_ms);
-    bool writeFilteredFrames();
-    bool finishDecoding();
-    bool leaveIfAsked();
-    static bool isLeaving(int state);
-    void calcCurrentTime(long long pts);
-    qint64 packetTime() const;
-    void sendProgress(const AVFrame& frame);
-    void pauseUnlessAsked(std::chrono::microseconds time) const;
-    void releaseAV();
-
-    // Filter graph: audioplayer_filter.cpp
-    bool initFilter();
-    bool resetFilter();
-
-    // Output: audioplayer_output.cpp
-    bool initAudio();
-    bool writeFrame(const AVFrame& frame);
-    qint64 writeSome(const char* data, qint64 size);
-    void watchStart(int free);
-    void followDeviceChange();
-    void watchOutput(bool written);
-    static void logWriteFailure(qint64 size, qint64 written);
-    void drainOutput();
-    void padWithSilence();
-
-    Callback m_callback = nullptr;    ///< guarded by `m_mutex`
-    void* m_callbackData = nullptr;   ///< guarded by `m_mutex`
-    QList<AudioEvents> m_events;      ///< guarded by `m_mutex`
-    QEventLoop* m_stopLoop = nullptr; ///< of a waiting `stop`; guarded by `m_mutex`
-    QString m_filePath;               ///< the announced source; guarded by `m_mutex`
-    QString m_pausedPath;             ///< what to resume; guarded by `m_mutex`
-    qint64 m_pausedPos = 0;           ///< where to resume, ms; guarded by `m_mutex`
-    QRecursiveMutex m_mutex;          ///< also serialises the writes of the transport fields that follow
-
-    std::atomic<int> m_state = PlayIdle;
-    std::atomic<bool> m_running = false;
-    std::atomic<bool> m_released = false;
-    std::atomic<bool> m_isHttp = false;
-    std::atomic<qint64> m_seekPos = -1;     ///< pending seek, ms; negative for none
-    std::atomic<qint64> m_seekBase = 0;     ///< where an HTTP source was entered, ms
-    std::atomic<qint64> m_playTime = 0;     ///< position, ms
-    std::atomic<qint64> m_durationHint = 0; ///< ms
-    std::atomic<double> m_speed = 1.0;
-    std::atomic<bool> m_filterDirty = false; ///< the speed changed
-    std::atomic<bool> m_hasOutput = false;   ///< `m_audioOutput` is there
-    std::atomic<bool> m_deviceChanged = false;
-    std::atomic<bool> m_closeOutput = false; ///< `closeAudioOutput` was called on another thread
+    // Guarded by `m_mutex`.
+    Callback m_callback = nullptr;
+    void* m_callbackData = nullptr;
+    QList<AudioEvents> m_events;
+    QEventLoop* m_stopLoop = nullptr; ///< of a waiting `stop`
+    QString m_filePath;               ///< the announced source
+    qint64 m_durationHint = 0;        ///< of that source, ms
+    QString m_pausedPath;             ///< what to resume
+    qint64 m_pausedPos = 0;           ///< where to resume, ms
+    qint64 m_playTime = 0;            ///< where the last playback ended, ms
+    qint64 m_seekPos = -1;            ///< seek asked for while nothing plays, ms; negative for none
+    double m_speed = 1.0;
+    bool m_released = false;
+    multimedia::Playback* m_playback = nullptr; ///< the one that runs, on the player's thread
+    quint64 m_requests = 0;                     ///< counts the requests that end a playback
+    quint64 m_stopRequest = 0;                  ///< the last of them that was a stop
+    quint64 m_pauseRequest = 0;                 ///< the last of them that was a pause
+    bool m_isAnnouncing = false;                ///< the callback runs, on the thread that holds the lock
+    QRecursiveMutex m_mutex;
 
     // What follows belongs to the player's thread.
+    quint64 m_arrivedRequest = 0; ///< the request that the thread's event queue has come to
     bool m_isInPlay = false;
-    /// Requests that came while one ran: Qt's output handles events when it is destroyed.
-    QList<std::pair<QString, qlonglong>> m_deferredPlays;
-    std::unique_ptr<Media> m_media;
-    std::unique_ptr<QAudioOutput> m_audioOutput;
-    QIODevice* m_ioDevice = nullptr; ///< of `m_audioOutput`
-    bool m_outputReady = false;
-    int m_dryFree = 0;            ///< bytes that the device had free before the first write since it was dry
-    qint64 m_sinceDryBytes = 0;   ///< written since then
-    bool m_outputStarted = false; ///< the device has taken some of that out of its buffer: it plays
-    QElapsedTimer m_sinceWrite;   ///< since the device took data
-    int m_reopenTries = 0;        ///< left, since the default output changed
-    QDeadlineTimer m_nextReopen;  ///< when the next one is due
-    int m_frameDurationMs = 0;    ///< of a filtered frame, learnt from the first
-    int m_frameCount = 0;         ///< thins the progress events
-    bool m_addSeekBase = false;   ///< the source counts its time from `m_seekBase`
-    bool m_awaitFirstWrite = false; ///< the next position decides `m_addSeekBase`
-    bool m_isUnderload = false;
+    /// To be played in turn. Some come while one runs: Qt's output handles events when it is destroyed.
+    QList<Call> m_calls;
 
     QThread m_thread;
+    std::unique_ptr<multimedia::ProcessEnd> m_processEnd;
 };

@@ -1,3 +1,5 @@
+#include "multimedia/audioplayer/audioplayer.h"
+
 #include "multimedia/audioplayer/audioplayer_p.h"
 #include "quillon/util.h"
 

@@ -3,16 +3,10 @@
 #include "multimedia/base/openinput.h"
 #include "multimedia/base/warning.h"
 
-#include <QtCore/QDateTime>
 #include <QtCore/QLoggingCategory>
-
-std::atomic<bool> g_needToInterruptOpen = false;
-std::atomic<bool> g_interruptOpened = false;
-std::atomic<qint64> g_startTime = 0;
 
 namespace {
 constexpr qint64 kOpenTimeoutUs = 100'000'000;
-constexpr qint64 kReadTimeoutMs = 20'000;
 
 void logFailure(const char* call, int code, const QByteArray& path = {})
 {
@@ -20,19 +14,6 @@ void logFailure(const char* call, int code, const QByteArray& path = {})
             path.constData());
 }
 } // namespace
-
-int interrupt_callback(void* /*unused*/)
-{
-    if (g_needToInterruptOpen) {
-        g_interruptOpened = true;
-        return 1;
-    }
-    const qint64 start_time = g_startTime;
-    if (start_time == 0 || QDateTime::currentMSecsSinceEpoch() - start_time <= kReadTimeoutMs)
-        return 0;
-    g_startTime = 0;
-    return 1;
-}
 
 bool initFormat(multimedia::InputPtr& out, int& streamIndex, const QByteArray& path,
                 AVIOInterruptCB interrupt)

@@ -5,6 +5,7 @@
 #include "multimedia/audiorecorder/recordengine.h"
 #include "multimedia/audiorecorder/voicehandler.h"
 #include "multimedia/base/ffmpegversion.h"
+#include "multimedia/base/processend.h"
 #include "multimedia/devicemgr/permission.h"
 
 #include <QtCore/QtDebug>
@@ -93,8 +94,7 @@ AudioRecorder::AudioRecorder(QObject* parent)
 
 AudioRecorder::~AudioRecorder()
 {
-    clearData();
-    qDeleteAll(findChildren<QAudioInput*>());
+    end();
     if (!m_calcThread)
         return;
     m_calcThread->quit();
@@ -102,6 +102,13 @@ AudioRecorder::~AudioRecorder()
         m_calcThread->terminate();
         m_calcThread->wait();
     }
+}
+
+void AudioRecorder::end()
+{
+    stopRecord(false);
+    clearData();
+    qDeleteAll(findChildren<QAudioInput*>()); // those that are to be deleted later, too
 }
 
 void AudioRecorder::setRecordPath(const QString& path)
@@ -194,6 +201,7 @@ bool AudioRecorder::openRecordDev()
     m_inputCanVanish = info.preferredFormat().isValid();
     const QAudioFormat format = info.isFormatSupported(m_wanted) ? m_wanted : info.nearestFormat(m_wanted);
     m_audioInput = new QAudioInput(info, format, this);
+    static const multimedia::ProcessEnd before_sound_goes([] {});
     m_buffer.setBuffer(&m_capture);
     if (!m_buffer.isOpen() && !m_buffer.open(QIODevice::ReadWrite | QIODevice::Truncate))
         return false;

@@ -80,6 +80,9 @@ public:
     QVariantList getSampleData(int sampleNum) const;
     /// Ends and forgets everything.
     void clearData();
+    /// Ends a recording without saving it, and lets go of the audio device, which the application must not
+    /// go before.
+    void end();
 
 Q_SIGNALS:
     /// As `Calculatepcmpffft::calculationPcmFFFTComplete`.

@@ -1,15 +1,14 @@
 #include "multimedia/audiorecorder/recordengine.h"
 
 #include "multimedia/audiorecorder/audiorecorder.h"
+#include "multimedia/base/processend.h"
 #include "multimedia/mediahandler/cmediadecode.h"
 #include "multimedia/recognize/recognizemanger.h"
 #include "multimedia/speechrecognizer/speechservice.h"
 #include "quillon/util.h"
 
-#include <QtCore/QCoreApplication>
 #include <QtCore/QDateTime>
 #include <QtCore/QDir>
-#include <QtCore/QEvent>
 #include <QtCore/QFileInfo>
 #include <QtCore/QStandardPaths>
 #include <QtCore/QtDebug>
@@ -65,13 +64,6 @@ QVariantMap described(const SpeechModel& model)
             {QStringLiteral("language"), QString::fromStdString(model.language)}};
 }
 
-/// The engine outlives the application, an audio device must not.
-void releaseDevices()
-{
-    RecordEngine::instance()->releaseInstance();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-}
-
 } // namespace
 
 RecordEngine* RecordEngine::instance()
@@ -86,12 +78,14 @@ RecordEngine::RecordEngine()
     checkStoragePath(QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation) +
                      QLatin1String("/audio"));
     initAudioRecoder();
-    qAddPostRoutine(releaseDevices);
+    m_processEnd = std::make_unique<multimedia::ProcessEnd>([this] {
+        m_recorder->end();
+        releaseRecognizeMgr();
+    });
 }
 
 RecordEngine::~RecordEngine()
 {
-    qRemovePostRoutine(releaseDevices);
     releaseRecognizeMgr();
     delete m_config;
 }

@@ -13,6 +13,9 @@
 #include <memory>
 
 class AudioRecorder;
+namespace multimedia {
+class ProcessEnd;
+}
 namespace speechRecognize {
 class RecognizeManger;
 }
@@ -129,4 +132,5 @@ private:
     int m_state = 0;
     QString m_filePath;
     speechRecognize::RecognizeManger* m_recognizeMgr = nullptr; ///< a child
+    std::unique_ptr<multimedia::ProcessEnd> m_processEnd;
 };

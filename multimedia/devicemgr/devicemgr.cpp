@@ -44,6 +44,7 @@ void load(DeviceModel* model, const QList<AudioDevice>& devices)
 } // namespace
 
 std::atomic<DeviceMgr*> DeviceMgr::s_deviceMgr = nullptr;
+bool DeviceMgr::s_released = false;
 QMutex DeviceMgr::s_mutex;
 
 DeviceMgr* DeviceMgr::instance()
@@ -53,9 +54,9 @@ DeviceMgr* DeviceMgr::instance()
         if (!s_deviceMgr) {
             auto* manager = new DeviceMgr(nullptr);
             s_deviceMgr = manager;
-            QThread* const main_thread = QCoreApplication::instance()->thread();
-            if (manager->thread() != main_thread)
-                manager->moveToThread(main_thread);
+            const QCoreApplication* application = QCoreApplication::instance();
+            if (application && manager->thread() != application->thread())
+                manager->moveToThread(application->thread());
             QMetaObject::invokeMethod(manager, &DeviceMgr::init);
         }
     }
@@ -64,11 +65,20 @@ DeviceMgr* DeviceMgr::instance()
 
 void DeviceMgr::release()
 {
-    static bool released = false;
     const QMutexLocker locker(&s_mutex);
-    if (!s_deviceMgr || std::exchange(released, true))
+    if (!s_deviceMgr || std::exchange(s_released, true))
         return;
     s_deviceMgr.load()->deleteLater();
+}
+
+bool DeviceMgr::observeUnlessReleased(AudioDeviceChangedObserver* observer)
+{
+    instance();
+    // Whoever releases it from here on has it deleted later.
+    const QMutexLocker locker(&s_mutex);
+    if (!s_released)
+        s_deviceMgr.load()->registerAudioDeviceChangedObserver(observer);
+    return !s_released;
 }
 
 DeviceMgr::DeviceMgr(QObject* parent)

@@ -39,6 +39,9 @@ public:
     /// Hands the object to its event loop for destruction. For shutdown only: the object is not made again,
     /// and `instance` answers with the old pointer.
     static void release();
+    /// Registers `observer` with the one object. False, and nothing to observe, once that was released. Any
+    /// thread.
+    static bool observeUnlessReleased(AudioDeviceChangedObserver* observer);
     ~DeviceMgr() override;
 
     DeviceModel* audioInputModel() const { return m_audioInputModel; }
@@ -80,7 +83,8 @@ private:
     QList<AudioDeviceChangedObserver*> m_observers; ///< guarded by `m_observersMutex`, also while called
 
     static std::atomic<DeviceMgr*> s_deviceMgr;
-    static QMutex s_mutex; ///< guards making and releasing
+    static bool s_released; ///< guarded by `s_mutex`
+    static QMutex s_mutex;  ///< guards making and releasing
 };
 
 } // namespace DeviceManager

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "multimedia/base/processend.h"
 #include "multimedia/devicemgr/audiodevice.h"
 
 #include <QtCore/QList>
@@ -80,6 +81,9 @@ private:
     mutable std::mutex mutex;
     Picture current;       ///< guarded by `mutex`
     ChangeHandler handler; ///< guarded by `mutex`, also while called
+
+    /// Who is told of changes may be gone before this object is.
+    const multimedia::ProcessEnd process_end{[this] { setChangeHandler({}); }};
 };
 
 } // namespace DeviceManager

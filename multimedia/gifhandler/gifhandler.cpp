@@ -1,5 +1,6 @@
 #include "multimedia/gifhandler/gifhandler.h"
 
+#include "multimedia/base/processend.h"
 #include "multimedia/gifhandler/compressgif.h"
 
 #include <QtCore/QDebug>
@@ -8,6 +9,8 @@
 #include <QtCore/QMutexLocker>
 #include <QtCore/QPointer>
 #include <QtCore/QThread>
+
+#include <utility>
 
 namespace {
 
@@ -30,15 +33,22 @@ GifHandler::GifHandler(QObject* parent)
     , m_syncCompress(std::make_unique<CompressGif>())
 {
     qRegisterMetaType<GifHandlerContextPtr>("GifHandlerContextPtr");
+    m_processEnd = std::make_unique<multimedia::ProcessEnd>([this] { end(); });
 }
 
 GifHandler::~GifHandler()
+{
+    end();
+}
+
+void GifHandler::end()
 {
     cancelAllCompressGifs();
     if (m_thread) {
         m_thread->quit();
         m_thread->wait();
-        delete m_thread;
+        delete std::exchange(m_thread, nullptr);
+        m_worker = nullptr; // went with its thread
     }
     QMutexLocker until_sync_run_ended(&m_syncMutex);
 }

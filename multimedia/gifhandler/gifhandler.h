@@ -14,6 +14,9 @@
 
 class CompressGif;
 class QThread;
+namespace multimedia {
+class ProcessEnd;
+}
 
 /// Makes GIF files smaller, or turns them into MP4.
 ///
@@ -77,6 +80,8 @@ private:
     CompressGif* compresser();
     void removeCompressGif(const QString& compressId);
     bool runSync(const GifHandlerContextPtr& context);
+    /// Cancels everything and waits.
+    void end();
 
     /// The head is the request that runs.
     QList<GifHandlerContextPtr> m_queue;
@@ -93,4 +98,5 @@ private:
     int m_resultsDue = 0;
     /// How many of them, the oldest, were cancelled with the whole queue: their results are nobody's.
     int m_resultsIgnored = 0;
+    std::unique_ptr<multimedia::ProcessEnd> m_processEnd;
 };

@@ -1,5 +1,6 @@
 #include "multimedia/imageedit/imageeditprovider.h"
 
+#include "multimedia/base/processend.h"
 #include "multimedia/base/warning.h"
 #include "multimedia/facedetect/facedetect.h"
 #include "multimedia/imageedit/editdescription.h"
@@ -7,7 +8,6 @@
 #include "quillon/util.h"
 
 #include <QtConcurrent/QtConcurrentRun>
-#include <QtCore/QCoreApplication>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QStandardPaths>
@@ -54,26 +54,21 @@ ImageEditProvider::ImageEditProvider()
     qRegisterMetaType<QString>("QString&"); // doEditSync is called from QML too
     m_editPool.setObjectName(QStringLiteral("image_edit_thread_pool"));
     connect(&m_faces, &QFutureWatcherBase::finished, this, &ImageEditProvider::onFacesDetected);
-    // Statics of Qt that the jobs need are gone before this object is.
-    qAddPostRoutine(finishJobs);
+    m_processEnd = std::make_unique<multimedia::ProcessEnd>([this] { finishJobs(); });
 }
 
 ImageEditProvider::~ImageEditProvider()
 {
     finishJobs();
-    qRemovePostRoutine(finishJobs);
 }
 
 void ImageEditProvider::finishJobs()
 {
-    ImageEditProvider& self = *instance();
-    self.m_editPool.clear();
-    self.m_editPool.waitForDone();
-    self.m_maskJob.cancel();
-    self.m_maskJob.waitForFinished();
-    self.m_faces.disconnect(&self);
-    self.m_faces.cancel();
-    self.m_faces.waitForFinished();
+    m_editPool.clear();
+    m_editPool.waitForDone();
+    m_maskJob.waitForFinished();
+    m_faces.cancel();
+    m_faces.waitForFinished();
 }
 
 void ImageEditProvider::doEdit(const EditFileFilterPtr& filterPtr)

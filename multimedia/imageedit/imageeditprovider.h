@@ -15,9 +15,13 @@
 #include <QtCore/QVariantMap>
 
 #include <atomic>
+#include <memory>
 #include <vector>
 
 struct FaceRect_;
+namespace multimedia {
+class ProcessEnd;
+}
 
 namespace ImageEdit {
 
@@ -141,9 +145,8 @@ private:
 
     ImageEditProvider();
 
-    /// With the application or, where there is none, with this object: drops edits that have not begun and
-    /// waits for what is at work.
-    static void finishJobs();
+    /// Drops edits that have not begun and waits for what is at work.
+    void finishJobs();
     template<typename T>
     T read(T State::*member) const;
     template<typename T>
@@ -161,6 +164,7 @@ private:
     QFutureWatcher<std::vector<FaceRect_>> m_faces;
     mutable QMutex m_mutex;
     State m_state; ///< guarded by `m_mutex`
+    std::unique_ptr<multimedia::ProcessEnd> m_processEnd;
 };
 
 } // namespace ImageEdit

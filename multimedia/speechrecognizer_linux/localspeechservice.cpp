@@ -27,6 +27,11 @@ LocalSpeechService::LocalSpeechService(Engines engines)
 
 LocalSpeechService::~LocalSpeechService()
 {
+    end();
+}
+
+void LocalSpeechService::end()
+{
     {
         const std::lock_guard lock(mutex);
         stopping = true;
@@ -42,6 +47,10 @@ LocalSpeechService::~LocalSpeechService()
         decoding.join();
     if (reporting.joinable())
         reporting.join();
+    decoder.reset();
+    const std::lock_guard lock(mutex);
+    stopping = false;
+    decoding_ended = false;
 }
 
 SpeechService::Authorization LocalSpeechService::authorizationStatus()
@@ -117,7 +126,7 @@ SpeechService::Task LocalSpeechService::recognizeBuffer(const PcmAudio& audio, c
 SpeechService::Task LocalSpeechService::start(Source source, const std::string& locale, ResultHandler handler)
 {
     const std::lock_guard lock(mutex);
-    if (!startThreads())
+    if (stopping || !startThreads())
         return 0;
     const auto job = std::make_shared<Job>();
     job->number = ++last_number;

@@ -44,6 +44,8 @@ public:
     Task recognizeFile(const std::string& path, const std::string& locale, ResultHandler handler) override;
     Task recognizeBuffer(const PcmAudio& audio, const std::string& locale, ResultHandler handler) override;
     void cancel(Task task) override;
+    /// Cancels every task, waits for their ends to be told, and ends the threads; the next task starts them.
+    void end();
 
 private:
     using Source = std::variant<std::string, PcmAudio>;

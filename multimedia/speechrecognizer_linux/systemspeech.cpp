@@ -1,3 +1,4 @@
+#include "multimedia/base/processend.h"
 #include "multimedia/speechrecognizer_linux/localspeechservice.h"
 #include "multimedia/speechrecognizer_linux/pocketsphinxdecoder.h"
 #include "multimedia/speechrecognizer_linux/voskengine.h"
@@ -12,6 +13,7 @@ SpeechService& systemSpeechService()
         engines.push_back(std::make_unique<PocketSphinxEngine>());
         return engines;
     }());
+    static const multimedia::ProcessEnd process_end([] { service.end(); });
     return service;
 }
 

@@ -1,5 +1,6 @@
 #include "multimedia/videoeditor/videoeditor.h"
 
+#include "multimedia/base/processend.h"
 #include "multimedia/videocapture/videocapture.h"
 #include "multimedia/videoeditor/videoclipthread.h"
 #include "multimedia/videoeditor/videoimagecontext.h"
@@ -40,6 +41,10 @@ VideoEditor::VideoEditor()
 {
     qRegisterMetaType<VideoEditorState>("VideoEditor::VideoEditorState");
     QQmlEngine::setObjectOwnership(this, QQmlEngine::CppOwnership);
+    m_processEnd = std::make_unique<multimedia::ProcessEnd>([this] {
+        m_previewThread.reset();
+        m_clipThreads.clear();
+    });
 }
 
 VideoEditor::~VideoEditor() = default;

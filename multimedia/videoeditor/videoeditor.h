@@ -13,9 +13,13 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <mutex>
 
 class QQmlEngine;
+namespace multimedia {
+class ProcessEnd;
+}
 class VideoClipThread;
 class VideoImageContext;
 class VideoPreviewThread;
@@ -146,4 +150,5 @@ private:
     QString m_previewFile;
     /// Ends before the members above, which it writes to, are gone.
     QSharedPointer<VideoPreviewThread> m_previewThread;
+    std::unique_ptr<multimedia::ProcessEnd> m_processEnd;
 };

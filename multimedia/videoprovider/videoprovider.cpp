@@ -1,5 +1,6 @@
 #include "multimedia/videoprovider/videoprovider.h"
 
+#include "multimedia/base/processend.h"
 #include "multimedia/base/warning.h"
 #include "multimedia/videoprovider/toolcommand.h"
 #include "quillon/util.h"
@@ -9,6 +10,7 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QLoggingCategory>
 #include <QtCore/QRegularExpression>
+#include <QtCore/QSignalBlocker>
 #include <QtCore/QSize>
 #include <QtCore/QStandardPaths>
 #include <QtCore/QTime>
@@ -49,12 +51,27 @@ VideoProvider::VideoProvider()
     connect(&m_process, &QProcess::readyReadStandardError, this, &VideoProvider::readyReadStandardError,
             Qt::UniqueConnection);
     toolcommand::logStartFailure(m_process);
+    m_processEnd = std::make_unique<multimedia::ProcessEnd>([this] { end(); });
 }
 
 VideoProvider::~VideoProvider()
 {
-    // Its destructor ends the program, which is no result of a conversion any more.
-    m_process.disconnect(this);
+    end();
+}
+
+void VideoProvider::end()
+{
+    m_convertQueue.clear();
+    QList<QProcess*> processes = findChildren<QProcess*>();
+    processes.append(&m_process);
+    for (QProcess* process : processes) {
+        if (process->state() == QProcess::NotRunning)
+            continue;
+        const QSignalBlocker no_result(process);
+        process->kill();
+        process->waitForFinished();
+        QFile::remove(process->property(kOutputPath).toString());
+    }
 }
 
 QString VideoProvider::toolPath(const char* tool) const
@@ -190,9 +207,11 @@ void VideoProvider::startConversion(const Conversion& conversion, const QString&
                                     const QString& identity, const QSize& size, int frame_rate)
 {
     const QString target = m_tempDir + QFileInfo(source).completeBaseName() + conversion.suffix;
-    auto* process = new QProcess;
+    auto* process = new QProcess(this);
     process->setProperty("identity", identity);
     process->setProperty(conversion.path_property, target);
+    if (!QFile::exists(target)) // else it is another's, and stays as it is
+        process->setProperty(kOutputPath, target);
     toolcommand::logStartFailure(*process);
     // Nobody reads what it prints, and it must not pile up.
     connect(process, &QProcess::readyReadStandardOutput, this,

@@ -9,6 +9,12 @@
 #include <QtCore/QProcess>
 #include <QtCore/QString>
 
+#include <memory>
+
+namespace multimedia {
+class ProcessEnd;
+}
+
 /// Converts media with the programs `ffmpeg` and `ffprobe` that lie beside the application.
 ///
 /// A queue turns videos into MP4 one after another and tells how far it is; beside it, any number of
@@ -86,6 +92,8 @@ private:
     void startConversion(const Conversion& conversion, const QString& source, const QString& identity,
                          const QSize& size, int frame_rate);
     QString toolPath(const char* tool) const;
+    /// Ends the programs under way, without a report, and removes what they have begun.
+    void end();
 
     /// Source path and request; the head is under way.
     QList<QPair<QString, ConvertFileFilterPtr>> m_convertQueue;
@@ -98,4 +106,5 @@ private:
     bool m_cancelled = false;
     /// The end of what the program has printed so far, while it may be the first half of its duration.
     QString m_unmatchedText;
+    std::unique_ptr<multimedia::ProcessEnd> m_processEnd;
 };

@@ -11,4 +11,5 @@ extern const char* const kShotsFolder;   ///< where the host's test leaves pictu
 extern const char* const kFaceModelTool; ///< the program that looks into a face model
 extern const char* const kUnloadHost;    ///< the module that test_unload loads and closes
 extern const char* const kMovingPicture; ///< the rig's moving picture
+extern const char* const kWorkHost;      ///< the application that ends in the midst of its works
 extern const char* const kRecordHost;    ///< the application that records until it ends

@@ -1,17 +1,22 @@
-#include "multimedia/audioplayer/audioplayer_p.h"
+#include "multimedia/audioplayer/tempofilter.h"
+
 #include "multimedia/base/ffmpegversion.h"
 #include "multimedia/base/filtergraph.h"
 #include "multimedia/base/warning.h"
 
 extern "C" {
 #include <libavfilter/buffersink.h>
+#include <libavfilter/buffersrc.h>
 #include <libavutil/opt.h>
 }
 
 #include <QtCore/QLoggingCategory>
+#include <QtCore/QString>
 
 #include <array>
 #include <cinttypes>
+
+namespace multimedia {
 
 namespace {
 constexpr double kFastestStage = 2.0;
@@ -21,7 +26,7 @@ QByteArray sourceArguments(const AVCodecContext& codec, AVRational time_base)
 {
     return QString::asprintf("time_base=%d/%d:sample_rate=%d:sample_fmt=%s:channel_layout=0x%08" PRIx64,
                              time_base.num, time_base.den, codec.sample_rate,
-                             av_get_sample_fmt_name(codec.sample_fmt), multimedia::channelMask(codec))
+                             av_get_sample_fmt_name(codec.sample_fmt), channelMask(codec))
         .toLatin1();
 }
 
@@ -53,38 +58,45 @@ int setSinkFormat(AVFilterContext* sink)
 }
 } // namespace
 
-bool AudioPlayer::initFilter()
+bool TempoFilter::open(const AVCodecContext& codec, AVRational time_base, double speed)
 {
-    m_filterDirty = false; // before the speed is read
-    Media& media = *m_media;
-    media.filter_graph.reset(avfilter_graph_alloc());
-    AVFilterGraph* graph = media.filter_graph.get();
+    graph.reset(avfilter_graph_alloc());
     if (!graph)
         return false;
 
-    const QByteArray arguments = sourceArguments(*media.codec, media.stream()->time_base);
+    const QByteArray arguments = sourceArguments(codec, time_base);
     qCDebug(MultimediaCategoryLogging, "%s", arguments.constData());
-    int code = avfilter_graph_create_filter(&media.buffer_source, avfilter_get_by_name("abuffer"), "in",
-                                            arguments.constData(), nullptr, graph);
+    int code = avfilter_graph_create_filter(&source, avfilter_get_by_name("abuffer"), "in",
+                                            arguments.constData(), nullptr, graph.get());
     if (code < 0)
         return false;
-    code = avfilter_graph_create_filter(&media.buffer_sink, avfilter_get_by_name("abuffersink"), "out",
-                                        nullptr, nullptr, graph);
+    code = avfilter_graph_create_filter(&sink, avfilter_get_by_name("abuffersink"), "out", nullptr, nullptr,
+                                        graph.get());
     if (code < 0) {
         qCDebug(MultimediaCategoryLogging, "init filter failed2");
         return false;
     }
-    if (setSinkFormat(media.buffer_sink) < 0) {
+    if (setSinkFormat(sink) < 0) {
         qCDebug(MultimediaCategoryLogging, "av_opt_set_int_list failed");
         return false;
     }
-    code = multimedia::parseGraph(graph, description(m_speed).constData(), media.buffer_source,
-                                  media.buffer_sink);
-    return code >= 0 && avfilter_graph_config(graph, nullptr) >= 0;
+    code = parseGraph(graph.get(), description(speed).constData(), source, sink);
+    return code >= 0 && avfilter_graph_config(graph.get(), nullptr) >= 0;
 }
 
-bool AudioPlayer::resetFilter()
+void TempoFilter::close()
 {
-    m_media->filter_graph.reset();
-    return initFilter();
+    graph.reset();
 }
+
+bool TempoFilter::push(AVFrame* frame)
+{
+    return av_buffersrc_add_frame(source, frame) >= 0;
+}
+
+bool TempoFilter::pull(AVFrame* frame)
+{
+    return av_buffersink_get_frame(sink, frame) >= 0;
+}
+
+} // namespace multimedia
