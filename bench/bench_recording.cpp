@@ -1,14 +1,14 @@
 // What a long, a large or a hindered recording comes to. Runs inside tests/rig/with-desktop:
 //
-//   bench_recording offsets SECONDS    each capture rate, with the machine idle and with both cores taken:
-//   the film's
-//                                      length, and how far its sound moves against its picture
-//   bench_recording memory SECONDS     the most memory that a recording of the whole screen takes while both
-//   cores are
-//                                      taken (with-desktop --size 3840x2160), and how long its end takes
-//   bench_recording finish FILE...     how long the end of a film of that length takes: FILE is turned, in a
-//   copy, from
-//                                      fragments into an ordinary one
+//   bench_recording offsets SECONDS [CAPTURE]
+//       each capture rate, or the one of that name, with the machine idle and with both cores taken: the
+//       film's length, and how far its sound moves against its picture
+//   bench_recording memory SECONDS
+//       the most memory that a recording of the whole screen takes while both cores are taken (with-desktop
+//       --size 3840x2160), and how long its end takes
+//   bench_recording finish FILE...
+//       how long the end of a film of that length takes: FILE is turned, in a copy, from fragments into an
+//       ordinary one
 
 #include "multimedia/screenrecord/recordingfile.h"
 #include "multimedia/screenrecord/screenrecord.h"
@@ -120,7 +120,7 @@ double trackLength(const QString& file, const char* kind)
     return mediacheck::seconds(mediacheck::stream(mediacheck::probe(file), kind));
 }
 
-void offsets(double seconds)
+void offsets(double seconds, const QString& only)
 {
     struct Capture
     {
@@ -137,6 +137,8 @@ void offsets(double seconds)
                                    {"33/s", "33/1", {}},
                                    {"bursts of 200 ms", nullptr, SlowMachine::inBursts(200ms, 400ms)},
                                    {"holes of 2 s", nullptr, SlowMachine::inBursts(2000ms, 10000ms)}}) {
+        if (!only.isEmpty() && only != QLatin1String(capture.name))
+            continue;
         for (const bool busy : {false, true}) {
             SlowMachine::instance().capture_rate = capture.rate;
             SlowMachine::instance().set(capture.hindrance);
@@ -218,6 +220,6 @@ int main(int argc, char* argv[])
     if (arguments[0] == QLatin1String("memory"))
         memory(arguments[1].toDouble());
     else
-        offsets(arguments[1].toDouble());
+        offsets(arguments[1].toDouble(), arguments.value(2));
     return 0;
 }
