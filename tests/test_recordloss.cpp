@@ -103,6 +103,7 @@ private Q_SLOTS:
 
 private:
     void start(ScreenRecord& recorder);
+    void pause(ScreenRecord& recorder);
     void stop(ScreenRecord& recorder);
 
     filmclock::PlayerPtr picture;
@@ -121,6 +122,14 @@ void TestRecordLoss::start(ScreenRecord& recorder)
     recorder.setRect({0, 0, 640, 360});
     recorder.start();
     QTRY_COMPARE_WITH_TIMEOUT(recorder.getState(), ScreenRecord::Running, kPatience_ms);
+}
+
+void TestRecordLoss::pause(ScreenRecord& recorder)
+{
+    recorder.setScreen(QGuiApplication::primaryScreen());
+    recorder.setRect({0, 0, 640, 360});
+    recorder.pause();
+    QTRY_COMPARE_WITH_TIMEOUT(recorder.getState(), ScreenRecord::Pausing, kPatience_ms);
 }
 
 void TestRecordLoss::stop(ScreenRecord& recorder)
@@ -224,35 +233,37 @@ void TestRecordLoss::fullDisk_leavesNoName_whenNothingFits()
 
 void TestRecordLoss::microphone_isNotReplaced()
 {
-    const QString module = QString::fromLatin1(SoundServer::control(
-        {"load-module", "module-remap-source", "source_name=chosen", "master=micbus.monitor"}));
-    SoundServer::control({"set-default-source", "chosen"});
-    QTRY_COMPARE(QAudioDeviceInfo::defaultInputDevice().deviceName(), QStringLiteral("chosen"));
-    ScreenRecord recorder;
-    LogCapture log;
-    start(recorder);
-    QTest::qWait(3000);
-    SoundServer::unload(module); // the server goes on with "mic", which hears the same
-    QTest::qWait(3000);
-    stop(recorder);
-    QCOMPARE(log.count("[run]:\taudio device chosen is gone"), 1);
-    const QString file = recorder.getFile();
-    const auto sound = mediacheck::decodeAudio(file, kSampleRate);
-    QVERIFY(std::abs(double(sound.size()) / kSampleRate - pictureLength(file)) < 0.1);
-    const auto half = sound.begin() + std::ptrdiff_t(sound.size() * 55 / 100);
-    QVERIFY(soundcheck::rms({sound.begin(), half}) > 500);
-    QVERIFY(soundcheck::rms({half, sound.end()}) < 1);
-    QFile::remove(file);
+    // While it runs, and before the start.
+    for (const ScreenRecord::State when : {ScreenRecord::Running, ScreenRecord::Pausing}) {
+        const InCase in_case(when);
+        const QString module = QString::fromLatin1(SoundServer::control(
+            {"load-module", "module-remap-source", "source_name=chosen", "master=micbus.monitor"}));
+        SoundServer::control({"set-default-source", "chosen"});
+        QTRY_COMPARE(QAudioDeviceInfo::defaultInputDevice().deviceName(), QStringLiteral("chosen"));
+        ScreenRecord recorder;
+        LogCapture log;
+        if (when == ScreenRecord::Running)
+            start(recorder);
+        else
+            pause(recorder);
+        QTest::qWait(3000);
+        SoundServer::unload(module); // the server goes on with "mic", which hears the same
+        start(recorder);
+        QTest::qWait(3000);
+        stop(recorder);
+        QCOMPARE(log.count("[run]:\taudio device chosen is gone"), 1);
+        const QString file = recorder.getFile();
+        const auto sound = mediacheck::decodeAudio(file, kSampleRate);
+        QVERIFY(std::abs(double(sound.size()) / kSampleRate - pictureLength(file)) < 0.1);
+        const auto half = sound.begin() + std::ptrdiff_t(sound.size() * 55 / 100);
+        QCOMPARE(soundcheck::rms({sound.begin(), half}) > 500, when == ScreenRecord::Running);
+        QVERIFY(soundcheck::rms({half, sound.end()}) < 1);
+        QFile::remove(file);
+    }
 }
 
 void TestRecordLoss::soundServer_mayGo()
 {
-    const auto pause = [](ScreenRecord& recorder) {
-        recorder.setScreen(QGuiApplication::primaryScreen());
-        recorder.setRect({0, 0, 640, 360});
-        recorder.pause();
-        QTRY_COMPARE_WITH_TIMEOUT(recorder.getState(), ScreenRecord::Pausing, kPatience_ms);
-    };
     // While it runs, in a pause, before the start; with the server back for the next recording.
     for (const ScreenRecord::State when :
          {ScreenRecord::Running, ScreenRecord::Pausing, ScreenRecord::Waiting}) {
@@ -286,21 +297,40 @@ void TestRecordLoss::screen_endsTheRecording()
 {
     if (QGuiApplication::screens().size() < 2)
         QSKIP("needs two screens");
-    ScreenRecord recorder;
-    QSignalSpy finished(&recorder, &ScreenRecord::fileChanged);
-    recorder.setScreen(QGuiApplication::screens()[1]);
-    recorder.setRect({0, 0, 320, 180});
-    recorder.setIsMute(true);
-    recorder.start();
-    QTRY_COMPARE_WITH_TIMEOUT(recorder.getState(), ScreenRecord::Running, kPatience_ms);
-    QTest::qWait(1000);
-    QCOMPARE(QProcess::execute("xrandr", {"--output", "DUMMY1", "--off"}), 0);
-    QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, kPatience_ms);
-    QCOMPARE(recorder.getState(), ScreenRecord::Waiting);
-    QVERIFY(!recorder.getScreen());
-    QCOMPARE(mediacheck::decodeErrors(recorder.getFile()), QString());
-    QVERIFY(pictureLength(recorder.getFile()) > 0.8);
-    QFile::remove(recorder.getFile());
+    // While it runs, in a pause, before the start.
+    for (const ScreenRecord::State when :
+         {ScreenRecord::Running, ScreenRecord::Pausing, ScreenRecord::Waiting}) {
+        const InCase in_case(when);
+        ScreenRecord recorder;
+        QSignalSpy finished(&recorder, &ScreenRecord::fileChanged);
+        recorder.setScreen(QGuiApplication::screens()[1]);
+        recorder.setRect({0, 0, 320, 180});
+        recorder.setIsMute(true);
+        if (when != ScreenRecord::Waiting) {
+            recorder.start();
+            QTRY_COMPARE_WITH_TIMEOUT(recorder.getState(), ScreenRecord::Running, kPatience_ms);
+            QTest::qWait(1000);
+        }
+        if (when != ScreenRecord::Running) {
+            recorder.pause();
+            QTRY_COMPARE_WITH_TIMEOUT(recorder.getState(), ScreenRecord::Pausing, kPatience_ms);
+        }
+        QCOMPARE(QProcess::execute("xrandr", {"--output", "DUMMY1", "--off"}), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, kPatience_ms);
+        QCOMPARE(recorder.getState(), ScreenRecord::Waiting);
+        QVERIFY(!recorder.getScreen());
+        const QString file = recorder.getFile();
+        QCOMPARE(finished[0][0].toString(), file);
+        QCOMPARE(file.isEmpty(), when == ScreenRecord::Waiting);
+        if (!file.isEmpty()) {
+            QCOMPARE(mediacheck::decodeErrors(file), QString());
+            QVERIFY(pictureLength(file) > 0.8);
+            QFile::remove(file);
+        }
+        const QStringList on = {"--output", "DUMMY1", "--mode", "1280x720", "--pos", "1920x0"};
+        QCOMPARE(QProcess::execute("xrandr", on), 0);
+        QTRY_COMPARE(QGuiApplication::screens().size(), 2);
+    }
 }
 
 QTEST_MAIN(TestRecordLoss)
