@@ -242,7 +242,8 @@ void TestImageEdit::edit_showsWhatUserSaw()
     QPainter(&drawing).drawImage(0, 0, pattern({seen_size.width(), seen_size.height() / 2}, 200));
     if (drawn) {
         QPainter(&expected).drawImage(0, 0, drawing.copy(fractionOf(drawing.size(), part)));
-        info.insert("editedImagePath", at("drawing.png"));
+        info.insert("editedImagePath",
+                    mirrored ? at("drawing.png") : QUrl::fromLocalFile(at("drawing.png")).toString());
     }
 
     for (bool in_pool : {false, true}) {

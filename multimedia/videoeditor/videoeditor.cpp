@@ -203,5 +203,6 @@ void VideoEditor::clearPreview()
 
 QSize VideoEditor::videoSize(QString fileName)
 {
-    return fileName.isEmpty() ? kUnnamedSize : VideoCapture::instance()->videoSourceSize(fileName);
+    return fileName.isEmpty() ? kUnnamedSize
+                              : VideoCapture::instance()->videoSourceSize(Util::toLocalFile(fileName));
 }
