@@ -374,7 +374,7 @@ void TestScreenRecord::commands_takenBack_endWhereTheyBegan()
     Recorder recorder({0, 0, 64, 64}, true);
     QStringList told;
     connect(&recorder, &ScreenRecord::fileChanged, this, [&](const QString& file) {
-        QVERIFY(!told.contains(file));
+        QVERIFY(file.isEmpty() || !told.contains(file));
         told += file;
         keep(file);
     });

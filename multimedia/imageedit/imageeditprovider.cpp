@@ -13,6 +13,7 @@
 #include <QtCore/QFile>
 #include <QtCore/QStandardPaths>
 #include <QtGui/QImage>
+#include <QtGui/QImageReader>
 #include <QtQml/QQmlEngine>
 
 #include <algorithm>
@@ -56,6 +57,7 @@ ImageEditProvider::ImageEditProvider()
     qRegisterMetaType<EditState>("EditState");
     qRegisterMetaType<QString>("QString&"); // doEditSync is called from QML too
     m_editPool.setObjectName(QStringLiteral("image_edit_thread_pool"));
+    QImageReader::supportedImageFormats(); // Qt's list of formats, which the jobs use, outlives their end so
     m_processEnd = std::make_unique<multimedia::ProcessEnd>([this] { finishJobs(); });
 }
 
