@@ -4,6 +4,7 @@
 #include "multimedia/base/processend.h"
 #include "multimedia/base/warning.h"
 #include "multimedia/facedetect/facedetect.h"
+#include "multimedia/facedetect/facepatch.h"
 #include "multimedia/imageedit/editdescription.h"
 #include "multimedia/imageedit/imagefile.h"
 #include "quillon/util.h"
@@ -14,6 +15,7 @@
 #include <QtCore/QStandardPaths>
 #include <QtGui/QImage>
 #include <QtGui/QImageReader>
+#include <QtGui/QImageWriter>
 #include <QtQml/QQmlEngine>
 
 #include <algorithm>
@@ -41,6 +43,17 @@ QString temporaryPath(const QByteArray& suffix)
            QLatin1Char('.') + QString::fromLatin1(suffix);
 }
 
+/// Has Qt make the static objects that the jobs use, where else the first job would: at the exit those would
+/// go before the jobs have ended.
+void makeStaticObjects()
+{
+    QImageReader::supportedImageFormats();
+    QImageWriter::supportedImageFormats();
+    QImage image(64, 64, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::black);
+    multimedia::withFacesBlurred(image, image, {{1.0F, 16, 16, 32, 32, {}}});
+}
+
 } // namespace
 
 ImageEditProvider* ImageEditProvider::instance()
@@ -57,7 +70,7 @@ ImageEditProvider::ImageEditProvider()
     qRegisterMetaType<EditState>("EditState");
     qRegisterMetaType<QString>("QString&"); // doEditSync is called from QML too
     m_editPool.setObjectName(QStringLiteral("image_edit_thread_pool"));
-    QImageReader::supportedImageFormats(); // Qt's list of formats, which the jobs use, outlives their end so
+    makeStaticObjects();
     m_processEnd = std::make_unique<multimedia::ProcessEnd>([this] { finishJobs(); });
 }
 
