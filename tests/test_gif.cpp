@@ -433,6 +433,13 @@ void TestGif::cancelAll_keepsOldResultsFromNewRequests()
     handler.cancelAllCompressGifs();
     handler.compressGif("done", input, path("done.gif"), 1, {});
     QTRY_COMPARE(results, (Results{{"done", true}}));
+
+    // What somebody else tells of the head is not told again of the next one.
+    results.clear();
+    handler.compressGif("told", broken, path("told.gif"), 1, {});
+    handler.compressGif("next", input, path("next.gif"), 1, {});
+    handler.slotCompressResult(true);
+    QTRY_COMPARE(results, (Results{{"told", true}, {"next", true}}));
 }
 
 void TestGif::report_mayChangeTheQueue()

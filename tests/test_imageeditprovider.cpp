@@ -85,6 +85,7 @@ private Q_SLOTS:
     void faceBlur_goesFromSearchToToggle();
     void faceBlur_sitsOnFace_inEveryOrientation();
     void faceMaskDetect_copiesPicture_whenItHasNoFace();
+    void faceSearch_andBlur_areOver_withTheirEdit();
     void faceMaskDetect_changesNothing_whenPictureIsLeft();
     void faceMaskDetect_runsOneJob_whenAskedTwice();
     void faceMaskDetect_servesNextRequest_fromTheReport();
@@ -338,6 +339,26 @@ void TestImageEditProvider::faceMaskDetect_copiesPicture_whenItHasNoFace()
     QTRY_COMPARE_WITH_TIMEOUT(seen("finished").size(), 1, kPatience_ms);
     QVERIFY(seen("finished").first().toList()[2].toBool());
     QCOMPARE(QImage(handler->faceBlurPath()), QImage(path));
+}
+
+void TestImageEditProvider::faceSearch_andBlur_areOver_withTheirEdit()
+{
+    const QString path = portrait();
+    handler->editImage(path);
+    handler->faceMaskDetect(path);
+    handler->editReset();
+    QThreadPool::globalInstance()->waitForDone();
+    QTRY_COMPARE(seen("finished").size(), 1);
+    QVERIFY(seen("enabled").isEmpty() && seen("blur").isEmpty());
+
+    // Nor does the same picture, edited anew, get the blur of before.
+    handler->editImage(path);
+    handler->faceMaskDetect(path);
+    handler->editReset();
+    handler->editImage(path);
+    QTRY_COMPARE_WITH_TIMEOUT(seen("finished").size(), 2, kPatience_ms);
+    QTRY_COMPARE_WITH_TIMEOUT(seen("enabled"), QVariantList({QVariantList{true}}), kPatience_ms);
+    QVERIFY(seen("blur").isEmpty() && seen("path").isEmpty());
 }
 
 void TestImageEditProvider::faceMaskDetect_changesNothing_whenPictureIsLeft()

@@ -58,7 +58,7 @@ private Q_SLOTS:
     void models_areTold();
     void cancelBatchRecognize_dropsWaiting_andEndsHeadWhenReported();
     void cancelAllRecognize_isSilent_andNextAsksAfresh();
-    void lateReport_isTheNewHeads_whenOnItsWay();
+    void lateReport_isNobodys();
     void completion_mayCancelAll_andBeginAnew();
     void refusedTask_completes();
     void releaseInstance_silencesTask_andMakesRoom();
@@ -322,27 +322,23 @@ void TestRecognize::cancelAllRecognize_isSilent_andNextAsksAfresh()
     QCOMPARE(told(), (QStringList{"one:b", "one=true"}));
 }
 
-void TestRecognize::lateReport_isTheNewHeads_whenOnItsWay()
+void TestRecognize::lateReport_isNobodys()
 {
-    request("old");
-    engine->cancelAllRecognize();
-    service->fail(1);
-    request("new");
-    request("next");
-    QCOMPARE(told(), QStringList("new=true"));
-    // The new head's task has lost its place: what it tells is nobody's, and the next one is not disturbed.
-    QCOMPARE(service->tasks.at(1).cancels, 1);
-    service->tell(2, 1, "a", true);
-    QCOMPARE(told(), QStringList());
-    service->tell(3, 1, "b", true);
-    QCOMPARE(told(), (QStringList{"next:b", "next=true"}));
-
-    request("old");
-    engine->cancelAllRecognize();
-    request("new");
-    service->fail(4);
-    service->tell(5, 1, "c", true);
-    QCOMPARE(told(), (QStringList{"new:c", "new=true"}));
+    // On its way to the queue, or on its way from the service.
+    for (const bool is_told : {true, false}) {
+        const InCase in_case(is_told);
+        const auto number = service->tasks.size() + 1;
+        request("old");
+        if (is_told)
+            service->tell(number, 1, "a", true);
+        engine->cancelAllRecognize();
+        request("new");
+        if (!is_told)
+            service->tell(number, 1, "a", true);
+        QCOMPARE(told(), QStringList());
+        service->tell(number + 1, 1, "b", true);
+        QCOMPARE(told(), (QStringList{"new:b", "new=true"}));
+    }
 }
 
 void TestRecognize::completion_mayCancelAll_andBeginAnew()

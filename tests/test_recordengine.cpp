@@ -65,6 +65,7 @@ private Q_SLOTS:
     void qml_recordsSpeech();
     void record_changesVoice_inEveryType();
     void stopRecord_removesFile_whenNotSaved();
+    void cancelRecord_leavesFile_thatWasReported();
     void startRecord_leavesRunningOne_alone();
     void stopRecord_reportsNothing_withoutStart();
     void storagePath_isKept_whenItCannotBeMade();
@@ -96,6 +97,9 @@ void TestRecordEngine::cleanup()
 {
     MultimediaProvider::unregist();
     engine->cancelRecord();
+    const QDir folder(engine->storagePath());
+    for (const QString& file : folder.entryList(QDir::Files))
+        QFile::remove(folder.filePath(file));
 }
 
 bool TestRecordEngine::runs()
@@ -283,6 +287,19 @@ void TestRecordEngine::stopRecord_removesFile_whenNotSaved()
     QCOMPARE(QDir(engine->storagePath()).entryList(QDir::Files).size(), 0);
     QVERIFY(engine->getSampleData().isEmpty());
     QCOMPARE(finished.count(), 0);
+}
+
+void TestRecordEngine::cancelRecord_leavesFile_thatWasReported()
+{
+    QSignalSpy finished(engine, &RecordEngine::recordFinished);
+    QVERIFY(engine->startRecord());
+    QVERIFY(runs());
+    QVERIFY(engine->stopRecord());
+    const QString path = finished.first().first().toMap().value("filePath").toString();
+    engine->cancelRecord();
+    QVERIFY(engine->stopRecord(false));
+    QVERIFY(QFileInfo(path).size() > 0);
+    QVERIFY(QFile::remove(path));
 }
 
 void TestRecordEngine::startRecord_leavesRunningOne_alone()

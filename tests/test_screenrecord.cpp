@@ -372,19 +372,39 @@ void TestScreenRecord::record_keepsColours()
 void TestScreenRecord::commands_takenBack_endWhereTheyBegan()
 {
     Recorder recorder({0, 0, 64, 64}, true);
+    QStringList told;
+    connect(&recorder, &ScreenRecord::fileChanged, this, [&](const QString& file) {
+        QVERIFY(file.isEmpty() || !told.contains(file));
+        told += file;
+        keep(file);
+    });
     for (int round = 0; round < 20; ++round) {
         QSignalSpy changed(&recorder, &ScreenRecord::stateChanged);
         recorder.start();
         recorder.stop();
         QTRY_VERIFY_WITH_TIMEOUT(!changed.isEmpty() && recorder.getState() == ScreenRecord::Waiting,
                                  kStepTimeout_ms);
-        keep(recorder.getFile());
     }
     change(recorder, &ScreenRecord::start, ScreenRecord::Running);
     recorder.pause();
     change(recorder, &ScreenRecord::start, ScreenRecord::Running);
     change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
-    keep(recorder.getFile());
+
+    // Two end before the first is told of.
+    const auto known = told.size();
+    std::thread([&recorder] {
+        const auto reach = [&recorder](void (ScreenRecord::*command)(), ScreenRecord::State state) {
+            (recorder.*command)();
+            while (recorder.getState() != state)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        };
+        for (int i = 0; i < 2; ++i) {
+            reach(&ScreenRecord::start, ScreenRecord::Running);
+            reach(&ScreenRecord::stop, ScreenRecord::Waiting);
+        }
+    }).join();
+    QCoreApplication::sendPostedEvents(&recorder);
+    QCOMPARE(told.size(), known + 2);
 }
 
 void TestScreenRecord::pause_beforeTheStart_keepsNoEarlierSound()

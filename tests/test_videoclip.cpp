@@ -129,6 +129,7 @@ private Q_SLOTS:
     void cancel_takesEffectAtNextPacket_andLeavesNothing();
     void cancel_isNotLost_beforeThreadRuns();
     void editor_refusesAtOnce();
+    void editor_clipsAgain_fromTheReport();
     void editor_clipsTwoFilesAtOnce();
     void editor_cancelsFormerClip_ofSameFile();
 
@@ -362,6 +363,19 @@ void TestVideoClip::editor_refusesAtOnce()
         QVERIFY(!thread.startClip(request.filter, false));
         QCOMPARE(finished.size(), 1);
         QVERIFY(!thread.isRunning());
+    }
+}
+
+void TestVideoClip::editor_clipsAgain_fromTheReport()
+{
+    // Refused at once, or when the source is opened.
+    for (const char* source : {"missing.mp4", "empty.mp4"}) {
+        const InCase in_case(source);
+        Request bad("again", media(source), target("bad.mp4"), 0, 8000);
+        Request good("again", media("base.mp4"), target("good.mp4"), 0, 8000);
+        bad.filter->clipCallback = [&](int, int) { VideoEditor::instance()->clip(good.filter); };
+        VideoEditor::instance()->clip(bad.filter);
+        QTRY_COMPARE(good.codes, QList<int>{VideoClipThread::kDone});
     }
 }
 

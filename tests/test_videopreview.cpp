@@ -413,7 +413,7 @@ void TestVideoPreview::videoSize_answersDefault_withoutName()
     QCOMPARE(editor()->videoSize({}), QSize(720, 720));
     QCOMPARE(editor()->videoSize(media("rotate90.mp4")), QSize(120, 160));
     QCOMPARE(editor()->videoSize(media("text.mp4")), QSize(-1, -1));
-    QCOMPARE(editor()->videoSize(QUrl::fromLocalFile(media("base.mp4")).toString()), QSize(-1, -1));
+    QCOMPARE(editor()->videoSize(QUrl::fromLocalFile(media("base.mp4")).toString()), QSize(160, 120));
 }
 
 void TestVideoPreview::qml_showsStrip()

@@ -71,7 +71,7 @@ private Q_SLOTS:
     void firstFrame_isWritten();
     void rotation_isRead();
     void gifAndMp4_areMade_withTrailingOptions();
-    void gif_failsOrWaits();
+    void gif_fails();
 
 private:
     QString path(const QString& name) const { return folder.filePath(name); }
@@ -123,6 +123,8 @@ void TestVideoProvider::convert_tellsProgress_andMakesMp4()
             [&progress](const ConvertFileFilterPtr&, int current, int total) {
                 progress.append({current, total});
             });
+    // A chunk of eight characters is no duration.
+    FakeTool slow("case \"$*\" in *info*) printf 12345678 >&2; sleep 0.3;; esac; exec \"$0.kept\" \"$@\"");
     provider->cancelConvertVideo(); // nothing to cancel
     const auto filter = add(QUrl::fromLocalFile(media("long.mp4")).toString());
     QCOMPARE(codes(filter), QList<int>{2}); // a URL is no path yet
@@ -332,18 +334,16 @@ void TestVideoProvider::gifAndMp4_areMade_withTrailingOptions()
     QCOMPARE(back["r_frame_rate"].toString(), QStringLiteral("30/1"));
 }
 
-void TestVideoProvider::gif_failsOrWaits()
+void TestVideoProvider::gif_fails()
 {
     QSignalSpy gif(provider, &VideoProvider::gifConvertComplete);
     provider->mp4ToGif(path("missing.mp4"), "missing");
     QTRY_COMPARE(gif.count(), 1);
     QCOMPARE(gif[0], (QList<QVariant>{"", "missing"}));
 
-    // The tool asks before it overwrites, and nobody answers.
+    // The tool asks before it overwrites, and takes no answer for a no.
     writeFile(path("short.gif"), "precious");
     provider->mp4ToGif(media("short.mp4"), "taken");
-    QVERIFY(!gif.wait(500));
-    killChildren();
     QTRY_COMPARE(gif.count(), 2);
     QCOMPARE(gif[1], (QList<QVariant>{"", "taken"}));
     QCOMPARE(contentOf(path("short.gif")), QByteArray("precious"));

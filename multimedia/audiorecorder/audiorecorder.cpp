@@ -294,8 +294,17 @@ void AudioRecorder::openVoiceHandler()
         return;
     }
     m_voiceHandler = std::make_unique<VoiceHandler>(this);
-    connect(m_voiceHandler.get(), &VoiceHandler::dataHandled, this, &AudioRecorder::readHandledVoice);
-    connect(m_voiceHandler.get(), &VoiceHandler::closed, this, &AudioRecorder::voiceHandlerClosed);
+    // On the mixer thread, which ends with its recording.
+    connect(
+        m_voiceHandler.get(), &VoiceHandler::dataHandled, this,
+        [this](const QByteArray& data) {
+            m_recording.post(m_recording.number(), this, [this, data] { readHandledVoice(data); });
+        },
+        Qt::DirectConnection);
+    connect(
+        m_voiceHandler.get(), &VoiceHandler::closed, this,
+        [this] { m_recording.post(m_recording.number(), this, [this] { voiceHandlerClosed(); }); },
+        Qt::DirectConnection);
 }
 
 void AudioRecorder::closeVoiceHandler(bool immediately)
@@ -362,8 +371,11 @@ bool AudioRecorder::stopRecord(bool isSave)
     if (!std::exchange(m_stopping, false))
         return false;
     if (isChangeVoice() && m_voiceHandler) {
-        closeVoiceHandler(false);
         m_state = RECORDER_CLOSING;
+        if (m_voiceHandler->finished()) // too short for it to be opened: the recording is empty
+            m_recording.post(m_recording.number(), this, [this] { voiceHandlerClosed(); });
+        else
+            closeVoiceHandler(false);
         return true;
     }
     m_state = RECORDER_IDLE;
@@ -406,6 +418,7 @@ void AudioRecorder::clearData()
     if (isChangeVoice())
         closeVoiceHandler(true);
     finish();
+    m_recording.end();
     m_captureRead = 0;
     m_pcmEncoded = 0;
     m_spectrumPos = 0;

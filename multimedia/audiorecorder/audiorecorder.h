@@ -1,5 +1,6 @@
 #pragma once
 
+#include "multimedia/base/currentrequest.h"
 #include "multimedia/base/mediahandle.h"
 #include "multimedia/mediahandler/cmediaencode.h"
 #include "multimedia/mediahandler/cmediaoutput.h"
@@ -58,7 +59,7 @@ public:
     /// @param changerType  0 none, 5 half speed, 8 double speed, any other a type of `VoiceHandler`
     bool startRecord(RecordConfig* config, int changerType);
     /// Ends the capture. The file is complete then, except with a voice changer that is to be saved:
-    /// `recordFinish` follows. Such a recording of less than half a second stays in closing.
+    /// `recordFinish` follows. Such a recording of less than half a second is empty.
     /// False when it is to be saved and, from a report of its duration, was stopped or dropped meanwhile.
     bool stopRecord(bool isSave);
     /// Where the next recording goes; the extension chooses the container. Nothing while one is under way.
@@ -139,6 +140,8 @@ private:
     QString m_recordPath;
     std::unique_ptr<SpeexPreprocessState_, SpeexDeleter> m_speex;
     RECORDER_STATE m_state = RECORDER_IDLE;
+    /// What other threads tell carries its number. It is over with the next start, or when all is forgotten.
+    multimedia::CurrentRequest m_recording;
     bool m_stopping = false; ///< the tail is being read; false again when the host drops the recording then
     QPointer<RecordConfig> m_config; ///< not owned
     QAudioFormat m_wanted;           ///< what `m_config` said when the recording started

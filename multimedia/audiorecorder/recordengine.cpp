@@ -13,6 +13,8 @@
 #include <QtCore/QStandardPaths>
 #include <QtCore/QtDebug>
 
+#include <utility>
+
 using speechRecognize::SpeechModel;
 using speechRecognize::SpeechService;
 
@@ -156,14 +158,17 @@ bool RecordEngine::startRecord(int changerType)
 {
     m_recorder->setRecordPath(
         QStringLiteral("%1/%2.aac").arg(m_storagePath, QString::number(QDateTime::currentMSecsSinceEpoch())));
-    return m_recorder->startRecord(m_config, changerType);
+    if (!m_recorder->startRecord(m_config, changerType))
+        return false;
+    m_ownsFile = true;
+    return true;
 }
 
 bool RecordEngine::stopRecord(bool isSave)
 {
     const bool stopped = m_recorder->stopRecord(isSave);
     if (!isSave) {
-        Util::deleteFile(m_recorder->recordPath());
+        removeFile();
         return true;
     }
     if (!stopped)
@@ -186,8 +191,14 @@ bool RecordEngine::hasVisibleAudioInputDev(const QString& devName)
 void RecordEngine::cancelRecord()
 {
     m_recorder->stopRecord(false);
-    Util::deleteFile(m_recorder->recordPath());
+    removeFile();
     m_recorder->clearData();
+}
+
+void RecordEngine::removeFile()
+{
+    if (std::exchange(m_ownsFile, false))
+        Util::deleteFile(m_recorder->recordPath());
 }
 
 void RecordEngine::setSpectrumNum(int num)
@@ -203,6 +214,7 @@ QVariantList RecordEngine::getSampleData(int sampleNum)
 void RecordEngine::slotRecordFinish()
 {
     const QString path = m_recorder->recordPath();
+    m_ownsFile = false;
     Q_EMIT recordFinished({{QStringLiteral("sample"), m_recorder->getSampleData(kFinishedSamples)},
                            {QStringLiteral("filePath"), path},
                            {QStringLiteral("size"), QFileInfo(path).size()}});

@@ -77,13 +77,13 @@ public Q_SLOTS:
     /// other
     ///                     the way of a changed voice without a change
     bool startRecord(int changerType = 0);
-    /// Without `isSave` the file of the present or last recording is removed. With it, `recordFinished` comes
-    /// at once, with a changed voice later.
+    /// Without `isSave` the recording and its file are dropped; a file that `recordFinished` has told of is
+    /// the host's and stays. With it, `recordFinished` comes at once, with a changed voice later.
     bool stopRecord(bool isSave = true);
     /// Whether the device, or any for an empty name, can be recorded from; false before the first recording.
     bool hasVisibleAudioInputDev(const QString& devName = QString());
     bool isRecording();
-    /// Removes the file and forgets the sound of the present or last recording.
+    /// Drops the recording as `stopRecord(false)` does, and forgets the sound of the last one.
     void cancelRecord();
     /// Bands of `voiceAmplitudeChanged`, 1 to 1200.
     void setSpectrumNum(int num);
@@ -125,12 +125,14 @@ private:
 
     void initAudioRecoder();
     void checkStoragePath(const QString& path);
+    void removeFile();
 
     std::unique_ptr<AudioRecorder> m_recorder;
     QString m_storagePath;
     QPointer<RecordConfig> m_config; ///< deleted with the engine, whoever made it
     int m_state = 0;
     QString m_filePath;
+    bool m_ownsFile = false; ///< a recording has begun that no `recordFinished` has told of
     speechRecognize::RecognizeManger* m_recognizeMgr = nullptr; ///< a child
     std::unique_ptr<multimedia::ProcessEnd> m_processEnd;
 };

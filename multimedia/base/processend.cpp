@@ -6,6 +6,7 @@
 #include <QtCore/QCoreApplication>
 
 #include <algorithm>
+#include <condition_variable>
 #include <mutex>
 
 namespace multimedia {
@@ -26,24 +27,25 @@ public:
         // Qt forgets its routines once it has called them.
         if (QCoreApplication::instance() && !std::exchange(routine_added, true))
             qAddPostRoutine([] { instance().applicationGoes(); });
-        return entries.insert(entries.end(), {std::move(end), round});
+        return entries.insert(entries.end(), {std::move(end), round, {}});
     }
     void remove(std::list<Entry>::iterator entry)
     {
-        std::lock_guard lock(mutex);
+        std::unique_lock lock(mutex);
+        called.wait(lock, [entry] {
+            return entry->caller == std::thread::id() || entry->caller == std::this_thread::get_id();
+        });
         entries.erase(entry);
     }
     void callAll()
     {
-        std::lock_guard lock(mutex);
+        std::unique_lock lock(mutex);
         ++round;
         const auto is_left = [this](const Entry& entry) { return entry.round != round; };
-        // An end may take entries out, its own too.
         for (auto next = entries.begin();
              (next = std::find_if(entries.begin(), entries.end(), is_left)) != entries.end();) {
             next->round = round;
-            const std::function<void()> end = next->end;
-            end();
+            call(next, lock);
         }
     }
 
@@ -54,6 +56,21 @@ private:
         Worker::getThreadPool();
         ThreadInfo::instance();
     }
+    /// Not with the lock held: what is waited for may add entries. The end may take entries out, its own too.
+    void call(std::list<Entry>::iterator entry, std::unique_lock<std::mutex>& lock)
+    {
+        entry->caller = std::this_thread::get_id();
+        const std::function<void()> end = entry->end;
+        const Entry* const address = &*entry;
+        lock.unlock();
+        end();
+        lock.lock();
+        for (Entry& left : entries) {
+            if (&left == address)
+                left.caller = {};
+        }
+        called.notify_all();
+    }
     void applicationGoes()
     {
         callAll();
@@ -61,7 +78,8 @@ private:
         routine_added = false;
     }
 
-    std::recursive_mutex mutex;
+    std::mutex mutex;
+    std::condition_variable called;
     std::list<Entry> entries;   ///< guarded by `mutex`
     unsigned round = 0;         ///< guarded by `mutex`
     bool routine_added = false; ///< guarded by `mutex`

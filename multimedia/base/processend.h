@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <list>
+#include <thread>
 #include <utility>
 
 namespace multimedia {
@@ -39,7 +40,8 @@ private:
     struct Entry
     {
         std::function<void()> end;
-        unsigned round = 0; ///< of the last time that all were called
+        unsigned round = 0;     ///< of the last time that all were called
+        std::thread::id caller; ///< the thread that is calling it
     };
     class Ends;
     struct AtExit

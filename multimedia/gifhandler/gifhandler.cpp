@@ -1,5 +1,6 @@
 #include "multimedia/gifhandler/gifhandler.h"
 
+#include "multimedia/base/currentrequest.h"
 #include "multimedia/base/processend.h"
 #include "multimedia/gifhandler/compressgif.h"
 
@@ -31,6 +32,7 @@ GifHandlerContextPtr compression(const QString& compressId, const QString& srcFi
 GifHandler::GifHandler(QObject* parent)
     : QObject(parent)
     , m_syncCompress(std::make_unique<CompressGif>())
+    , m_run(std::make_unique<multimedia::CurrentRequest>())
 {
     qRegisterMetaType<GifHandlerContextPtr>("GifHandlerContextPtr");
     m_processEnd = std::make_unique<multimedia::ProcessEnd>([this] { end(); });
@@ -131,11 +133,12 @@ void GifHandler::handleCompress()
 {
     if (m_queue.isEmpty())
         return;
-    ++m_resultsDue;
     CompressGif* worker = compresser();
-    QMetaObject::invokeMethod(
-        worker, [worker, context = m_queue.first()] { worker->doCompressGif(context); },
-        Qt::QueuedConnection);
+    const auto run = [this, worker, context = m_queue.first(), number = m_run->begin()] {
+        const bool result = worker->doCompressGif(context);
+        m_run->post(number, this, [this, result] { slotCompressResult(result); });
+    };
+    QMetaObject::invokeMethod(worker, run, Qt::QueuedConnection);
 }
 
 CompressGif* GifHandler::compresser()
@@ -143,8 +146,6 @@ CompressGif* GifHandler::compresser()
     if (m_worker)
         return m_worker;
     m_worker = new CompressGif;
-    connect(m_worker, &CompressGif::compressResult, this, &GifHandler::slotCompressResult,
-            Qt::QueuedConnection);
     m_thread = new QThread;
     m_worker->moveToThread(m_thread);
     m_thread->start(QThread::InheritPriority);
@@ -154,11 +155,6 @@ CompressGif* GifHandler::compresser()
 
 void GifHandler::slotCompressResult(bool ret)
 {
-    --m_resultsDue;
-    if (m_resultsIgnored > 0) {
-        --m_resultsIgnored;
-        return;
-    }
     if (m_queue.isEmpty())
         return;
     const GifHandlerContextPtr head = m_queue.first();
@@ -204,7 +200,7 @@ void GifHandler::cancelAllCompressGifs()
 {
     if (!m_queue.isEmpty())
         m_queue.first()->cancelled = true;
-    m_resultsIgnored = m_resultsDue;
+    m_run->end();
     m_syncCompress->cancelCompress();
     m_queue.clear();
     m_ids.clear();

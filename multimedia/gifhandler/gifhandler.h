@@ -15,8 +15,9 @@
 class CompressGif;
 class QThread;
 namespace multimedia {
+class CurrentRequest;
 class ProcessEnd;
-}
+} // namespace multimedia
 
 /// Makes GIF files smaller, or turns them into MP4.
 ///
@@ -94,9 +95,7 @@ private:
     const std::unique_ptr<CompressGif> m_syncCompress;
     /// Held while `m_syncCompress` runs.
     QMutex m_syncMutex;
-    /// Runs posted to the worker that have not reported yet. They report in the order they were posted in.
-    int m_resultsDue = 0;
-    /// How many of them, the oldest, were cancelled with the whole queue: their results are nobody's.
-    int m_resultsIgnored = 0;
+    /// The run whose result the head of the queue waits for.
+    const std::unique_ptr<multimedia::CurrentRequest> m_run;
     std::unique_ptr<multimedia::ProcessEnd> m_processEnd;
 };

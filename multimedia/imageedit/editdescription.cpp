@@ -2,6 +2,7 @@
 
 #include "multimedia/base/warning.h"
 #include "multimedia/imageedit/imagefile.h"
+#include "quillon/util.h"
 
 #include <QtCore/QFile>
 #include <QtGui/QPainter>
@@ -39,7 +40,7 @@ EditDescription::EditDescription(const QVariantMap& edit_info)
     , need_mask_photo(edit_info.value(QStringLiteral("needMaskPhoto")).toBool())
     , turns(edit_info.value(QStringLiteral("revolvecount")).toInt())
     , mask_photo_path(edit_info.value(QStringLiteral("maskPhotoPath")).toString())
-    , overlay_path(edit_info.value(QStringLiteral("editedImagePath")).toString())
+    , overlay_path(Util::toLocalFile(edit_info.value(QStringLiteral("editedImagePath")).toString()))
     , x1(edit_info.value(QStringLiteral("x1")).toDouble())
     , y1(edit_info.value(QStringLiteral("y1")).toDouble())
     , x2(edit_info.value(QStringLiteral("x2")).toDouble())

@@ -1,8 +1,10 @@
 #include "multimedia/imageedit/imageeditprovider.h"
 
+#include "multimedia/base/currentrequest.h"
 #include "multimedia/base/processend.h"
 #include "multimedia/base/warning.h"
 #include "multimedia/facedetect/facedetect.h"
+#include "multimedia/facedetect/facepatch.h"
 #include "multimedia/imageedit/editdescription.h"
 #include "multimedia/imageedit/imagefile.h"
 #include "quillon/util.h"
@@ -12,8 +14,11 @@
 #include <QtCore/QFile>
 #include <QtCore/QStandardPaths>
 #include <QtGui/QImage>
+#include <QtGui/QImageReader>
+#include <QtGui/QImageWriter>
 #include <QtQml/QQmlEngine>
 
+#include <algorithm>
 #include <utility>
 
 namespace ImageEdit {
@@ -38,6 +43,17 @@ QString temporaryPath(const QByteArray& suffix)
            QLatin1Char('.') + QString::fromLatin1(suffix);
 }
 
+/// Has Qt make the static objects that the jobs use, where else the first job would: at the exit those would
+/// go before the jobs have ended.
+void makeStaticObjects()
+{
+    QImageReader::supportedImageFormats();
+    QImageWriter::supportedImageFormats();
+    QImage image(64, 64, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::black);
+    multimedia::withFacesBlurred(image, image, {{1.0F, 16, 16, 32, 32, {}}});
+}
+
 } // namespace
 
 ImageEditProvider* ImageEditProvider::instance()
@@ -47,13 +63,14 @@ ImageEditProvider* ImageEditProvider::instance()
 }
 
 ImageEditProvider::ImageEditProvider()
+    : m_session(std::make_unique<multimedia::CurrentRequest>())
 {
     QQmlEngine::setObjectOwnership(this, QQmlEngine::CppOwnership);
     qRegisterMetaType<EditFileFilterPtr>("EditFileFilterPtr");
     qRegisterMetaType<EditState>("EditState");
     qRegisterMetaType<QString>("QString&"); // doEditSync is called from QML too
     m_editPool.setObjectName(QStringLiteral("image_edit_thread_pool"));
-    connect(&m_faces, &QFutureWatcherBase::finished, this, &ImageEditProvider::onFacesDetected);
+    makeStaticObjects();
     m_processEnd = std::make_unique<multimedia::ProcessEnd>([this] { finishJobs(); });
 }
 
@@ -67,8 +84,8 @@ void ImageEditProvider::finishJobs()
     m_editPool.clear();
     m_editPool.waitForDone();
     m_maskJob.waitForFinished();
-    m_faces.cancel();
-    m_faces.waitForFinished();
+    for (QFuture<void>& detection : m_detections)
+        detection.waitForFinished();
 }
 
 void ImageEditProvider::doEdit(const EditFileFilterPtr& filterPtr)
@@ -78,14 +95,21 @@ void ImageEditProvider::doEdit(const EditFileFilterPtr& filterPtr)
         return;
     }
     auto* task = new ImageEditTask(filterPtr);
-    m_edits.insert(filterPtr->file->fileId(), task->cancelFlag());
-    connect(task, &ImageEditTask::editFinish, this, &ImageEditProvider::onEditFinish, Qt::QueuedConnection);
+    const ImageEditTask::CancelFlag flag = task->cancelFlag();
+    m_edits.insert(filterPtr->file->fileId(), flag);
+    connect(
+        task, &ImageEditTask::editFinish, this,
+        [this, flag](const EditFileFilterPtr& filter, int code) { onEditFinish(filter, flag, code); },
+        Qt::QueuedConnection);
     m_editPool.start(task, 0);
 }
 
-void ImageEditProvider::onEditFinish(const EditFileFilterPtr& filter, int code)
+void ImageEditProvider::onEditFinish(const EditFileFilterPtr& filter, const ImageEditTask::CancelFlag& flag,
+                                     int code)
 {
-    m_edits.remove(filter->file->fileId());
+    const auto edit = m_edits.find(filter->file->fileId());
+    if (edit != m_edits.end() && *edit == flag) // else a newer one of the same file
+        m_edits.erase(edit);
     if (filter->clipCallback)
         filter->clipCallback(kEditStage, code);
 }
@@ -118,27 +142,29 @@ void ImageEditProvider::faceMaskDetect(const QString& filePath)
     // The last job has reported and has nothing left to do but to return.
     m_maskJob.waitForFinished();
     m_maskBusy = true;
-    m_maskJob = QtConcurrent::run([this, filePath, format] { maskFaces(filePath, format); });
+    m_maskJob = QtConcurrent::run(
+        [this, filePath, format, session = m_session->number()] { maskFaces(filePath, format, session); });
 }
 
-void ImageEditProvider::maskFaces(const QString& file_path, const QByteArray& format)
+void ImageEditProvider::maskFaces(const QString& file_path, const QByteArray& format, quint64 session)
 {
     const QString blur_path = temporaryPath(format);
     QImageIOHandler::Transformations turn;
     QImage image = toUpright(loadImage(file_path, &turn), turn);
     const bool ok = !image.isNull() &&
                     saveStored(toStored(multimedia::faceMask(std::move(image)), turn), turn, blur_path);
-    finishMask(file_path, ok ? blur_path : QString(), ok);
+    finishMask(file_path, ok ? blur_path : QString(), session);
 }
 
-void ImageEditProvider::finishMask(const QString& file_path, const QString& blur_path, bool ok)
+void ImageEditProvider::finishMask(const QString& file_path, const QString& blur_path, quint64 session)
 {
+    const bool ok = !blur_path.isEmpty();
     bool blur_changed = false;
     bool path_changed = false;
     {
         const QMutexLocker lock(&m_mutex);
         // The user may have left the picture, at any time up to here.
-        if (file_path == m_state.src_path) {
+        if (file_path == m_state.src_path && m_session->isCurrent(session)) {
             blur_changed = std::exchange(m_state.face_blur, ok) != ok;
             path_changed = std::exchange(m_state.face_blur_path, blur_path) != blur_path;
         }
@@ -176,20 +202,23 @@ void ImageEditProvider::editImage(const QString& srcPath, QSize)
         editReset();
     replace(&State::src_path, srcPath);
     setImageSize(reader.size());
-    QImageIOHandler::Transformations turn;
-    const QImage image = loadImage(srcPath, &turn);
-    m_faces.setFuture(
-        QtConcurrent::run([image, turn] { return multimedia::faceDetect(toUpright(image, turn)); }));
-}
-
-void ImageEditProvider::onFacesDetected()
-{
-    if (!m_faces.isCanceled())
-        setFaceBlurEnabled(!m_faces.result().empty());
+    const auto detect = [this, srcPath, session = m_session->begin()] {
+        if (!m_session->isCurrent(session))
+            return;
+        QImageIOHandler::Transformations turn;
+        const QImage image = loadImage(srcPath, &turn);
+        const bool has_faces = !multimedia::faceDetect(toUpright(image, turn)).empty();
+        m_session->post(session, this, [this, has_faces] { setFaceBlurEnabled(has_faces); });
+    };
+    m_detections.erase(std::remove_if(m_detections.begin(), m_detections.end(),
+                                      [](const QFuture<void>& detection) { return detection.isFinished(); }),
+                       m_detections.end());
+    m_detections.append(QtConcurrent::run(detect));
 }
 
 void ImageEditProvider::editReset()
 {
+    m_session->end();
     replace(&State::src_path, QString());
     setImageSize({});
     setRotation(0.0);

@@ -6,7 +6,7 @@
 #include "quillon/editstate.h"
 
 #include <QtCore/QFuture>
-#include <QtCore/QFutureWatcher>
+#include <QtCore/QList>
 #include <QtCore/QMap>
 #include <QtCore/QMutex>
 #include <QtCore/QObject>
@@ -16,12 +16,11 @@
 
 #include <atomic>
 #include <memory>
-#include <vector>
 
-struct FaceRect_;
 namespace multimedia {
+class CurrentRequest;
 class ProcessEnd;
-}
+} // namespace multimedia
 
 namespace ImageEdit {
 
@@ -105,9 +104,11 @@ public Q_SLOTS:
     /// A text form of a thumbnail of at most 32 pixels a side, empty on failure.
     QString readThumbBytes(const QString& thumbPath);
 
-    /// Makes the picture at `srcPath` the one that is edited. `imageSize` is not used: the file tells it.
+    /// Makes the picture at `srcPath` the one that is edited. `imageSize` is not used: the file tells it. The
+    /// picture itself is read on a thread of the global pool.
     void editImage(const QString& srcPath, QSize imageSize = QSize());
-    /// Brings all properties back to their defaults. A blur at work goes on, and changes nothing here.
+    /// Brings all properties back to their defaults. A search for faces and a blur at work go on, and change
+    /// nothing here, even when the same picture is edited anew.
     void editReset();
     void setImageSize(QSize size);
     void setRotation(double value);
@@ -152,16 +153,17 @@ private:
     template<typename T>
     bool replace(T State::*member, const T& value);
     void setFaceBlurPath(const QString& path);
-    void onFacesDetected();
-    void onEditFinish(const EditFileFilterPtr& filter, int code);
-    void maskFaces(const QString& file_path, const QByteArray& format);
-    void finishMask(const QString& file_path, const QString& blur_path, bool ok);
+    void onEditFinish(const EditFileFilterPtr& filter, const ImageEditTask::CancelFlag& flag, int code);
+    void maskFaces(const QString& file_path, const QByteArray& format, quint64 session);
+    void finishMask(const QString& file_path, const QString& blur_path, quint64 session);
 
     QThreadPool m_editPool;
     QMap<QString, ImageEditTask::CancelFlag> m_edits; ///< by file id; the owner's thread only
     QFuture<void> m_maskJob;                          ///< the owner's thread only
     std::atomic<bool> m_maskBusy{false};              ///< cleared before the job reports
-    QFutureWatcher<std::vector<FaceRect_>> m_faces;
+    QList<QFuture<void>> m_detections;                ///< that may be at work; the owner's thread only
+    const std::unique_ptr<multimedia::CurrentRequest>
+        m_session; ///< from one `editImage` to the next, or a reset
     mutable QMutex m_mutex;
     State m_state; ///< guarded by `m_mutex`
     std::unique_ptr<multimedia::ProcessEnd> m_processEnd;

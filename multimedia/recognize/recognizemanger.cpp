@@ -72,6 +72,7 @@ void RecognizeManger::handleRecognize()
     const QSharedPointer<RecognizeContext> head = header();
     if (!head)
         return;
+    m_task.begin();
     if (head->path.isEmpty())
         speechRecognizer()->recognizeAudioBuffer(head->pcmInfo, head->language);
     else
@@ -133,12 +134,19 @@ void RecognizeManger::cancelBatchRecognize(const QStringList& recognizeIds)
 void RecognizeManger::cancelAllRecognize()
 {
     clearRecognize();
-    stopRecognize();
+    abandonRecognize();
+}
+
+void RecognizeManger::abandonRecognize()
+{
+    if (m_recognizer)
+        m_recognizer->abandon();
+    m_task.end();
 }
 
 void RecognizeManger::releaseRecognize()
 {
-    stopRecognize();
+    abandonRecognize();
     delete m_recognizer;
     m_recognizer = nullptr;
 }
@@ -148,10 +156,19 @@ SpeechRecognizer* RecognizeManger::speechRecognizer()
     if (m_recognizer)
         return m_recognizer;
     m_recognizer = new SpeechRecognizer(this);
-    connect(m_recognizer, &SpeechRecognizer::sigRecognizeResult, this,
-            &RecognizeManger::speechRecognizedResult, Qt::QueuedConnection);
-    connect(m_recognizer, &SpeechRecognizer::sigRecognizeComplete, this, &RecognizeManger::recognizeCompleted,
-            Qt::QueuedConnection);
+    // On the service's thread. While a report is made no other task begins, so its number is the present one.
+    connect(
+        m_recognizer, &SpeechRecognizer::sigRecognizeResult, this,
+        [this](const QString& text) {
+            m_task.post(m_task.number(), this, [this, text] { speechRecognizedResult(text); });
+        },
+        Qt::DirectConnection);
+    connect(
+        m_recognizer, &SpeechRecognizer::sigRecognizeComplete, this,
+        [this](bool is_success) {
+            m_task.post(m_task.number(), this, [this, is_success] { recognizeCompleted(is_success); });
+        },
+        Qt::DirectConnection);
     return m_recognizer;
 }
 

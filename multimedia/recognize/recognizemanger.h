@@ -1,5 +1,6 @@
 #pragma once
 
+#include "multimedia/base/currentrequest.h"
 #include "multimedia/recognize/recognizecontext.h"
 
 #include <QtCore/QObject>
@@ -15,9 +16,8 @@ class SpeechRecognizer;
 /// The queue in front of the speech recogniser: first in, first out, one request at a time.
 ///
 /// The head of the queue runs, or waits for the user's authorisation, which is asked for whenever a request
-/// enters an empty queue. Texts and ends are told by `RecordEngine`'s signals, with the id of the head at the
-/// time of their arrival: reports carry no id of their own. So the end of a task that `cancelAllRecognize`
-/// cancelled is taken for that of a request that is made before it arrives.
+/// enters an empty queue. Texts and ends are told by `RecordEngine`'s signals, with the id of the head, which
+/// they belong to: what is still on its way of an earlier task is dropped.
 ///
 /// All operations on the thread that the object lives on, which is the GUI thread. What the recogniser tells
 /// on other threads comes by queued connections; nothing else protects the queue.
@@ -69,10 +69,13 @@ public Q_SLOTS:
 
 private:
     void handleAuthorization(bool authorized);
+    /// Nothing more is told of the running task, nor of the question for authorisation.
+    void abandonRecognize();
 
     SpeechRecognizer* m_recognizer = nullptr; ///< a child
     QQueue<QSharedPointer<RecognizeContext>> m_queue;
-    QSet<QString> m_ids; ///< ids in `m_queue`, but for a cancelled head's
+    QSet<QString> m_ids;               ///< ids in `m_queue`, but for a cancelled head's
+    multimedia::CurrentRequest m_task; ///< that the head waits for
 };
 
 } // namespace speechRecognize

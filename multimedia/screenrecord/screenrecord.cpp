@@ -124,19 +124,15 @@ void ScreenRecord::stop()
 void ScreenRecord::customEvent(QEvent* event)
 {
     State state = Waiting;
-    QString file;
-    bool has_ended = false;
+    std::vector<QString> ended;
     {
         std::lock_guard lock(d->mutex); // it was posted under it
         if (event->type() != ScreenRecordPrivate::kStateChangeEventType)
             return;
         state = d->state;
-        if (state == Waiting) {
-            file = d->file;
-            has_ended = std::exchange(d->file_is_news, false);
-        }
+        ended = std::exchange(d->ended, {});
     }
-    if (has_ended)
+    for (const QString& file : ended)
         Q_EMIT fileChanged(file);
     Q_EMIT stateChanged(state);
 }

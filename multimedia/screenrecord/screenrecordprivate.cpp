@@ -497,7 +497,7 @@ void ScreenRecordPrivate::finishFile()
     }
     std::lock_guard lock(mutex);
     file = finished;
-    file_is_news = true;
+    ended.push_back(finished);
 }
 
 void ScreenRecordPrivate::CloseThread()

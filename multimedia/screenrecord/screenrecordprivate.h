@@ -24,6 +24,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 class QThread;
 
@@ -71,10 +72,10 @@ public:
     ScreenRecord::State state = ScreenRecord::Waiting; ///< as seen from outside
     bool is_gif = false;
     bool is_mute = false;
-    QScreen* screen = nullptr; ///< cleared when the screen is taken away
-    QRect rect;                ///< logical pixels
-    QString file;              ///< of the last finished recording; empty when it left none that plays
-    bool file_is_news = false; ///< a recording has ended, and the owner has not told of it
+    QScreen* screen = nullptr;  ///< cleared when the screen is taken away
+    QRect rect;                 ///< logical pixels
+    QString file;               ///< of the last finished recording; empty when it left none that plays
+    std::vector<QString> ended; ///< values of `file` that the owner has not told of yet
 
 Q_SIGNALS:
     void ToThread();

@@ -28,8 +28,8 @@ const QMap<QString, PcmAudio::Format> g_pcmFormat = {
 /// Guards what follows. Taken before any lock of the service's.
 std::mutex g_mutex;
 RecognizeManger* m_parent = nullptr;
-/// Counts the tasks started, and the recognisers made and gone. What was asked for at an earlier count is
-/// nobody's any more.
+/// Counts the tasks started and abandoned, and the recognisers made and gone. What was asked for at an
+/// earlier count is nobody's any more.
 quint64 g_count = 0;
 SpeechService::Task g_RecognizeTask = 0;
 qint64 lastSegmentCount = 0;
@@ -199,6 +199,13 @@ void SpeechRecognizer::stopRecognize()
 {
     const std::lock_guard lock(g_mutex);
     cancelTask();
+}
+
+void SpeechRecognizer::abandon()
+{
+    const std::lock_guard lock(g_mutex);
+    cancelTask();
+    ++g_count;
 }
 
 void SpeechRecognizer::recognizeComplete()

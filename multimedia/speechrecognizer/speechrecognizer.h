@@ -32,6 +32,8 @@ public:
     void recognizeAudioBuffer(const QVariantMap& pcmMap, const QString& language);
     /// Cancels the running task, whose end is told when the service reports it.
     void stopRecognize();
+    /// Cancels the running task, of which nothing more is told, and forgets a request for authorisation.
+    void abandon();
     /// Tells the end of the running task, and cancels it.
     void recognizeComplete();
     /// Answers by the parent's `sigRequestedAuthorization`, at once where the answer is known already.

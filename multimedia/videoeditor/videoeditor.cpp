@@ -99,8 +99,8 @@ void VideoEditor::clip(EditFileFilterPtr filter)
     m_clipThreads.remove(fileId(filter)); // ends a former clip, before its target may be begun anew
     const auto thread = QSharedPointer<VideoClipThread>::create();
     connect(thread.get(), &VideoClipThread::clipFinish, this, &VideoEditor::onClipFinish);
+    m_clipThreads[fileId(filter)] = thread; // a refusal is told at once, and may be answered by a new clip
     thread->startClip(filter, false);
-    m_clipThreads[fileId(filter)] = thread;
 }
 
 void VideoEditor::onClipFinish(EditFileFilterPtr editFilePtr, int code)
@@ -203,5 +203,6 @@ void VideoEditor::clearPreview()
 
 QSize VideoEditor::videoSize(QString fileName)
 {
-    return fileName.isEmpty() ? kUnnamedSize : VideoCapture::instance()->videoSourceSize(fileName);
+    return fileName.isEmpty() ? kUnnamedSize
+                              : VideoCapture::instance()->videoSourceSize(Util::toLocalFile(fileName));
 }

@@ -52,6 +52,7 @@ void start(QProcess& process, const QString& command)
 {
     QStringList words = QProcess::splitCommand(command);
     const QString program = words.takeFirst();
+    process.setStandardInputFile(QProcess::nullDevice());
     process.start(program, words, QIODevice::ReadWrite);
 }
 

@@ -23,7 +23,7 @@ QString inputPath(const QString& path);
 
 /// A program that cannot be started gives a line in the log. Once for each process object.
 void logStartFailure(QProcess& process);
-/// Starts `command`; returns at once.
+/// Starts `command`; returns at once. A question of the tool's finds its standard input at an end.
 void start(QProcess& process, const QString& command);
 /// Runs `command` for at most `timeout_ms` and ends it then.
 ///

@@ -25,13 +25,12 @@ constexpr auto kDuration = "Duration";
 constexpr int kUnmatchedTextLength = 256;
 
 /// The seconds of the clock time that `pattern` finds in `text`; -1 without one.
-int secondsIn(QString text, const QString& pattern)
+int secondsIn(const QString& text, const QString& pattern)
 {
-    constexpr int kClockTimeLength = 8;
-    text.replace(QRegularExpression(pattern), QStringLiteral("\\1"));
-    if (text.length() != kClockTimeLength)
+    const QRegularExpressionMatch match = QRegularExpression(pattern).match(text);
+    if (!match.hasMatch())
         return -1;
-    return QTime::fromString(QStringLiteral("00:00:00")).secsTo(QTime::fromString(text));
+    return QTime::fromString(QStringLiteral("00:00:00")).secsTo(QTime::fromString(match.captured(1)));
 }
 
 } // namespace

@@ -58,7 +58,7 @@ public Q_SLOTS:
     /// Makes a GIF, or an MP4, of the same base name; reports by `gifConvertComplete` or
     /// `mp4ConvertComplete`.
     ///
-    /// Nothing is overwritten: if there is such a file already, the program asks and waits for ever. `width`
+    /// Nothing is overwritten: if there is such a file already, the conversion fails. `width`
     /// and `height` (pixels) stand behind the output, where they have no effect on it, as does the encoder
     /// that `gifToMp4` names.
     ///

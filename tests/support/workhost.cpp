@@ -47,10 +47,10 @@ QString result(const char* name)
     return QDir::temp().filePath(QLatin1String(name));
 }
 
-EditFileFilterPtr request(const QString& path, const char* target)
+EditFileFilterPtr request(BaseFile& file, const char* target)
 {
     auto filter = EditFileFilterPtr::create();
-    filter->file = new BaseFile(path, path); // for as long as a request may want it
+    filter->file = &file;
     filter->savePath = result(target);
     return filter;
 }
@@ -64,7 +64,8 @@ void recordVoice(int changer)
 const QMap<QString, std::function<void()>> kWorks = {
     {"clip",
      [] {
-         const EditFileFilterPtr filter = request(source("film.mp4"), "clip.mp4");
+         static BaseFile file("film", source("film.mp4"));
+         const EditFileFilterPtr filter = request(file, "clip.mp4");
          filter->editInfo = {{"startTime", 1000}, {"endTime", 11'000}};
          VideoEditor::instance()->clip(filter);
      }},
@@ -79,7 +80,8 @@ const QMap<QString, std::function<void()>> kWorks = {
     {"devices", [] { DeviceManager::DeviceMgr::instance(); }},
     {"edit",
      [] {
-         const EditFileFilterPtr filter = request(source("picture.jpg"), "edited.png");
+         static BaseFile file("picture", source("picture.jpg"));
+         const EditFileFilterPtr filter = request(file, "edited.png");
          filter->editInfo = {{"mirrored", true}, {"x2", 1.0}, {"y2", 1.0}};
          ImageEdit::ImageEditProvider::instance()->doEdit(filter);
      }},
