@@ -1,9 +1,10 @@
 #include "multimedia/base/captureinput.h"
+#include "multimedia/base/formatin.h"
 #include "multimedia/base/getqaudio.h"
 #include "multimedia/base/grabscreen.h"
 #include "multimedia/base/threadinfo.h"
 #include "multimedia/devicemgr/permission.h"
-#include "multimedia/screenrecord/screengrabberprivate.h"
+#include "multimedia/screenrecord/screengrabberstep.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/testscreen.h"
 

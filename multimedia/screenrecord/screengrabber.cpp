@@ -1,10 +1,10 @@
 #include "multimedia/screenrecord/screengrabber.h"
 
-#include "multimedia/base/screenlist.h"
 #include "multimedia/base/warning.h"
 #include "multimedia/devicemgr/permission.h"
-#include "multimedia/screenrecord/devicepixels.h"
 #include "multimedia/screenrecord/screengrabberprivate.h"
+#include "multimedia/screenrecord/screengrabberstep.h"
+#include "multimedia/screensource/devicepixels.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QEvent>
@@ -15,7 +15,7 @@ ScreenGrabber::ScreenGrabber(QObject* parent)
     : QObject(parent)
     , d(std::make_unique<Private>(this))
 {
-    ScreenList::instance();
+    watchDesktop();
 }
 
 ScreenGrabber::~ScreenGrabber()
@@ -77,6 +77,11 @@ void ScreenGrabber::customEvent(QEvent* event)
 {
     if (event->type() == Private::kFrameEventType) {
         Q_EMIT readyRead();
+    } else if (event->type() == Private::kEndEventType) {
+        if (d->state == kRunning) {
+            stop();
+            ScreenGrabberStep::run(*this);
+        }
     } else if (event->type() != Private::kStepEventType) {
         QObject::customEvent(event);
     } else if (d->state == kStopping) {
@@ -88,44 +93,56 @@ void ScreenGrabber::customEvent(QEvent* event)
     }
 }
 
+void ScreenGrabberStep::run(ScreenGrabber& grabber)
+{
+    grabber.d->worker->start();
+}
+
 bool ScreenGrabber::Private::start()
 {
     registAll();
-    const QRect source = toDevicePixels(rect, ScreenList::instance().pixelRatio(screen));
+    ScreenSource::Params wanted;
+    wanted.screen_index = [this] { return getVideoIndex(screen); };
+    wanted.rect = rect;
+    wanted.frame_rate = frame_rate;
+    wanted.on_frame = [this](FrameHandle frame) {
+        if (!crop)
+            openStages();
+        crop->crop(std::move(frame));
+    };
+    wanted.on_change = [this](ScreenSource::State next) {
+        if (next == ScreenSource::State::Ended)
+            post(kEndEventType);
+    };
+    source = createScreenSource(std::move(wanted));
+    source->open();
+    post(kStepEventType);
+    source->start();
+    if (source->state() == ScreenSource::State::Ended) // perhaps before the step
+        post(kEndEventType);
+    return false;
+}
 
+void ScreenGrabber::Private::openStages()
+{
+    const QRect area = source->area();
     Scale::Params scaled;
     scaled.on_frame = [this](FrameHandle frame) { onScale(std::move(frame)); };
-    scaled.size = roundUpToEven(source.size());
+    scaled.size = roundUpToEven(area.size());
     scaled.pixel_format = AV_PIX_FMT_YUV420P;
     scale = std::make_unique<Scale>(std::move(scaled));
 
     Crop::Params cropped;
     cropped.on_frame = [this](FrameHandle frame) { scale->scale(std::move(frame)); };
-    cropped.rect = source;
+    cropped.rect = area;
     crop = std::make_unique<Crop>(std::move(cropped));
-
-    FormatHandle capture = FormatIn::createVideo({frame_rate, getVideoIndex(screen)});
-    Decode::Params decoded;
-    decoded.on_frame = [this](FrameHandle frame) { crop->crop(std::move(frame)); };
-    decoded.format = capture.get();
-    decoded.is_video = true;
-    decode = std::make_unique<Decode>(std::move(decoded));
-
-    FormatIn::Params opened;
-    opened.on_video = [this](PacketHandle packet) { decode->decode(std::move(packet)); };
-    opened.format = std::move(capture);
-    format_in = std::make_unique<FormatIn>(std::move(opened));
-
-    QCoreApplication::postEvent(q, new QEvent(QEvent::Type(kStepEventType)));
-    format_in->start();
-    return false;
 }
 
 bool ScreenGrabber::Private::stop()
 {
-    format_in->stop();
+    source->stop();
     destroyStages();
-    QCoreApplication::postEvent(q, new QEvent(QEvent::Type(kStepEventType)));
+    post(kStepEventType);
     return false;
 }
 
@@ -133,13 +150,17 @@ void ScreenGrabber::Private::onScale(FrameHandle frame)
 {
     std::lock_guard lock(mutex);
     latest = std::move(frame);
-    QCoreApplication::postEvent(q, new QEvent(QEvent::Type(kFrameEventType)));
+    post(kFrameEventType);
+}
+
+void ScreenGrabber::Private::post(int type) const
+{
+    QCoreApplication::postEvent(q, new QEvent(QEvent::Type(type)));
 }
 
 void ScreenGrabber::Private::destroyStages()
 {
-    format_in.reset();
-    decode.reset();
+    source.reset();
     crop.reset();
     scale.reset();
 }
