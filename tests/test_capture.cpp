@@ -8,6 +8,10 @@
 #include "tests/support/logcapture.h"
 #include "tests/support/testscreen.h"
 
+extern "C" {
+#include <libavutil/frame.h>
+}
+
 #include <QtTest/QtTest>
 
 #include <map>

@@ -23,13 +23,13 @@ struct Way
     QPoint down;
 };
 
-/// By the numbers of `spa_meta_videotransform_value`: turns against the clock, then the same of a mirrored
-/// picture.
+/// By the numbers of `spa_meta_videotransform_value`, which say how the desktop has turned the picture: against
+/// the clock, by quarters, and then the same of a mirrored one.
 constexpr std::array<Way, 8> kWays = {{
     {{1, 0}, {0, 1}},
-    {{0, 1}, {-1, 0}},
-    {{-1, 0}, {0, -1}},
     {{0, -1}, {1, 0}},
+    {{-1, 0}, {0, -1}},
+    {{0, 1}, {-1, 0}},
     {{-1, 0}, {0, 1}},
     {{0, 1}, {1, 0}},
     {{1, 0}, {0, -1}},
