@@ -79,6 +79,7 @@ private Q_SLOTS:
     void screen_records_partOfScreen_data();
     void screen_records_partOfScreen();
     void screen_chooses_secondScreen();
+    void screen_says_whenTheDesktopRefuses();
     void photo_crops_turnsAndMirrors();
     void photo_keepsRatio_whenChosen();
     void photo_draws_andUndoes();
@@ -450,6 +451,22 @@ QImage TestHost::savePhoto()
 {
     const QString saved = save("savePhoto", "edited.png");
     return QTest::qWaitFor([this] { return scene->isEnabled("savePhoto"); }) ? QImage(saved) : QImage();
+}
+
+void TestHost::screen_says_whenTheDesktopRefuses()
+{
+    if (QGuiApplication::platformName() != "wayland" || qEnvironmentVariableIsSet("RIG_BACKEND_PID"))
+        QSKIP("needs a Wayland desktop that shares no screen");
+    show("screen");
+    for (const char* button : {"pagescreen", "askAgain"}) {
+        scene->click(button);
+        QTRY_VERIFY(scene->isSeen("askAgain"));
+        QVERIFY(scene->value("previewWords", "text").toString().startsWith("The desktop does not let"));
+    }
+    scene->click("recordScreen");
+    QTRY_VERIFY(scene->isSeen("notice"));
+    scene->shoot("screen-refused");
+    scene->key(Qt::Key_Escape);
 }
 
 void TestHost::photo_crops_turnsAndMirrors()

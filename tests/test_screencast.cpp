@@ -41,8 +41,7 @@ QString keptToken()
 {
     QFile file(tokenFile());
     const bool is_there = file.open(QIODevice::ReadOnly);
-    const QJsonObject tokens =
-        is_there ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
+    const QJsonObject tokens = is_there ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
     return tokens.isEmpty() ? QString() : tokens.begin().value().toString();
 }
 
@@ -52,8 +51,7 @@ void keepToken(const QString& token)
     QDir().mkpath(info.path());
     QFile file(info.filePath());
     file.open(QIODevice::WriteOnly);
-    file.write(
-        QJsonDocument(QJsonObject{{QGuiApplication::primaryScreen()->name(), token}}).toJson());
+    file.write(QJsonDocument(QJsonObject{{QGuiApplication::primaryScreen()->name(), token}}).toJson());
 }
 
 } // namespace

@@ -25,7 +25,10 @@ QByteArray compositor(const QStringList& command)
 /// Pixels to a logical one, of the screen that the compositor has first.
 double trueScale()
 {
-    return QJsonDocument::fromJson(compositor({"-t", "get_outputs"})).array()[0].toObject()["scale"].toDouble();
+    return QJsonDocument::fromJson(compositor({"-t", "get_outputs"}))
+        .array()[0]
+        .toObject()["scale"]
+        .toDouble();
 }
 
 /// Ends what the rig has started, and waits until it is gone.
@@ -50,10 +53,7 @@ bool isGrey(const QColor& colour)
 class StillWindow : public QRasterWindow
 {
 protected:
-    void paintEvent(QPaintEvent*) override
-    {
-        QPainter(this).fillRect(QRect({0, 0}, size()), Qt::darkCyan);
-    }
+    void paintEvent(QPaintEvent*) override { QPainter(this).fillRect(QRect({0, 0}, size()), Qt::darkCyan); }
 };
 
 } // namespace
@@ -101,7 +101,8 @@ void TestWayland::recording_showsTheMovingPicture()
     const QString file = recorder.end();
     QCOMPARE(mediacheck::decodeErrors(file), QString());
     const std::vector<int> codes = filmclock::codes(file);
-    QVERIFY2(std::abs(double(codes.size()) / 25 - recorded_s) < 0.15, qPrintable(QString::number(codes.size())));
+    QVERIFY2(std::abs(double(codes.size()) / 25 - recorded_s) < 0.15,
+             qPrintable(QString::number(codes.size())));
     QVERIFY(std::is_sorted(codes.begin(), codes.end()));
     // 20 ms each, as in the picture itself: the last ones are those of the end.
     const double shown_s = (codes.back() - codes.front()) * 0.02;

@@ -21,6 +21,7 @@ ScreenGrabber::ScreenGrabber(QObject* parent)
 ScreenGrabber::~ScreenGrabber()
 {
     stop();
+    d->leave();
     if (d->worker)
         d->worker->stop();
 }
@@ -54,6 +55,7 @@ bool ScreenGrabber::start(QScreen* screen, QRect rect, uint8_t frame_rate)
     d->screen = screen;
     d->rect = rect;
     d->frame_rate = frame_rate;
+    d->leaving = false;
     d->worker = std::make_unique<Worker>([this] { return d->start(); });
     d->state = kStarting;
     return true;
@@ -63,6 +65,7 @@ void ScreenGrabber::stop()
 {
     if (d->state != kRunning)
         return;
+    d->leave();
     d->worker = std::make_unique<Worker>([this] { return d->stop(); });
     d->state = kStopping;
 }
@@ -105,22 +108,46 @@ bool ScreenGrabber::Private::start()
     wanted.screen_index = [this] { return getVideoIndex(screen); };
     wanted.rect = rect;
     wanted.frame_rate = frame_rate;
-    wanted.on_frame = [this](FrameHandle frame) {
-        if (!crop)
-            openStages();
-        crop->crop(std::move(frame));
-    };
-    wanted.on_change = [this](ScreenSource::State next) {
-        if (next == ScreenSource::State::Ended)
-            post(kEndEventType);
-    };
+    wanted.on_frame = [this](FrameHandle frame) { crop->crop(std::move(frame)); };
+    wanted.on_change = [this](ScreenSource::State next) { onSourceChange(next); };
     source = createScreenSource(std::move(wanted));
-    source->open();
-    post(kStepEventType);
-    source->start();
-    if (source->state() == ScreenSource::State::Ended) // perhaps before the step
+    const bool asks = source->state() == ScreenSource::State::Asking;
+    if (asks) // it may be stopped before there is an answer
+        post(kStepEventType);
+    const ScreenSource::State answer = awaitSource();
+    if (answer == ScreenSource::State::Ready)
+        openStages();
+    if (!asks)
+        post(kStepEventType);
+    if (answer == ScreenSource::State::Ready)
+        source->start();
+    else if (answer == ScreenSource::State::Ended)
         post(kEndEventType);
     return false;
+}
+
+ScreenSource::State ScreenGrabber::Private::awaitSource()
+{
+    BlockingSection blocking;
+    std::unique_lock lock(mutex);
+    changed.wait(lock, [this] { return leaving || source->state() != ScreenSource::State::Asking; });
+    return source->state();
+}
+
+void ScreenGrabber::Private::onSourceChange(ScreenSource::State next)
+{
+    if (next == ScreenSource::State::Ended)
+        post(kEndEventType);
+    std::lock_guard lock(mutex);
+    changed.notify_all();
+}
+
+/// Ends the wait for the source.
+void ScreenGrabber::Private::leave()
+{
+    std::lock_guard lock(mutex);
+    leaving = true;
+    changed.notify_all();
 }
 
 void ScreenGrabber::Private::openStages()
@@ -136,6 +163,7 @@ void ScreenGrabber::Private::openStages()
     cropped.on_frame = [this](FrameHandle frame) { scale->scale(std::move(frame)); };
     cropped.rect = area;
     crop = std::make_unique<Crop>(std::move(cropped));
+    source->open();
 }
 
 bool ScreenGrabber::Private::stop()

@@ -6,6 +6,7 @@
 #include "multimedia/screenrecord/screengrabber.h"
 #include "multimedia/screensource/screensource.h"
 
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 
@@ -14,9 +15,8 @@ namespace multimedia {
 /// The graph behind `ScreenGrabber`: ScreenSource > Crop > Scale > `onScale`.
 ///
 /// `start` and `stop` are bodies of `worker`, on the pool; everything else belongs to the owner's thread. The
-/// pool side talks to the owner through posted events. What stands behind the source is made for its first
-/// picture, which may come long after `start` where the desktop asks its user. A source that ends stops the
-/// grabber.
+/// pool side talks to the owner through posted events. Where the desktop asks its user, `start` waits for the
+/// answer, and is told to `leave`. A source that ends stops the grabber.
 class ScreenGrabber::Private
 {
 public:
@@ -33,6 +33,9 @@ public:
     bool start();
     bool stop();
     void openStages();
+    ScreenSource::State awaitSource();
+    void onSourceChange(ScreenSource::State next);
+    void leave();
     void onScale(FrameHandle frame);
     void post(int type) const;
     void destroyStages();
@@ -40,9 +43,11 @@ public:
     ScreenGrabber* const q;
     State state = kWaiting; ///< the owner's thread only
     QScreen* screen = nullptr;
-    QRect rect;             ///< logical pixels
-    uint8_t frame_rate = 0; ///< frames per second
-    std::mutex mutex;       ///< guards `latest`
+    QRect rect;                      ///< logical pixels
+    uint8_t frame_rate = 0;          ///< frames per second
+    std::mutex mutex;                ///< guards `latest` and `leaving`
+    std::condition_variable changed; ///< the source, or `leaving`; pairs with `mutex`
+    bool leaving = false;
     std::unique_ptr<Worker> worker;
     FrameHandle latest;
     std::unique_ptr<ScreenSource> source;

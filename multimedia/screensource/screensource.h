@@ -13,8 +13,8 @@ namespace multimedia {
 
 /// Source of a graph: the pictures of a screen, from whoever lets programs see it on this desktop.
 ///
-/// `CaptureSource` is FFmpeg's capture; on a Wayland desktop, where that sees nothing, `PortalSource` asks the
-/// desktop. `createScreenSource` chooses.
+/// `CaptureSource` is FFmpeg's capture; on a Wayland desktop, where that sees nothing, `PortalSource` asks
+/// the desktop. `createScreenSource` chooses.
 ///
 /// `state` from any thread; the rest from the steps of whoever builds the graph, one at a time. The callables
 /// come from threads of the source, with no lock held that `start` or `stop` would want. The destructor waits
@@ -51,7 +51,8 @@ public:
     virtual QRect area() const = 0;
     /// Once, when the graph behind it stands.
     virtual void open() = 0;
-    /// Begins to hand out pictures, or goes on after `stop`; while the desktop is asked, once it has answered.
+    /// Begins to hand out pictures, or goes on after `stop`; while the desktop is asked, once it has
+    /// answered.
     virtual void start() = 0;
     /// Does not wait: one picture more may come.
     virtual void stop() = 0;

@@ -273,9 +273,9 @@ void PipeWireStream::onFormat(const spa_pod* format)
     spa_video_info_raw info{};
     if (spa_format_video_raw_parse(format, &info) < 0)
         return;
-    const auto* found = std::find_if(
-        kPixelFormats.begin(), kPixelFormats.end(),
-        [&info](const PixelFormat& candidate) { return candidate.of_desktop == info.format; });
+    const auto* found =
+        std::find_if(kPixelFormats.begin(), kPixelFormats.end(),
+                     [&info](const PixelFormat& candidate) { return candidate.of_desktop == info.format; });
     if (found == kPixelFormats.end() || info.size.width > kLargestSide || info.size.height > kLargestSide)
         return;
     has_format = true;

@@ -132,8 +132,7 @@ void ScreenCast::readFacts()
     call(QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("GetAll"), {kScreenCast},
          [this](const QDBusMessage& reply) {
              if (reply.type() == QDBusMessage::ErrorMessage) {
-                 end("this desktop has no portal that shares screens: " +
-                     reply.errorMessage().toStdString());
+                 end("this desktop has no portal that shares screens: " + reply.errorMessage().toStdString());
                  return;
              }
              const auto facts = qdbus_cast<QVariantMap>(reply.arguments().value(0));
@@ -144,8 +143,7 @@ void ScreenCast::readFacts()
              else
                  end("the desktop portal has no backend that shares screens");
          });
-    auto* watcher =
-        new QDBusServiceWatcher(kService, bus, QDBusServiceWatcher::WatchForUnregistration, this);
+    auto* watcher = new QDBusServiceWatcher(kService, bus, QDBusServiceWatcher::WatchForUnregistration, this);
     connect(watcher, &QDBusServiceWatcher::serviceUnregistered, this,
             [this] { end("the desktop portal has ended"); });
 }
@@ -259,8 +257,7 @@ void ScreenCast::request(const QString& method, QVariantList arguments, QVariant
             selectSources();
             return;
         }
-        end("the desktop portal refuses " + method.toStdString() + ": " +
-            reply.errorMessage().toStdString());
+        end("the desktop portal refuses " + method.toStdString() + ": " + reply.errorMessage().toStdString());
     });
 }
 

@@ -61,8 +61,7 @@ private:
 
     void call(const QString& interface, const QString& method, const QVariantList& arguments,
               const Then& then);
-    void request(const QString& method, QVariantList arguments, QVariantMap options,
-                 const ThenResults& then);
+    void request(const QString& method, QVariantList arguments, QVariantMap options, const ThenResults& then);
     QVariant session() const;
     void end(const std::string& why);
 

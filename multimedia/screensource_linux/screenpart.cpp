@@ -23,8 +23,8 @@ struct Way
     QPoint down;
 };
 
-/// By the numbers of `spa_meta_videotransform_value`, which say how the desktop has turned the picture: against
-/// the clock, by quarters, and then the same of a mirrored one.
+/// By the numbers of `spa_meta_videotransform_value`, which say how the desktop has turned the picture:
+/// against the clock, by quarters, and then the same of a mirrored one.
 constexpr std::array<Way, 8> kWays = {{
     {{1, 0}, {0, 1}},
     {{0, -1}, {1, 0}},
@@ -138,11 +138,10 @@ FrameHandle ScreenPart::fit(FrameHandle picture)
         return {};
     const QSize inner =
         QSize(picture->width, picture->height).scaled(frame_size, Qt::KeepAspectRatio).expandedTo({1, 1});
-    const QPoint corner((frame_size.width() - inner.width()) / 2,
-                        (frame_size.height() - inner.height()) / 2);
-    const SwsContextPtr scaler(sws_getContext(
-        picture->width, picture->height, AVPixelFormat(picture->format), inner.width(), inner.height(),
-        AVPixelFormat(frame_format), SWS_BILINEAR, nullptr, nullptr, nullptr));
+    const QPoint corner((frame_size.width() - inner.width()) / 2, (frame_size.height() - inner.height()) / 2);
+    const SwsContextPtr scaler(sws_getContext(picture->width, picture->height, AVPixelFormat(picture->format),
+                                              inner.width(), inner.height(), AVPixelFormat(frame_format),
+                                              SWS_BILINEAR, nullptr, nullptr, nullptr));
     if (!scaler)
         return {};
     for (int y = 0; y < frame_size.height(); ++y)

@@ -5,6 +5,8 @@
 #include "multimedia/screensource/capturesource.h"
 #ifdef MULTIMEDIA_HAS_PIPEWIRE
 #    include "multimedia/screensource_linux/portalsource.h"
+
+#    include <QtDBus/QDBusConnection>
 #endif
 
 #include <QtCore/QLoggingCategory>
@@ -77,7 +79,12 @@ using PortalSource = RefusedSource;
 void watchDesktop()
 {
     ScreenList::instance();
-    mustAskTheDesktop();
+    if (!mustAskTheDesktop())
+        return;
+#ifdef MULTIMEDIA_HAS_PIPEWIRE
+    // QtDBus goes with the process after all that is made later, what ends recordings for one.
+    QDBusConnection(QStringLiteral("none"));
+#endif
 }
 
 std::unique_ptr<ScreenSource> createScreenSource(ScreenSource::Params params)

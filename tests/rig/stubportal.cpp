@@ -163,10 +163,9 @@ const spa_pod* Screen::buildFormat(spa_pod_builder& builder) const
     const spa_fraction least = {1, 1};
     spa_pod_frame object{};
     spa_pod_builder_push_object(&builder, &object, SPA_TYPE_OBJECT_Format, SPA_PARAM_EnumFormat);
-    spa_pod_builder_add(
-        &builder, SPA_FORMAT_mediaType, SPA_POD_Id(SPA_MEDIA_TYPE_video), SPA_FORMAT_mediaSubtype,
-        SPA_POD_Id(SPA_MEDIA_SUBTYPE_raw), SPA_FORMAT_VIDEO_format,
-        SPA_POD_Id(mode == "rgba" ? SPA_VIDEO_FORMAT_RGBA : SPA_VIDEO_FORMAT_BGRx), 0);
+    spa_pod_builder_add(&builder, SPA_FORMAT_mediaType, SPA_POD_Id(SPA_MEDIA_TYPE_video),
+                        SPA_FORMAT_mediaSubtype, SPA_POD_Id(SPA_MEDIA_SUBTYPE_raw), SPA_FORMAT_VIDEO_format,
+                        SPA_POD_Id(mode == "rgba" ? SPA_VIDEO_FORMAT_RGBA : SPA_VIDEO_FORMAT_BGRx), 0);
     if (mode == "dmabuf") {
         spa_pod_builder_prop(&builder, SPA_FORMAT_VIDEO_modifier, SPA_POD_PROP_FLAG_MANDATORY);
         spa_pod_builder_long(&builder, 0);
@@ -186,15 +185,14 @@ void Screen::onFormat()
             &builder, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type, SPA_POD_Id(type),
             SPA_PARAM_META_size, SPA_POD_Int(int(length))));
     };
-    std::array params = {static_cast<const spa_pod*>(spa_pod_builder_add_object(
-                             &builder, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers,
-                             SPA_PARAM_BUFFERS_buffers, SPA_POD_CHOICE_RANGE_Int(4, 2, 8),
-                             SPA_PARAM_BUFFERS_blocks, SPA_POD_Int(1), SPA_PARAM_BUFFERS_size,
-                             SPA_POD_Int(stride() * size.height()), SPA_PARAM_BUFFERS_stride,
-                             SPA_POD_Int(stride()), SPA_PARAM_BUFFERS_dataType,
-                             SPA_POD_CHOICE_FLAGS_Int(1 << SPA_DATA_MemFd))),
-                         meta(SPA_META_Header, sizeof(spa_meta_header)),
-                         meta(SPA_META_VideoCrop, sizeof(spa_meta_region))};
+    std::array params = {
+        static_cast<const spa_pod*>(spa_pod_builder_add_object(
+            &builder, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_buffers,
+            SPA_POD_CHOICE_RANGE_Int(4, 2, 8), SPA_PARAM_BUFFERS_blocks, SPA_POD_Int(1),
+            SPA_PARAM_BUFFERS_size, SPA_POD_Int(stride() * size.height()), SPA_PARAM_BUFFERS_stride,
+            SPA_POD_Int(stride()), SPA_PARAM_BUFFERS_dataType,
+            SPA_POD_CHOICE_FLAGS_Int(1 << SPA_DATA_MemFd))),
+        meta(SPA_META_Header, sizeof(spa_meta_header)), meta(SPA_META_VideoCrop, sizeof(spa_meta_region))};
     pw_stream_update_params(stream, params.data(), mode == "crop" ? 3 : 2);
 }
 
@@ -324,8 +322,8 @@ void Portal::respond(const QDBusConnection& bus, const QDBusMessage& message, ui
     bus.send(message.createReply(QVariant::fromValue(QDBusObjectPath(path))));
     if (mode == "silent" && message.member() == "Start")
         return;
-    QDBusMessage response = QDBusMessage::createSignal(
-        path, QStringLiteral("org.freedesktop.portal.Request"), QStringLiteral("Response"));
+    QDBusMessage response = QDBusMessage::createSignal(path, QStringLiteral("org.freedesktop.portal.Request"),
+                                                       QStringLiteral("Response"));
     response << code << results;
     bus.send(response);
 }

@@ -80,11 +80,10 @@ std::vector<int> codes(const QString& recording, double pixel_ratio)
 {
     const int cell = qRound(32 * pixel_ratio);
     const QByteArray cells = mediacheck::output(
-        QStringLiteral("ffmpeg"), {"-v", "error", "-i", recording, "-map", "0:v", "-vf",
-                                   QStringLiteral("crop=%1:%2:0:0,scale=16:1:flags=area,format=gray")
-                                       .arg(kBits * cell)
-                                       .arg(cell),
-                                   "-f", "rawvideo", "-"});
+        QStringLiteral("ffmpeg"),
+        {"-v", "error", "-i", recording, "-map", "0:v", "-vf",
+         QStringLiteral("crop=%1:%2:0:0,scale=16:1:flags=area,format=gray").arg(kBits * cell).arg(cell), "-f",
+         "rawvideo", "-"});
     std::vector<int> shown;
     for (int i = 0; (i + 1) * kBits <= cells.size(); ++i) {
         int code = 0;
