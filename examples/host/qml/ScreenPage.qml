@@ -126,6 +126,7 @@ HostPage {
             ScreenPreview {
                 id: preview
 
+                objectName: "screenPreview"
                 anchors.centerIn: parent
                 width: screenPage.screenSize.width * room.scale
                 height: screenPage.screenSize.height * room.scale
@@ -135,6 +136,7 @@ HostPage {
             Label {
                 objectName: "previewWords"
                 anchors.centerIn: preview
+                anchors.verticalCenterOffset: -preview.height / 4 // above the frame's own words
                 width: Math.min(implicitWidth, preview.width - 24)
                 visible: !preview.hasPicture
                 wrapMode: Text.WordWrap
