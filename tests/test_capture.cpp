@@ -4,7 +4,7 @@
 #include "multimedia/base/grabscreen.h"
 #include "multimedia/base/threadinfo.h"
 #include "multimedia/devicemgr/permission.h"
-#include "multimedia/screenrecord/screengrabberstep.h"
+#include "multimedia/screenrecord/steppedgrabber.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/testscreen.h"
 
@@ -31,12 +31,6 @@ static std::unique_ptr<GetQaudio> openMicrophone(std::function<void(FrameHandle)
     QMetaObject::invokeMethod(microphone.get(), &GetQaudio::init);
     return microphone;
 }
-
-class SteppedGrabber : public ScreenGrabber
-{
-public:
-    void step() { d->worker->start(); }
-};
 
 class TestCapture : public QObject
 {

@@ -1,4 +1,4 @@
-#include "multimedia/screenrecord/screengrabberstep.h"
+#include "multimedia/screenrecord/steppedgrabber.h"
 #include "tests/support/filmclock.h"
 #include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
@@ -12,7 +12,6 @@
 #include <csignal>
 
 using multimedia::ScreenGrabber;
-using multimedia::ScreenGrabberStep;
 using multimedia::ScreenRecord;
 
 namespace {
@@ -198,16 +197,16 @@ void TestWayland::grabber_showsTheScreen()
 {
     picture = filmclock::play();
     QVERIFY(picture);
-    ScreenGrabber grabber;
+    multimedia::SteppedGrabber grabber;
     QSignalSpy ready(&grabber, &ScreenGrabber::readyRead);
     for (int round = 0; round < 2; ++round) {
         QVERIFY(grabber.start(QGuiApplication::primaryScreen(), {0, 128, 256, 256}, 10));
-        ScreenGrabberStep::run(grabber);
+        grabber.step();
         QTRY_VERIFY(ready.size() >= 3 + 3 * round);
         const multimedia::Yuv420pFrame frame = grabber.takeFrame();
         QCOMPARE(QSize(frame.getWidth(), frame.getHeight()), QSize(256, 256));
         grabber.stop();
-        ScreenGrabberStep::run(grabber);
+        grabber.step();
         QTRY_COMPARE(grabber.getState(), ScreenGrabber::kWaiting);
     }
 }

@@ -1,7 +1,5 @@
 #include "examples/host/screenpreview.h"
 
-#include "multimedia/screenrecord/screengrabberstep.h"
-
 extern "C" {
 #include <libswscale/swscale.h>
 }
@@ -16,7 +14,6 @@ extern "C" {
 #include <utility>
 
 using multimedia::ScreenGrabber;
-using multimedia::ScreenGrabberStep;
 
 namespace {
 
@@ -96,14 +93,14 @@ void ScreenPreview::start()
     if (!screen || !grabber.start(screen, {{0, 0}, screen->size()}, kFramesPerSecond))
         return;
     grabbed_index = screen_index;
-    ScreenGrabberStep::run(grabber);
+    grabber.step();
 }
 
 void ScreenPreview::stop()
 {
     grabbed_index = -1;
     grabber.stop();
-    ScreenGrabberStep::run(grabber);
+    grabber.step();
 }
 
 void ScreenPreview::take()

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "multimedia/screenrecord/screengrabber.h"
+#include "multimedia/screenrecord/steppedgrabber.h"
 
 #include <QtCore/QTimer>
 #include <QtGui/QImage>
@@ -43,7 +43,7 @@ private:
     void show(const QImage& next);
     void setRefused(bool refused);
 
-    multimedia::ScreenGrabber grabber;
+    multimedia::SteppedGrabber grabber;
     QTimer timer; ///< looks how far the grabber has come, which has no signal for it
     QImage picture;
     int screen_index = 0;

@@ -3,7 +3,7 @@
 #include "multimedia/base/warning.h"
 #include "multimedia/devicemgr/permission.h"
 #include "multimedia/screenrecord/screengrabberprivate.h"
-#include "multimedia/screenrecord/screengrabberstep.h"
+#include "multimedia/screenrecord/steppedgrabber.h"
 #include "multimedia/screensource/devicepixels.h"
 
 #include <QtCore/QCoreApplication>
@@ -83,7 +83,7 @@ void ScreenGrabber::customEvent(QEvent* event)
     } else if (event->type() == Private::kEndEventType) {
         if (d->state == kRunning) {
             stop();
-            ScreenGrabberStep::run(*this);
+            d->worker->start();
         }
     } else if (event->type() != Private::kStepEventType) {
         QObject::customEvent(event);
@@ -96,9 +96,9 @@ void ScreenGrabber::customEvent(QEvent* event)
     }
 }
 
-void ScreenGrabberStep::run(ScreenGrabber& grabber)
+void SteppedGrabber::step()
 {
-    grabber.d->worker->start();
+    d->worker->start();
 }
 
 bool ScreenGrabber::Private::start()
