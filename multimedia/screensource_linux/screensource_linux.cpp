@@ -62,7 +62,7 @@ class RefusedSource : public ScreenSource
 public:
     explicit RefusedSource(const Params&)
     {
-        warning("createScreenSource", "built without PipeWire: no screen of a Wayland desktop can be seen");
+        warning("screen", "built without PipeWire: no screen of a Wayland desktop can be seen");
     }
     State state() const override { return State::Ended; }
     QRect area() const override { return {}; }
