@@ -6,6 +6,9 @@
 //   bench_recording memory SECONDS
 //       the most memory that a recording of the whole screen takes while both cores are taken (with-desktop
 //       --size 3840x2160), and how long its end takes
+//   bench_recording cost SECONDS
+//       what a recording costs where half of the screen is still, in with-wayland, too; how long its start
+//       takes, and the film's length
 //   bench_recording finish FILE...
 //       how long the end of a film of that length takes: FILE is turned, in a copy, from fragments into an
 //       ordinary one
@@ -76,7 +79,9 @@ struct Film
 {
     QString file;
     double recorded_s = 0;
-    double ended_s = 0; ///< from `stop` to `fileChanged`
+    double ended_s = 0;   ///< from `stop` to `fileChanged`
+    double started_s = 0; ///< from `start` until it runs
+    double cpu_s = 0;     ///< of all threads, while it ran
     double most_bytes = 0;
 };
 
@@ -88,16 +93,27 @@ double residentBytes()
     return statm.readAll().split(' ')[1].toDouble() * double(sysconf(_SC_PAGESIZE));
 }
 
-Film record(const QRect& rect, double seconds)
+double cpuSeconds()
+{
+    timespec used{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    return double(used.tv_sec) + double(used.tv_nsec) / 1e9;
+}
+
+Film record(const QRect& rect, double seconds, bool is_mute = false)
 {
     Film film;
     ScreenRecord recorder;
+    recorder.setIsMute(is_mute);
     recorder.setScreen(QGuiApplication::primaryScreen());
     recorder.setRect(rect);
-    recorder.start();
-    waitFor([&] { return recorder.getState() == ScreenRecord::Running; });
     QElapsedTimer clock;
     clock.start();
+    recorder.start();
+    waitFor([&] { return recorder.getState() == ScreenRecord::Running; });
+    film.started_s = double(clock.nsecsElapsed()) / 1e9;
+    clock.restart();
+    const double cpu_before_s = cpuSeconds();
     waitFor([&] {
         film.most_bytes = std::max(film.most_bytes, residentBytes());
         return double(clock.elapsed()) >= seconds * 1000;
@@ -105,6 +121,7 @@ Film record(const QRect& rect, double seconds)
     bool ended = false;
     QObject::connect(&recorder, &ScreenRecord::fileChanged, [&] { ended = true; });
     film.recorded_s = double(clock.nsecsElapsed()) / 1e9;
+    film.cpu_s = cpuSeconds() - cpu_before_s;
     recorder.stop();
     waitFor([&] {
         film.most_bytes = std::max(film.most_bytes, residentBytes());
@@ -174,6 +191,19 @@ void memory(double seconds)
     QFile::remove(film.file);
 }
 
+void cost(double seconds)
+{
+    const QRect all = QGuiApplication::primaryScreen()->geometry();
+    const Film film = record(all, seconds, true);
+    const double length_s = trackLength(film.file, "video");
+    std::printf("%s, %dx%d: ran after %.3f s; %.2f s recorded, film of %.2f s, %d different pictures, "
+                "%.3f CPU seconds a second\n",
+                qPrintable(QGuiApplication::platformName()), all.width(), all.height(), film.started_s,
+                film.recorded_s, length_s, mediacheck::distinctFrames(film.file),
+                film.cpu_s / film.recorded_s);
+    QFile::remove(film.file);
+}
+
 void finish(const QString& film)
 {
     const QString copy = QFileInfo(film).absolutePath() + QStringLiteral("/bench_recording.mp4");
@@ -204,7 +234,7 @@ int main(int argc, char* argv[])
     QGuiApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments().mid(1);
     if (arguments.size() < 2) {
-        std::fprintf(stderr, "usage: bench_recording offsets|memory SECONDS | finish FILE...\n");
+        std::fprintf(stderr, "usage: bench_recording offsets|memory|cost SECONDS | finish FILE...\n");
         return 2;
     }
     if (arguments[0] == QLatin1String("finish")) {
@@ -219,6 +249,8 @@ int main(int argc, char* argv[])
     }
     if (arguments[0] == QLatin1String("memory"))
         memory(arguments[1].toDouble());
+    else if (arguments[0] == QLatin1String("cost"))
+        cost(arguments[1].toDouble());
     else
         offsets(arguments[1].toDouble(), arguments.value(2));
     return 0;

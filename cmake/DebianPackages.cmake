@@ -7,6 +7,7 @@ set(loaded_packages
 # ... and what some subjects do without, with a line in the log: a program they run, a server they talk to.
 set(recommended_packages
   "ffmpeg" # the programs that convert videos and GIFs
+  "pipewire-bin" # what libpipewire loads to see a screen of a Wayland desktop
   "pocketsphinx-en-us" # the model of speech recognition
   "pulseaudio | pipewire-pulse"
 )

@@ -1,6 +1,6 @@
 # Everything the library calls, found once.
 
-find_package(Qt5 5.15 REQUIRED COMPONENTS Core Gui Qml Quick Multimedia Concurrent)
+find_package(Qt5 5.15 REQUIRED COMPONENTS Core Gui Qml Quick Multimedia Concurrent DBus)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(FFmpeg REQUIRED IMPORTED_TARGET
   libavformat libavcodec libavfilter libavdevice libavutil libswscale libswresample)
@@ -16,6 +16,9 @@ target_include_directories(Sonic::Sonic INTERFACE ${SONIC_INCLUDE_DIR})
 target_link_libraries(Sonic::Sonic INTERFACE ${SONIC_LIBRARY})
 pkg_check_modules(Pulse REQUIRED IMPORTED_TARGET libpulse)
 pkg_check_modules(Udev REQUIRED IMPORTED_TARGET libudev)
+pkg_check_modules(Xcb REQUIRED IMPORTED_TARGET xcb)
+# Screens of Wayland desktops. Without it a recording there is refused.
+pkg_check_modules(PipeWire IMPORTED_TARGET libpipewire-0.3)
 
 # pocketsphinx's pkg-config file names a folder that is not there.
 find_path(POCKETSPHINX_INCLUDE_DIR pocketsphinx.h PATH_SUFFIXES pocketsphinx REQUIRED)

@@ -1,11 +1,16 @@
 #include "multimedia/base/captureinput.h"
+#include "multimedia/base/formatin.h"
 #include "multimedia/base/getqaudio.h"
 #include "multimedia/base/grabscreen.h"
 #include "multimedia/base/threadinfo.h"
 #include "multimedia/devicemgr/permission.h"
-#include "multimedia/screenrecord/screengrabberprivate.h"
+#include "multimedia/screenrecord/steppedgrabber.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/testscreen.h"
+
+extern "C" {
+#include <libavutil/frame.h>
+}
 
 #include <QtTest/QtTest>
 
@@ -26,12 +31,6 @@ static std::unique_ptr<GetQaudio> openMicrophone(std::function<void(FrameHandle)
     QMetaObject::invokeMethod(microphone.get(), &GetQaudio::init);
     return microphone;
 }
-
-class SteppedGrabber : public ScreenGrabber
-{
-public:
-    void step() { d->worker->start(); }
-};
 
 class TestCapture : public QObject
 {

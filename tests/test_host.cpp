@@ -79,6 +79,7 @@ private Q_SLOTS:
     void screen_records_partOfScreen_data();
     void screen_records_partOfScreen();
     void screen_chooses_secondScreen();
+    void screen_says_whenTheDesktopRefuses();
     void photo_crops_turnsAndMirrors();
     void photo_keepsRatio_whenChosen();
     void photo_draws_andUndoes();
@@ -127,6 +128,8 @@ void TestHost::initTestCase()
     scene->window().setPosition(0, 0);
     scene->window().requestActivate();
     QVERIFY(QTest::qWaitForWindowActive(&scene->window()));
+    if (QGuiApplication::platformName() == "wayland") // the compositor makes it as large as the screen
+        QTRY_COMPARE(scene->window().size(), scene->window().screen()->size());
     QCOMPARE(start.count("qrc:/"), 0);
 }
 
@@ -391,6 +394,7 @@ void TestHost::screen_records_partOfScreen()
     const QRectF part = scene->value("screenFrame", "selection").toRectF();
     QVERIFY(qAbs(part.x() - 0.3) < 0.02 && qAbs(part.right() - 0.6) < 0.02);
     const QString caption = scene->value("screenFrame", "caption").toString();
+    QTRY_VERIFY(scene->value("screenPreview", "hasPicture").toBool());
     if (format == "mp4")
         scene->shoot("screen-part");
 
@@ -450,6 +454,22 @@ QImage TestHost::savePhoto()
 {
     const QString saved = save("savePhoto", "edited.png");
     return QTest::qWaitFor([this] { return scene->isEnabled("savePhoto"); }) ? QImage(saved) : QImage();
+}
+
+void TestHost::screen_says_whenTheDesktopRefuses()
+{
+    if (QGuiApplication::platformName() != "wayland" || qEnvironmentVariableIsSet("RIG_BACKEND_PID"))
+        QSKIP("needs a Wayland desktop that shares no screen");
+    show("screen");
+    for (const char* button : {"pagescreen", "askAgain"}) {
+        scene->click(button);
+        QTRY_VERIFY(scene->isSeen("askAgain"));
+        QVERIFY(scene->value("previewWords", "text").toString().startsWith("The desktop does not let"));
+    }
+    scene->click("recordScreen");
+    QTRY_VERIFY(scene->isSeen("notice"));
+    scene->shoot("screen-refused");
+    scene->key(Qt::Key_Escape);
 }
 
 void TestHost::photo_crops_turnsAndMirrors()

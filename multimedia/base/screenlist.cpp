@@ -49,7 +49,7 @@ void ScreenList::update(const QScreen* removed)
         made.push_back(
             {screen,
              {geometry.topLeft(), QSize(int(geometry.width() * ratio), int(geometry.height() * ratio))},
-             ratio});
+             {screen->name(), geometry, ratio}});
     }
     std::lock_guard lock(mutex);
     entries = std::move(made);
@@ -58,7 +58,8 @@ void ScreenList::update(const QScreen* removed)
 int ScreenList::indexOf(const QScreen* screen) const
 {
     std::lock_guard lock(mutex);
-    const auto found = find(screen);
+    const auto found = std::find_if(entries.begin(), entries.end(),
+                                    [screen](const Entry& entry) { return entry.screen == screen; });
     return found == entries.end() ? -1 : int(found - entries.begin());
 }
 
@@ -68,17 +69,10 @@ QRect ScreenList::devicePixels(int index) const
     return index >= 0 && index < int(entries.size()) ? entries[size_t(index)].device_pixels : QRect();
 }
 
-double ScreenList::pixelRatio(const QScreen* screen) const
+ScreenList::Screen ScreenList::screen(int index) const
 {
     std::lock_guard lock(mutex);
-    const auto found = find(screen);
-    return found == entries.end() ? 1 : found->pixel_ratio;
-}
-
-std::vector<ScreenList::Entry>::const_iterator ScreenList::find(const QScreen* screen) const
-{
-    return std::find_if(entries.begin(), entries.end(),
-                        [screen](const Entry& entry) { return entry.screen == screen; });
+    return index >= 0 && index < int(entries.size()) ? entries[size_t(index)].facts : Screen();
 }
 
 } // namespace multimedia

@@ -2,6 +2,7 @@
 
 #include <QtCore/QObject>
 #include <QtCore/QRect>
+#include <QtCore/QString>
 
 #include <mutex>
 #include <vector>
@@ -20,29 +21,33 @@ class ScreenList : public QObject
     Q_OBJECT
 
 public:
+    struct Screen
+    {
+        QString name;
+        QRect geometry;         ///< logical pixels of the desktop
+        double pixel_ratio = 1; ///< device pixels to a logical one
+    };
+
     static ScreenList& instance();
 
     /// Position in `QGuiApplication::screens()`; -1 when it is not there. The pointer is compared only.
     int indexOf(const QScreen* screen) const;
     /// What the screen covers of the whole desktop, in device pixels; empty when there is no such screen.
     QRect devicePixels(int index) const;
-    /// Device pixels to a logical one; 1 when the screen is not there.
-    double pixelRatio(const QScreen* screen) const;
+    /// Without a name and of no size when there is no such screen.
+    Screen screen(int index) const;
 
 private:
     struct Entry
     {
         const QScreen* screen = nullptr;
         QRect device_pixels;
-        double pixel_ratio = 1;
+        Screen facts;
     };
 
     ScreenList();
     void watch(QScreen* screen);
     void update(const QScreen* removed = nullptr);
-    /// With `mutex` held.
-    std::vector<Entry>::const_iterator find(const QScreen* screen) const;
-
     mutable std::mutex mutex;
     std::vector<Entry> entries; ///< guarded by `mutex`
 };

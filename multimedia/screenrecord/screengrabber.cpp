@@ -1,10 +1,10 @@
 #include "multimedia/screenrecord/screengrabber.h"
 
-#include "multimedia/base/screenlist.h"
 #include "multimedia/base/warning.h"
 #include "multimedia/devicemgr/permission.h"
-#include "multimedia/screenrecord/devicepixels.h"
 #include "multimedia/screenrecord/screengrabberprivate.h"
+#include "multimedia/screenrecord/steppedgrabber.h"
+#include "multimedia/screensource/devicepixels.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QEvent>
@@ -15,12 +15,13 @@ ScreenGrabber::ScreenGrabber(QObject* parent)
     : QObject(parent)
     , d(std::make_unique<Private>(this))
 {
-    ScreenList::instance();
+    watchDesktop();
 }
 
 ScreenGrabber::~ScreenGrabber()
 {
     stop();
+    d->leave();
     if (d->worker)
         d->worker->stop();
 }
@@ -54,6 +55,7 @@ bool ScreenGrabber::start(QScreen* screen, QRect rect, uint8_t frame_rate)
     d->screen = screen;
     d->rect = rect;
     d->frame_rate = frame_rate;
+    d->leaving = false;
     d->worker = std::make_unique<Worker>([this] { return d->start(); });
     d->state = kStarting;
     return true;
@@ -63,6 +65,7 @@ void ScreenGrabber::stop()
 {
     if (d->state != kRunning)
         return;
+    d->leave();
     d->worker = std::make_unique<Worker>([this] { return d->stop(); });
     d->state = kStopping;
 }
@@ -77,6 +80,11 @@ void ScreenGrabber::customEvent(QEvent* event)
 {
     if (event->type() == Private::kFrameEventType) {
         Q_EMIT readyRead();
+    } else if (event->type() == Private::kEndEventType) {
+        if (d->state == kRunning) {
+            stop();
+            d->worker->start();
+        }
     } else if (event->type() != Private::kStepEventType) {
         QObject::customEvent(event);
     } else if (d->state == kStopping) {
@@ -88,44 +96,81 @@ void ScreenGrabber::customEvent(QEvent* event)
     }
 }
 
+void SteppedGrabber::step()
+{
+    d->worker->start();
+}
+
 bool ScreenGrabber::Private::start()
 {
     registAll();
-    const QRect source = toDevicePixels(rect, ScreenList::instance().pixelRatio(screen));
+    ScreenSource::Params wanted;
+    wanted.screen_index = [this] { return getVideoIndex(screen); };
+    wanted.rect = rect;
+    wanted.frame_rate = frame_rate;
+    wanted.on_frame = [this](FrameHandle frame) { crop->crop(std::move(frame)); };
+    wanted.on_change = [this](ScreenSource::State next) { onSourceChange(next); };
+    source = createScreenSource(std::move(wanted));
+    const bool asks = source->state() == ScreenSource::State::Asking;
+    if (asks) // it may be stopped before there is an answer
+        post(kStepEventType);
+    const ScreenSource::State answer = awaitSource();
+    if (answer == ScreenSource::State::Ready)
+        openStages();
+    if (!asks)
+        post(kStepEventType);
+    if (answer == ScreenSource::State::Ready)
+        source->start();
+    else if (answer == ScreenSource::State::Ended)
+        post(kEndEventType);
+    return false;
+}
 
+ScreenSource::State ScreenGrabber::Private::awaitSource()
+{
+    BlockingSection blocking;
+    std::unique_lock lock(mutex);
+    changed.wait(lock, [this] { return leaving || source->state() != ScreenSource::State::Asking; });
+    return source->state();
+}
+
+void ScreenGrabber::Private::onSourceChange(ScreenSource::State next)
+{
+    if (next == ScreenSource::State::Ended)
+        post(kEndEventType);
+    std::lock_guard lock(mutex);
+    changed.notify_all();
+}
+
+/// Ends the wait for the source.
+void ScreenGrabber::Private::leave()
+{
+    std::lock_guard lock(mutex);
+    leaving = true;
+    changed.notify_all();
+}
+
+void ScreenGrabber::Private::openStages()
+{
+    const QRect area = source->area();
     Scale::Params scaled;
     scaled.on_frame = [this](FrameHandle frame) { onScale(std::move(frame)); };
-    scaled.size = roundUpToEven(source.size());
+    scaled.size = roundUpToEven(area.size());
     scaled.pixel_format = AV_PIX_FMT_YUV420P;
     scale = std::make_unique<Scale>(std::move(scaled));
 
     Crop::Params cropped;
     cropped.on_frame = [this](FrameHandle frame) { scale->scale(std::move(frame)); };
-    cropped.rect = source;
+    cropped.rect = area;
     crop = std::make_unique<Crop>(std::move(cropped));
-
-    FormatHandle capture = FormatIn::createVideo({frame_rate, getVideoIndex(screen)});
-    Decode::Params decoded;
-    decoded.on_frame = [this](FrameHandle frame) { crop->crop(std::move(frame)); };
-    decoded.format = capture.get();
-    decoded.is_video = true;
-    decode = std::make_unique<Decode>(std::move(decoded));
-
-    FormatIn::Params opened;
-    opened.on_video = [this](PacketHandle packet) { decode->decode(std::move(packet)); };
-    opened.format = std::move(capture);
-    format_in = std::make_unique<FormatIn>(std::move(opened));
-
-    QCoreApplication::postEvent(q, new QEvent(QEvent::Type(kStepEventType)));
-    format_in->start();
-    return false;
+    source->open();
 }
 
 bool ScreenGrabber::Private::stop()
 {
-    format_in->stop();
+    source->stop();
     destroyStages();
-    QCoreApplication::postEvent(q, new QEvent(QEvent::Type(kStepEventType)));
+    post(kStepEventType);
     return false;
 }
 
@@ -133,13 +178,17 @@ void ScreenGrabber::Private::onScale(FrameHandle frame)
 {
     std::lock_guard lock(mutex);
     latest = std::move(frame);
-    QCoreApplication::postEvent(q, new QEvent(QEvent::Type(kFrameEventType)));
+    post(kFrameEventType);
+}
+
+void ScreenGrabber::Private::post(int type) const
+{
+    QCoreApplication::postEvent(q, new QEvent(QEvent::Type(type)));
 }
 
 void ScreenGrabber::Private::destroyStages()
 {
-    format_in.reset();
-    decode.reset();
+    source.reset();
     crop.reset();
     scale.reset();
 }

@@ -1,11 +1,10 @@
 #include "multimedia/screenrecord/screenrecordprivate.h"
 
-#include "multimedia/base/screenlist.h"
 #include "multimedia/base/threadinfo.h"
 #include "multimedia/base/warning.h"
 #include "multimedia/devicemgr/permission.h"
-#include "multimedia/screenrecord/devicepixels.h"
 #include "multimedia/screenrecord/recordingfile.h"
+#include "multimedia/screensource/devicepixels.h"
 #include "quillon/util.h"
 
 #include <QtCore/QCoreApplication>
@@ -93,7 +92,7 @@ ScreenRecordPrivate::ScreenRecordPrivate(ScreenRecord* q)
 {
     // Both belong to the main thread, where a recorder is made: what is asked for first on the pool would
     // live there.
-    ScreenList::instance();
+    watchDesktop();
     hasMicrophone();
     if (qGuiApp)
         connect(qGuiApp, &QGuiApplication::screenRemoved, this, &ScreenRecordPrivate::clearRemovedScreen,
@@ -136,6 +135,7 @@ void ScreenRecordPrivate::changeState(ScreenRecord::State to)
         current = state;
     target = to;
     state = ScreenRecord::Processing;
+    source_changed.notify_all();
     worker->start();
 }
 
@@ -166,8 +166,7 @@ ScreenRecord::State ScreenRecordPrivate::step(ScreenRecord::State from, ScreenRe
 {
     switch (from) {
     case ScreenRecord::Waiting:
-        open();
-        return ScreenRecord::Pausing;
+        return open() ? ScreenRecord::Pausing : ScreenRecord::Waiting;
     case ScreenRecord::Running:
         stop();
         return ScreenRecord::Pausing;
@@ -184,14 +183,25 @@ ScreenRecord::State ScreenRecordPrivate::step(ScreenRecord::State from, ScreenRe
     }
 }
 
-void ScreenRecordPrivate::open()
+/// False when the screen cannot be had.
+bool ScreenRecordPrivate::open()
 {
     registAll();
     plan = makePlan();
+    source = makeSource();
+    if (!sourceIsReady()) {
+        source.reset();
+        tellOfFile({});
+        changeState(ScreenRecord::Waiting);
+        return false;
+    }
+    const QSize size = source->area().size();
+    plan.target = roundUpToEven(plan.is_gif ? gifSize(size) : size);
     openOutput();
     openVideo();
     if (plan.has_sound)
         openAudio();
+    return true;
 }
 
 ScreenRecordPrivate::Plan ScreenRecordPrivate::makePlan()
@@ -204,10 +214,47 @@ ScreenRecordPrivate::Plan ScreenRecordPrivate::makePlan()
     made.is_gif = is_gif;
     made.has_sound = !is_gif && !is_mute;
     made.frame_rate = is_gif ? kGifFrameRate : kVideoFrameRate;
+    made.rect = rect;
     recorded_screen = screen;
-    made.source = toDevicePixels(rect, ScreenList::instance().pixelRatio(screen));
-    made.target = roundUpToEven(is_gif ? gifSize(made.source.size()) : made.source.size());
     return made;
+}
+
+std::unique_ptr<ScreenSource> ScreenRecordPrivate::makeSource()
+{
+    ScreenSource::Params wanted;
+    wanted.screen_index = [this] { return recordedIndex(); };
+    wanted.rect = plan.rect;
+    wanted.frame_rate = plan.frame_rate;
+    wanted.admit = [this](AVBufferRef** picture) { return admit(picture); };
+    wanted.on_frame = [this](FrameHandle frame) { crop->crop(std::move(frame)); };
+    wanted.on_change = [this](ScreenSource::State next) { onSourceChange(next); };
+    return createScreenSource(std::move(wanted));
+}
+
+/// Waits for the desktop's answer, as long as a recording is wanted.
+bool ScreenRecordPrivate::sourceIsReady()
+{
+    BlockingSection blocking;
+    std::unique_lock lock(mutex);
+    source_changed.wait(lock, [this] {
+        return source->state() != ScreenSource::State::Asking || target == ScreenRecord::Waiting;
+    });
+    return source->state() == ScreenSource::State::Ready;
+}
+
+void ScreenRecordPrivate::onSourceChange(ScreenSource::State next)
+{
+    if (next == ScreenSource::State::Ended)
+        changeState(ScreenRecord::Waiting);
+    std::lock_guard lock(mutex); // or whoever waits has looked, and does not wait yet
+    source_changed.notify_all();
+}
+
+/// Asked anew for each capture, since another screen may have taken the place of one that has gone.
+int ScreenRecordPrivate::recordedIndex() const
+{
+    std::lock_guard lock(mutex);
+    return getVideoIndex(recorded_screen);
 }
 
 void ScreenRecordPrivate::openOutput()
@@ -290,34 +337,9 @@ void ScreenRecordPrivate::openVideo()
 
     Crop::Params cropped;
     cropped.on_frame = [this](FrameHandle frame) { scale->scale(std::move(frame)); };
-    cropped.rect = plan.source;
+    cropped.rect = source->area();
     crop = std::make_unique<Crop>(std::move(cropped));
-    openCapture();
-}
-
-void ScreenRecordPrivate::openCapture()
-{
-    format_in.reset();
-    decode.reset();
-    FormatHandle capture = FormatIn::createVideo({plan.frame_rate, recordedIndex()});
-    Decode::Params decoded;
-    decoded.on_frame = [this](FrameHandle frame) { crop->crop(std::move(frame)); };
-    decoded.format = capture.get();
-    decoded.is_video = true;
-    decode = std::make_unique<Decode>(std::move(decoded));
-
-    FormatIn::Params source;
-    source.on_video = [this](PacketHandle packet) { onCaptured(std::move(packet)); };
-    source.format = std::move(capture);
-    format_in = std::make_unique<FormatIn>(std::move(source));
-    capture_idle_since = std::chrono::steady_clock::now();
-}
-
-/// Asked anew for each capture, since another screen may have taken the place of one that has gone.
-int ScreenRecordPrivate::recordedIndex() const
-{
-    std::lock_guard lock(mutex);
-    return getVideoIndex(recorded_screen);
+    source->open();
 }
 
 void ScreenRecordPrivate::openAudio()
@@ -355,12 +377,10 @@ void ScreenRecordPrivate::openAudio()
 
 void ScreenRecordPrivate::start()
 {
-    // A capture that was not read for a while hands out the frames that it owes for that time all at once.
-    const std::chrono::milliseconds frame_time(1000 / plan.frame_rate);
-    if (std::chrono::steady_clock::now() - capture_idle_since > frame_time)
-        openCapture();
     pace->start();
-    format_in->start();
+    source->start();
+    if (source->state() == ScreenSource::State::Ended) // and whoever started it again did not know
+        changeState(ScreenRecord::Waiting);
 }
 
 /// Lets a picture that has just been captured into the graph, or says that it is to be left out.
@@ -375,12 +395,6 @@ bool ScreenRecordPrivate::admit(AVBufferRef** picture)
         return true;
     pace->forget(captured);
     return false;
-}
-
-void ScreenRecordPrivate::onCaptured(PacketHandle packet)
-{
-    if (!packet || !packet->buf || admit(&packet->buf))
-        decode->decode(std::move(packet));
 }
 
 void ScreenRecordPrivate::onTick(FrameHandle picture)
@@ -415,19 +429,11 @@ bool ScreenRecordPrivate::canRecord() const
     return encode->getCodec() && (!plan.has_sound || audio_encode->getCodec()) && format_out->isWriting();
 }
 
-/// Whether there is a first picture to wait for: a capture that works, and a rectangle on the screen.
-bool ScreenRecordPrivate::videoCanCome() const
-{
-    const AVStream* captured = decode->getStream();
-    return canRecord() && format_in->canDeliver() && captured &&
-           QRect(0, 0, captured->codecpar->width, captured->codecpar->height).contains(plan.source);
-}
-
 void ScreenRecordPrivate::stop()
 {
     const auto now = std::chrono::steady_clock::now();
     // The sources go on meanwhile: what was captured until now is still on its way.
-    if (!pace->finish(now, videoCanCome() ? now + kFirstPicturePatience : now))
+    if (!pace->finish(now, canRecord() && source->canDeliver() ? now + kFirstPicturePatience : now))
         qCDebug(MultimediaCategoryLogging, "[%s]: timeout", "stop");
     if (sound_pace) {
         // For good: sound ends with the first of the running periods.
@@ -440,8 +446,7 @@ void ScreenRecordPrivate::stop()
         }
         get_qaudio->stop();
     }
-    format_in->stop();
-    capture_idle_since = std::chrono::steady_clock::now();
+    source->stop();
 }
 
 /// Has the encoder give out what it holds back: more of the last picture, of which nothing reaches the file.
@@ -465,13 +470,12 @@ void ScreenRecordPrivate::close()
 {
     flushVideo();
     // From source to sink, so that what is in a stage still reaches a living successor.
-    format_in.reset();
+    source.reset();
     get_qaudio.reset();
     sound_pace.reset();
     resample.reset();
     audio_feed.reset();
     audio_encode.reset();
-    decode.reset();
     crop.reset();
     scale.reset();
     video_feed->close();
@@ -495,6 +499,11 @@ void ScreenRecordPrivate::finishFile()
         QFile::remove(finished);
         finished.clear();
     }
+    tellOfFile(finished);
+}
+
+void ScreenRecordPrivate::tellOfFile(const QString& finished)
+{
     std::lock_guard lock(mutex);
     file = finished;
     ended.push_back(finished);

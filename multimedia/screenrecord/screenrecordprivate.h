@@ -1,9 +1,7 @@
 #pragma once
 
 #include "multimedia/base/crop.h"
-#include "multimedia/base/decode.h"
 #include "multimedia/base/encode.h"
-#include "multimedia/base/formatin.h"
 #include "multimedia/base/formatout.h"
 #include "multimedia/base/framefeed.h"
 #include "multimedia/base/getqaudio.h"
@@ -15,11 +13,12 @@
 #include "multimedia/screenrecord/pace.h"
 #include "multimedia/screenrecord/screenrecord.h"
 #include "multimedia/screenrecord/soundpace.h"
+#include "multimedia/screensource/screensource.h"
 
 #include <QtCore/QEvent>
 
 #include <atomic>
-#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -32,9 +31,9 @@ namespace multimedia {
 
 /// The state machine behind `ScreenRecord`: builds the graph of stages, starts it, drains it, tears it down.
 ///
-///     FormatIn > admit > Decode > Crop > Scale > Pace > FrameFeed > Encode > onVideoPacket >
-///                                                                                           FormatOut
-///              GetQaudio > SoundPace > Resample > FrameFeed > Encode > onAudioPacket       >
+///     ScreenSource > Crop > Scale > Pace > FrameFeed > Encode > onVideoPacket >
+///       admit                                                                   FormatOut
+///     GetQaudio > SoundPace > Resample > FrameFeed > Encode > onAudioPacket   >
 ///
 /// What keeps the time stands between the stages: `Pace` has one picture a tick of the clock reach the
 /// encoder, `SoundPace` puts the sound on the same clock, the feeds have the encoders take every frame up.
@@ -43,14 +42,16 @@ namespace multimedia {
 ///
 /// `Pausing` is the hub: the graph stands and nothing flows. From `Waiting` to `Running` are two steps (open,
 /// start), back again two (stop, close); each step is one pass of `worker`, on the global thread pool, and
-/// the only way back to the owner is an event posted to it.
+/// the only way back to the owner is an event posted to it. On a desktop that asks its user the first step
+/// lasts until there is an answer, or the recording is wanted no longer; refused, the machine stays where it
+/// is.
 ///
 /// What is said to be guarded by `mutex` comes from any thread. The stages are made and destroyed by the
 /// steps only; `admit` is called by the source, `onTick` by the pace, the two packet callbacks by the
 /// encoders.
 ///
-/// A recording ends by itself, as if stopped, when its screen is taken away, when its disk is full, and when
-/// the process ends.
+/// A recording ends by itself, as if stopped, when its screen is taken away, by whoever unplugs it or no
+/// longer shares it, when its disk is full, and when the process ends.
 class ScreenRecordPrivate : public QObject
 {
     Q_OBJECT
@@ -90,14 +91,14 @@ private:
         bool is_gif = false;
         bool has_sound = false;
         int frame_rate = 0;
+        QRect rect;       ///< logical pixels of the screen
         std::string path; ///< of the file
-        QRect source;     ///< device pixels of the screen
-        QSize target;     ///< even sides
+        QSize target;     ///< pixels; even sides
     };
 
     bool run();
     ScreenRecord::State step(ScreenRecord::State from, ScreenRecord::State destination);
-    void open();
+    bool open();
     void start();
     void stop();
     void close();
@@ -105,18 +106,19 @@ private:
     Plan makePlan();
     void openOutput();
     void openVideo();
-    void openCapture();
-    int recordedIndex() const;
     void openAudio();
+    std::unique_ptr<ScreenSource> makeSource();
+    bool sourceIsReady();
+    void onSourceChange(ScreenSource::State next);
+    int recordedIndex() const;
     bool admit(AVBufferRef** picture);
-    void onCaptured(PacketHandle packet);
     void onTick(FrameHandle picture);
     void onVideoPacket(PacketHandle packet);
     void onAudioPacket(PacketHandle packet);
     bool canRecord() const;
-    bool videoCanCome() const;
     void flushVideo();
     void finishFile();
+    void tellOfFile(const QString& finished);
     void clearRemovedScreen(QScreen* removed);
 
     ScreenRecord* const q;
@@ -125,12 +127,12 @@ private:
 
     QScreen* recorded_screen = nullptr; ///< of the present graph; as `screen`, guarded by `mutex`
 
-    Plan plan;                                                ///< steps only
-    std::chrono::steady_clock::time_point capture_idle_since; ///< steps only
+    std::condition_variable source_changed; ///< or `target` has; pairs with `mutex`
+
+    Plan plan; ///< steps only
     PictureBudget budget;
-    std::unique_ptr<FormatIn> format_in;
+    std::unique_ptr<ScreenSource> source;
     std::unique_ptr<FormatOut> format_out;
-    std::unique_ptr<Decode> decode;
     std::unique_ptr<Encode> encode;
     std::unique_ptr<FrameFeed> video_feed;
     std::unique_ptr<Pace> pace;

@@ -10,7 +10,8 @@ namespace multimedia {
 /// A picture in planar YUV 4:2:0, sharing its pixels with the frame that it was made from.
 ///
 /// Move-only. The pixels stay valid for as long as the value lives. Planes are as wide as the picture (luma)
-/// and half as wide (chroma); their lines may be padded.
+/// and half as wide (chroma); their lines may be padded. Those of a grabber lie in one piece of memory, one
+/// behind the other, so that their distance tells how long a line is.
 class MULTIMEDIA_EXPORT Yuv420pFrame
 {
 public:

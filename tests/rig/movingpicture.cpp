@@ -207,7 +207,11 @@ int main(int argc, char** argv)
                     QTextStream(stdout) << "ready" << Qt::endl;
             },
             Qt::QueuedConnection);
-        picture->show();
+        // Where programs may not place their windows.
+        if (QGuiApplication::platformName().startsWith(QLatin1String("wayland")))
+            picture->showFullScreen();
+        else
+            picture->show();
     }
 
     QElapsedTimer clock;

@@ -31,19 +31,12 @@ struct Picture
 /// The pictures that show something new.
 std::vector<Picture> pictures(const QString& recording)
 {
-    const QByteArray cells =
-        mediacheck::output(QStringLiteral("ffmpeg"),
-                           {"-v", "error", "-i", recording, "-map", "0:v", "-vf",
-                            "crop=512:32:0:0,scale=16:1:flags=area,format=gray", "-f", "rawvideo", "-"});
+    const std::vector<int> shown = codes(recording);
     std::vector<Picture> moving;
-    int previous = -1;
-    for (int i = 0; (i + 1) * kBits <= cells.size(); ++i) {
-        int code = 0;
-        for (int bit = 0; bit < kBits; ++bit)
-            code = 2 * code + (uchar(cells[i * kBits + bit]) > 128 ? 1 : 0);
-        if (code != previous && i > 0)
-            moving.push_back({i * kFrame_s, i * kFrame_s - code * kCode_s});
-        previous = code;
+    for (size_t i = 1; i < shown.size(); ++i) {
+        const double film_s = double(i) * kFrame_s;
+        if (shown[i] != shown[i - 1])
+            moving.push_back({film_s, film_s - shown[i] * kCode_s});
     }
     return moving;
 }
@@ -81,6 +74,24 @@ PlayerPtr play()
         return nullptr;
     setpriority(PRIO_PROCESS, id_t(player->processId()), -10); // where it is allowed
     return player;
+}
+
+std::vector<int> codes(const QString& recording, double pixel_ratio)
+{
+    const int cell = qRound(32 * pixel_ratio);
+    const QByteArray cells = mediacheck::output(
+        QStringLiteral("ffmpeg"),
+        {"-v", "error", "-i", recording, "-map", "0:v", "-vf",
+         QStringLiteral("crop=%1:%2:0:0,scale=16:1:flags=area,format=gray").arg(kBits * cell).arg(cell), "-f",
+         "rawvideo", "-"});
+    std::vector<int> shown;
+    for (int i = 0; (i + 1) * kBits <= cells.size(); ++i) {
+        int code = 0;
+        for (int bit = 0; bit < kBits; ++bit)
+            code = 2 * code + (uchar(cells[i * kBits + bit]) > 128 ? 1 : 0);
+        shown.push_back(code);
+    }
+    return shown;
 }
 
 std::vector<Offset> offsets(const QString& recording)

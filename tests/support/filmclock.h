@@ -28,6 +28,11 @@ using PlayerPtr = std::unique_ptr<QProcess, Player>; ///< ends its process
 /// picture when this returns; null if it does not start.
 PlayerPtr play();
 
+/// The number that each picture of a recording shows. The recording begins at the corner of the screen.
+///
+/// @param pixel_ratio  of the screen
+std::vector<int> codes(const QString& recording, double pixel_ratio = 1);
+
 /// One entry for each beep near which the picture moves. The recording begins at the corner of the screen.
 std::vector<Offset> offsets(const QString& recording);
 

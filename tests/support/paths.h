@@ -13,3 +13,4 @@ extern const char* const kUnloadHost;    ///< the module that test_unload loads 
 extern const char* const kMovingPicture; ///< the rig's moving picture
 extern const char* const kWorkHost;      ///< the application that ends in the midst of its works
 extern const char* const kRecordHost;    ///< the application that records until it ends
+extern const char* const kStubPortal;    ///< the rig's portal; empty where PipeWire is not built in

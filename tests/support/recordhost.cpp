@@ -3,6 +3,7 @@
 // HOME is where its recorder lives: "stack", "static" or "heap", where nobody deletes it. END is how it goes:
 //   wait     it does not: it records until it is killed; a line on its standard input makes it stop first
 //   return   it leaves its event loop and main
+//   asked    the same, soon, though the desktop may still be asking its user
 //   noloop   it never has an event loop
 //   exit     it calls exit() in the midst of its event loop
 //   xserver  it kills its X server, after which Qt ends the process
@@ -25,6 +26,7 @@ using multimedia::ScreenRecord;
 namespace {
 
 constexpr int kRecorded_ms = 1500;
+constexpr int kAsked_ms = 500;
 
 std::unique_ptr<ScreenRecord> static_recorder;
 
@@ -60,6 +62,8 @@ int run(QGuiApplication& application, ScreenRecord& recorder, const QString& end
                 ::kill(pid_t(qEnvironmentVariableIntValue("RIG_X_PID")), SIGKILL);
         });
     });
+    if (end == "asked")
+        QTimer::singleShot(kAsked_ms, &application, &QCoreApplication::quit);
     QSocketNotifier told(STDIN_FILENO, QSocketNotifier::Read);
     QObject::connect(&told, &QSocketNotifier::activated, [&] {
         told.setEnabled(false);

@@ -12,6 +12,8 @@ HostPage {
     property string recording
     property bool recordingIsGif: false
     property int seconds: 0
+    property bool cancelled: false
+    property bool asking: false // the desktop asks its user, as far as can be told: it takes so long
     readonly property rect pixels: {
         screenPage.screenSize // the answer changes with it
         return screenPage.pixels(part)
@@ -23,6 +25,8 @@ HostPage {
             recording = ""
             seconds = 0
             recordingIsGif = screenPage.gif
+            cancelled = false
+            patience.restart()
         }
         screenPage.start(part)
     }
@@ -35,14 +39,26 @@ HostPage {
 
         function onRecorded(file) {
             page.recording = file
-            if (file === "")
+            if (file === "" && !page.cancelled)
                 page.failure = qsTr("Nothing was recorded. Does this desktop let programs see the screen?")
+        }
+        function onStateChanged() {
+            if (!screenPage.busy) {
+                patience.stop()
+                page.asking = false
+            }
         }
         function onScreenIndexChanged() {
             page.part = Qt.rect(0, 0, 1, 1)
         }
     }
 
+    Timer {
+        id: patience
+
+        interval: 1000
+        onTriggered: page.asking = screenPage.busy
+    }
     Timer {
         interval: 1000
         repeat: true
@@ -110,6 +126,7 @@ HostPage {
             ScreenPreview {
                 id: preview
 
+                objectName: "screenPreview"
                 anchors.centerIn: parent
                 width: screenPage.screenSize.width * room.scale
                 height: screenPage.screenSize.height * room.scale
@@ -117,9 +134,15 @@ HostPage {
                 running: room.visible && page.visible
             }
             Label {
+                objectName: "previewWords"
                 anchors.centerIn: preview
+                anchors.verticalCenterOffset: -preview.height / 4 // above the frame's own words
+                width: Math.min(implicitWidth, preview.width - 24)
                 visible: !preview.hasPicture
-                text: qsTr("This desktop shows no preview.")
+                wrapMode: Text.WordWrap
+                horizontalAlignment: Text.AlignHCenter
+                text: preview.refused ? qsTr("The desktop does not let this program see the screen.")
+                    : qsTr("Waiting for a picture of the screen. The desktop may ask what to share.")
                 color: Universal.baseMediumColor
             }
             CropFrame {
@@ -131,12 +154,20 @@ HostPage {
                 caption: qsTr("%1 × %2").arg(page.pixels.width).arg(page.pixels.height)
                 onEdited: page.part = selection
             }
+            Button {
+                objectName: "askAgain"
+                anchors { horizontalCenter: parent.horizontalCenter; bottom: parent.bottom; bottomMargin: 24 }
+                visible: preview.refused
+                text: qsTr("Ask again")
+                onClicked: preview.askAgain()
+            }
         }
 
         EmptyState {
             visible: !screenPage.waiting
             icon: screenPage.running ? "qrc:/host/icons/record.svg" : "qrc:/host/icons/pause.svg"
             text: screenPage.running ? qsTr("Recording %1 × %2 pixels").arg(page.pixels.width).arg(page.pixels.height)
+                : page.asking ? qsTr("The desktop asks what to share")
                 : screenPage.busy ? qsTr("One moment…") : qsTr("Paused")
         }
 
@@ -182,10 +213,13 @@ HostPage {
         }
         Button {
             objectName: "stopScreen"
-            enabled: !screenPage.waiting && !screenPage.busy
+            enabled: !screenPage.waiting && (!screenPage.busy || page.asking)
             icon.source: "qrc:/host/icons/stop.svg"
             text: qsTr("Stop")
-            onClicked: screenPage.stop()
+            onClicked: {
+                page.cancelled = page.asking
+                screenPage.stop()
+            }
         }
         Label {
             visible: !screenPage.waiting

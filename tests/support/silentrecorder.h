@@ -1,0 +1,45 @@
+#pragma once
+
+#include "multimedia/screenrecord/screenrecord.h"
+
+#include <QtGui/QGuiApplication>
+#include <QtTest/QtTest>
+
+/// Records a part of the primary screen without sound, and keeps its files until it goes.
+class SilentRecorder : public multimedia::ScreenRecord
+{
+public:
+    static constexpr int kPatience_ms = 30'000;
+
+    explicit SilentRecorder(const QRect& part = QGuiApplication::primaryScreen()->geometry())
+        : finished(this, &ScreenRecord::fileChanged)
+    {
+        setScreen(QGuiApplication::primaryScreen());
+        setRect(part);
+        setIsMute(true);
+    }
+    ~SilentRecorder() override
+    {
+        for (const QList<QVariant>& arguments : finished)
+            QFile::remove(arguments[0].toString());
+    }
+
+    /// Gives the command and waits until the way has ended there.
+    bool reach(void (ScreenRecord::*command)(), State end)
+    {
+        (this->*command)();
+        return QTest::qWaitFor([this, end] { return getState() == end; }, kPatience_ms);
+    }
+    bool begin() { return reach(&ScreenRecord::start, Running); }
+    /// Waits until the recording has ended, too, if it does so by itself. Its file; empty without one.
+    QString end(bool by_itself = false)
+    {
+        const int before = finished.size();
+        if (!by_itself)
+            stop();
+        const bool told = QTest::qWaitFor([&] { return finished.size() > before; }, kPatience_ms);
+        return told && getState() == Waiting ? finished.back()[0].toString() : QString();
+    }
+
+    QSignalSpy finished;
+};
