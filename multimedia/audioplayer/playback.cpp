@@ -5,6 +5,7 @@
 #include "multimedia/base/warning.h"
 #include "quillon/quillonlog.h"
 
+#include <QtCore/QLoggingCategory>
 #include <QtCore/QStringList>
 
 #include <algorithm>
