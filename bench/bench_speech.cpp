@@ -7,12 +7,12 @@
 // Speeds count from a request to its end, with the model loaded: `times_real_time` by the clock,
 // `times_real_time_cpu` by the time that the processors spent on it.
 
+#include "multimedia/base/mediasource.h"
 #include "multimedia/speechrecognizer_linux/localspeechservice.h"
 #include "multimedia/speechrecognizer_linux/pocketsphinxdecoder.h"
 #include "multimedia/speechrecognizer_linux/voskengine.h"
 
 extern "C" {
-#include <libavformat/avformat.h>
 #include <libavutil/log.h>
 }
 
@@ -85,13 +85,10 @@ private:
 /// Length of a sound file in seconds.
 double duration(const QString& path)
 {
-    multimedia::InputPtr input;
-    AVFormatContext* context = nullptr;
-    if (avformat_open_input(&context, qPrintable(path), nullptr, nullptr) < 0)
+    multimedia::MediaSource source;
+    if (source.open(path.toStdString()) < 0 || source.findStreams() < 0)
         return 0;
-    input.reset(context);
-    avformat_find_stream_info(context, nullptr);
-    return double(context->duration) / AV_TIME_BASE;
+    return double(source.duration()) / 1000;
 }
 
 /// The text of a file, its utterances in a row.

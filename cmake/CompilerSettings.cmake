@@ -2,7 +2,8 @@
 
 add_library(multimedia_compiler_settings INTERFACE)
 target_compile_options(multimedia_compiler_settings INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor -Woverloaded-virtual
+  -Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Woverloaded-virtual
+  $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wno-gnu-zero-variadic-macro-arguments>
   $<$<BOOL:${MULTIMEDIA_WARNINGS_AS_ERRORS}>:-Werror>)
 # No implicit conversions between bytes and text: every QString is made from UTF-8 or Latin-1 on purpose.
 target_compile_definitions(multimedia_compiler_settings INTERFACE
@@ -11,6 +12,11 @@ target_compile_definitions(multimedia_compiler_settings INTERFACE
 if(MULTIMEDIA_SANITIZE)
   add_compile_options(-fsanitize=${MULTIMEDIA_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${MULTIMEDIA_SANITIZE})
+endif()
+
+# What a fuzzer sees of the library's branches.
+if(MULTIMEDIA_BUILD_FUZZERS)
+  add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
 find_program(CCACHE_PROGRAM ccache)

@@ -39,8 +39,12 @@ QString numbered(const QString& path, int number)
 /// The size of the picture as it is shown, without reading its pixels; invalid if it is not to be read.
 QSize shownSize(QImageReader& reader)
 {
+    // A pipe would be waited for, and a vector format may show other files.
+    static const QList<QByteArray> formats = {"png", "jpeg", "gif", "bmp", "webp"};
     reader.setDecideFormatFromContent(true);
     reader.setAutoTransform(true);
+    if (!QFileInfo(reader.fileName()).isFile() || !formats.contains(reader.format()))
+        return {};
     const QSize size = reader.size();
     if (size.isEmpty() || qint64(size.width()) * size.height() > kMaxPixels)
         return {};
@@ -140,7 +144,8 @@ bool Util::scaleThumbImage(const QString& source, const QString& target, const Q
         return false;
 
     QSaveFile file(target);
-    if (!file.open(QIODevice::WriteOnly))
+    // It may stand in a folder that others look into.
+    if (!file.open(QIODevice::WriteOnly) || !file.setPermissions(QFile::ReadOwner | QFile::WriteOwner))
         return false;
     return QImageWriter(&file, QFileInfo(target).suffix().toLatin1()).write(thumb) && file.commit();
 }

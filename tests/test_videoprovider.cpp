@@ -199,7 +199,7 @@ void TestVideoProvider::convert_takesPathAsOne()
     const QString before = QDir::currentPath();
     QVERIFY(QDir::setCurrent(path("odd")));
     for (const char* utf8 : {"two words", "a\"quote\"", "\"", "-y", "-i \"x\" -y", "%1 %2 %3", "concat:a|b",
-                             "$(touch x);'`", "\u97f3\u58f0", "line\nbreak", "trailing "}) {
+                             "$(touch x);'`", "\u97f3\u58f0", "line\nbreak", "trailing ", "%d", "100%"}) {
         const QString name = QString::fromUtf8(utf8);
         const InCase in_case(name);
         QVERIFY(QFile::copy(media("turned90.mp4"), name + ".mp4"));

@@ -1,38 +1,26 @@
 #include "multimedia/audioplayer/audioplayer.h"
 
-#include "multimedia/audioplayer/audioplayer_p.h"
+#include "multimedia/audioplayer/audiosource.h"
+#include "multimedia/base/picturefile.h"
 #include "quillon/util.h"
 
-#include <QtCore/QBuffer>
-#include <QtCore/QDeadlineTimer>
 #include <QtCore/QSet>
 #include <QtCore/QStandardPaths>
 #include <QtGui/QImage>
-#include <QtGui/QImageReader>
 
 #include <algorithm>
 
+using namespace multimedia;
+
 namespace {
-constexpr std::chrono::seconds kLongestInspection(100);
-constexpr qint64 kMostCoverPixels = 100'000'000;
 constexpr int kLeastProbeScore = 50;
 
-/// An input opened for a look, with its time limit.
-struct Inspection
+MediaSource inspected(const QString& path)
 {
-    explicit Inspection(const QString& path)
-        : is_open(initFormat(input, stream_index, path.toUtf8(), {isOver, this}))
-    {}
-    Inspection(const Inspection&) = delete;
-    Inspection& operator=(const Inspection&) = delete;
-
-    static int isOver(void* self) { return static_cast<Inspection*>(self)->deadline.hasExpired() ? 1 : 0; }
-
-    const QDeadlineTimer deadline{kLongestInspection};
-    multimedia::InputPtr input;
-    int stream_index = 0;
-    const bool is_open;
-};
+    MediaSource source;
+    openSound(source, path.toUtf8());
+    return source;
+}
 
 const QSet<QString>& acceptedExtensions()
 {
@@ -47,36 +35,27 @@ QString coverTarget()
         .arg(QStandardPaths::writableLocation(QStandardPaths::TempLocation), Util::uuid());
 }
 
-QImage readCover(const AVPacket& picture)
-{
-    QByteArray bytes = QByteArray::fromRawData(reinterpret_cast<const char*>(picture.data), picture.size);
-    QBuffer buffer(&bytes);
-    QImageReader reader(&buffer);
-    reader.setDecideFormatFromContent(true);
-    const QSize size = reader.size();
-    if (qint64{size.width()} * size.height() > kMostCoverPixels) {
-        qWarning("cover of %d x %d pixels is refused", size.width(), size.height());
-        return {};
-    }
-    return reader.read();
-}
-
 bool cover(const AVFormatContext* context, const QString& out_path)
 {
     for (unsigned i = 0; i < context->nb_streams; ++i) {
         const AVStream* stream = context->streams[i];
         if (!(stream->disposition & AV_DISPOSITION_ATTACHED_PIC))
             continue;
-        const QImage image = readCover(stream->attached_pic);
-        return !image.isNull() && image.save(out_path);
+        const AVPacket& picture = stream->attached_pic;
+        PictureReader reader(
+            QByteArray::fromRawData(reinterpret_cast<const char*>(picture.data), picture.size));
+        return saveImage(readImage(reader), out_path);
     }
     return false;
 }
 
-void albumInfo(const AVFormatContext* context, QVariantMap& info)
+/// Ogg keeps its tags with the stream.
+void albumInfo(const MediaSource& source, QVariantMap& info)
 {
     for (const auto& [key, tag] : {std::pair{"Album", "album"}, {"Name", "title"}, {"Artist", "artist"}}) {
-        const AVDictionaryEntry* entry = av_dict_get(context->metadata, tag, nullptr, 0);
+        const AVDictionaryEntry* entry = av_dict_get(source.format()->metadata, tag, nullptr, 0);
+        if (!entry)
+            entry = av_dict_get(source.stream()->metadata, tag, nullptr, 0);
         if (entry)
             info.insert(QString::fromLatin1(key), QString::fromUtf8(entry->value));
     }
@@ -109,17 +88,15 @@ QString detectedFormat(const AVInputFormat* format, AVCodecID codec)
     return found == parts.cend() ? QString() : *found;
 }
 
-bool inspectFormat(const Inspection& inspection, long long& duration, QString& format)
+bool inspectFormat(const MediaSource& source, long long& duration, QString& format)
 {
-    if (!inspection.is_open)
+    if (!source)
         return false;
-    AVFormatContext* context = inspection.input.get();
-    const AVStream* stream = context->streams[inspection.stream_index];
-    if (hasVideo(context) || !avcodec_find_decoder(stream->codecpar->codec_id) ||
-        context->probe_score < kLeastProbeScore)
+    const AVCodecID codec = source.stream()->codecpar->codec_id;
+    if (hasVideo(source.format()) || !avcodec_find_decoder(codec) || source.probeScore() < kLeastProbeScore)
         return false;
-    duration = context->duration / 1000;
-    const QString detected = detectedFormat(context->iformat, stream->codecpar->codec_id);
+    duration = source.duration();
+    const QString detected = detectedFormat(source.format()->iformat, codec);
     if (detected.isEmpty())
         return false;
     if (!acceptedExtensions().contains(format))
@@ -130,8 +107,8 @@ bool inspectFormat(const Inspection& inspection, long long& duration, QString& f
 
 qlonglong AudioPlayer::duration(const QString& path)
 {
-    const Inspection inspection(path);
-    return inspection.is_open ? inspection.input->duration / 1000 : 0;
+    const MediaSource source = inspected(path);
+    return source ? source.duration() : 0;
 }
 
 QString AudioPlayer::getCover(const QString& path)
@@ -142,22 +119,22 @@ QString AudioPlayer::getCover(const QString& path)
 
 bool AudioPlayer::audioCover(const QString& path, const QString& outPath)
 {
-    const Inspection inspection(path);
-    return inspection.is_open && cover(inspection.input.get(), outPath);
+    const MediaSource source = inspected(path);
+    return source && cover(source.format(), outPath);
 }
 
 bool AudioPlayer::audioFormat(const QString& path, long long& duration, QString& format)
 {
-    return inspectFormat(Inspection(path), duration, format);
+    return inspectFormat(inspected(path), duration, format);
 }
 
 bool AudioPlayer::audioFormat(const QString& path, long long& duration, QString& format, QString& coverPath)
 {
-    const Inspection inspection(path);
-    if (!inspectFormat(inspection, duration, format))
+    const MediaSource source = inspected(path);
+    if (!inspectFormat(source, duration, format))
         return false;
     const QString target = coverTarget();
-    if (cover(inspection.input.get(), target))
+    if (cover(source.format(), target))
         coverPath = target;
     return true;
 }
@@ -165,8 +142,8 @@ bool AudioPlayer::audioFormat(const QString& path, long long& duration, QString&
 QVariantMap AudioPlayer::getAlbumInfo(const QString& path)
 {
     QVariantMap info;
-    const Inspection inspection(path);
-    if (inspection.is_open)
-        albumInfo(inspection.input.get(), info);
+    const MediaSource source = inspected(path);
+    if (source)
+        albumInfo(source, info);
     return info;
 }

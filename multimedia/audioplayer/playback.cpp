@@ -1,6 +1,6 @@
 #include "multimedia/audioplayer/playback.h"
 
-#include "multimedia/audioplayer/audioplayer_p.h"
+#include "multimedia/audioplayer/audiosource.h"
 #include "multimedia/base/ffmpegversion.h"
 #include "multimedia/base/warning.h"
 #include "quillon/quillonlog.h"
@@ -20,8 +20,6 @@ constexpr std::chrono::seconds kRetryPause(1);
 constexpr std::chrono::milliseconds kBusyPause(20);
 constexpr std::chrono::milliseconds kWritePause(5);
 constexpr int64_t kNearEndMs = 1000;
-/// One packet of a slower source becomes minutes of output, in a single frame of any size.
-constexpr int kLowestRateHz = 1000;
 constexpr int kLongFrameMs = 49; ///< a longer frame is reported on its own
 constexpr int kFramesPerProgress = 3;
 constexpr int kFailuresLogged = 50;
@@ -153,16 +151,20 @@ bool Playback::readyDecoder()
 {
     if (is_http)
         setIsUnderload(true);
-    if (!initFormat(format, stream_index, source.path, {interrupt_callback, this})) {
+    MediaSource opened;
+    if (!openSound(opened, source.path, {interrupt_callback, this})) {
         releaseAV();
         if (is_http)
             setIsUnderload(false);
         return false;
     }
+    AVFormatContext& input = *opened.format();
     if (source.duration_hint_ms != 0 && is_http &&
-        format->duration_estimation_method == AVFMT_DURATION_FROM_BITRATE)
-        format->duration = source.duration_hint_ms * 1000;
-    send(EventDuration, {{QStringLiteral("Duration"), static_cast<qlonglong>(format->duration / 1000)}});
+        input.duration_estimation_method == AVFMT_DURATION_FROM_BITRATE)
+        input.duration = source.duration_hint_ms * 1000;
+    send(EventDuration, {{QStringLiteral("Duration"), qlonglong(opened.duration())}});
+    stream_index = opened.streamIndex();
+    format = opened.release();
 
     frame = createFrame();
     packet = createPacket();
@@ -171,18 +173,12 @@ bool Playback::readyDecoder()
 
 bool Playback::initDecoder()
 {
-    const AVCodecParameters* parameters = stream()->codecpar;
-    const AVCodec* decoder = avcodec_find_decoder(parameters->codec_id);
-    codec.reset(decoder ? avcodec_alloc_context3(decoder) : nullptr);
-    if (!codec || avcodec_parameters_to_context(codec.get(), parameters) < 0)
+    if (MediaSource::makeDecoder(codec, *stream()) < 0 || codec->sample_rate < MediaSource::kLowestRate)
         return false;
-    if (codec->sample_rate < kLowestRateHz)
-        return false;
-    codec->pkt_timebase = stream()->time_base;
     const uint64_t channels = channelMask(*codec);
     if (channels != 0)
         setChannelMask(*codec, channels);
-    return avcodec_open2(codec.get(), decoder, nullptr) >= 0;
+    return true;
 }
 
 bool Playback::initFilter()

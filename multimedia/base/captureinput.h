@@ -9,7 +9,7 @@
 
 namespace multimedia {
 
-/// Arguments of `avformat_open_input`.
+/// Arguments of `MediaSource::openDevice`.
 struct CaptureInput
 {
     std::string format; ///< FFmpeg's name of the input; empty when there is nothing to open

@@ -1,5 +1,6 @@
 #include "multimedia/base/decode.h"
 
+#include "multimedia/base/mediasource.h"
 #include "multimedia/base/warning.h"
 
 namespace multimedia {
@@ -30,18 +31,11 @@ bool Decode::open()
         return false;
     }
     stream = params.format->streams[index];
-    const AVCodec* decoder = avcodec_find_decoder(stream->codecpar->codec_id);
-    if (!decoder) {
+    const int code = MediaSource::makeDecoder(codec, *stream);
+    if (code == AVERROR_DECODER_NOT_FOUND) {
         warning("open", "error in find decoder");
         return false;
     }
-    codec.reset(avcodec_alloc_context3(decoder));
-    int code = codec ? avcodec_parameters_to_context(codec.get(), stream->codecpar) : AVERROR(ENOMEM);
-    if (code < 0) {
-        warning("open", "error in parameters to context", code);
-        return false;
-    }
-    code = avcodec_open2(codec.get(), decoder, nullptr);
     if (code < 0) {
         warning("open", "error in open decode", code);
         return false;

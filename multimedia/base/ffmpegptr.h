@@ -13,6 +13,7 @@ extern "C" {
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 /// @file
 /// Owners of the FFmpeg objects that stay inside one class. Objects that travel between stages are handles,
@@ -45,9 +46,10 @@ struct FilterInOutDeleter
 {
     void operator()(AVFilterInOut* list) const { avfilter_inout_free(&list); }
 };
+/// Frees what a `MediaSource` has hung on the input, too.
 struct InputDeleter
 {
-    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
+    void operator()(AVFormatContext* context) const;
 };
 /// Closes the file, too. Whatever the file's last buffer could not be written is lost silently here: a caller
 /// who has to know closes it by `avio_closep` before.
@@ -102,6 +104,8 @@ public:
     /// For the calls that take entries out of the dictionary.
     AVDictionary** address() { return &dictionary; }
     const AVDictionary* get() const { return dictionary; }
+    /// For the calls that take it over.
+    AVDictionary* release() { return std::exchange(dictionary, nullptr); }
 
 private:
     AVDictionary* dictionary = nullptr;

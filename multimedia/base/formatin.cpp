@@ -1,7 +1,7 @@
 #include "multimedia/base/formatin.h"
 
 #include "multimedia/base/captureinput.h"
-#include "multimedia/base/ffmpegptr.h"
+#include "multimedia/base/mediasource.h"
 #include "multimedia/base/warning.h"
 
 extern "C" {
@@ -29,34 +29,30 @@ FormatHandle FormatIn::createVideo(VideoInfo info)
         if (code < 0)
             warning("createVideo", "error in set opetions " + key, code);
     }
-    const AVInputFormat* demuxer =
-        input.format.empty() ? nullptr : av_find_input_format(input.format.c_str());
-    // Without a demuxer FFmpeg would take the device for the name of a file.
-    AVFormatContext* context = nullptr;
-    const int code = demuxer
-                         ? avformat_open_input(&context, input.device.c_str(), demuxer, dictionary.address())
-                         : AVERROR_DEMUXER_NOT_FOUND;
+    InputPtr context;
+    const int code = MediaSource::openDevice(context, input.format, input.device, dictionary);
     if (code < 0) {
         warning("createVideo", "error in open video format", code);
         return {};
     }
-    return {context, destory};
+    return {context.release(), destory};
 }
 
 FormatHandle FormatIn::createFile(FileInfo info)
 {
-    AVFormatContext* context = nullptr;
-    const int code = avformat_open_input(&context, info.path().c_str(), nullptr, nullptr);
+    MediaSource source;
+    const int code = source.open(info.path());
     if (code < 0) {
         warning("createFile", "error in open file format", code);
         return {};
     }
-    return {context, destory};
+    source.limitTime({});
+    return {source.release().release(), destory};
 }
 
 void FormatIn::destory(AVFormatContext* format)
 {
-    avformat_close_input(&format);
+    InputPtr input(format);
 }
 
 FormatIn::FormatIn(Params params)

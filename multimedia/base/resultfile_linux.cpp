@@ -1,15 +1,16 @@
 #include "multimedia/base/resultfile.h"
 
 extern "C" {
-#include <libavutil/error.h>
+#include <libavformat/avformat.h>
 }
 
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -39,15 +40,64 @@ ResultFile::~ResultFile()
 
 int ResultFile::open()
 {
-    descriptor = ::open(folderOf(target).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    std::error_code error;
+    const auto resolved = std::filesystem::canonical(target, error);
+    if (!error)
+        target = resolved;
+    struct stat former = {};
+    const bool replaces = !error && ::stat(target.c_str(), &former) == 0;
+    if (replaces && !S_ISREG(former.st_mode))
+        return AVERROR(EINVAL);
+    if (replaces && ::access(target.c_str(), W_OK) != 0)
+        return AVERROR(errno);
+    struct stat folder = {};
+    if (::stat(folderOf(target).c_str(), &folder) != 0)
+        return AVERROR(errno);
+    constexpr mode_t kPrivate = S_IRUSR | S_IWUSR;
+    constexpr mode_t kForAll = kPrivate | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+    const int code = create(replaces || (folder.st_mode & S_IWOTH) ? kPrivate : kForAll);
+    if (code >= 0 && replaces && ::fchmod(descriptor, former.st_mode & ~mode_t(S_ISUID | S_ISGID)) != 0)
+        return AVERROR(errno);
+    return code;
+}
+
+int ResultFile::create(unsigned mode)
+{
+    descriptor = ::open(folderOf(target).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, mode);
     if (descriptor >= 0)
         return 0;
-    std::string pattern = sibling() + ".XXXXXX"; // no such files on this file system: one with a name
-    descriptor = ::mkostemp(pattern.data(), O_CLOEXEC);
+    const std::string made = sibling(); // no such files on this file system: one with a name
+    descriptor = ::open(made.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, mode);
     if (descriptor < 0)
         return AVERROR(errno);
-    name = pattern;
+    name = made;
     return 0;
+}
+
+int ResultFile::openFor(AVFormatContext& context)
+{
+    const int code = open();
+    return code < 0 ? code : avio_open(&context.pb, ("file:" + path()).c_str(), AVIO_FLAG_WRITE);
+}
+
+int ResultFile::write(const char* bytes, size_t count)
+{
+    while (count > 0) {
+        const ssize_t written = ::write(descriptor, bytes, count);
+        if (written < 0 && errno != EINTR)
+            return AVERROR(errno);
+        if (written > 0) {
+            bytes += written;
+            count -= size_t(written);
+        }
+    }
+    return 0;
+}
+
+int ResultFile::commit(AVFormatContext& context)
+{
+    const int code = avio_closep(&context.pb);
+    return code < 0 ? code : commit();
 }
 
 int ResultFile::reserve(int64_t bytes)

@@ -1,5 +1,6 @@
 #include "multimedia/base/scale.h"
 
+#include "multimedia/base/pixelscaler.h"
 #include "multimedia/base/warning.h"
 
 extern "C" {
@@ -26,9 +27,9 @@ bool Scale::open(AVFrame* frame)
     source_format = frame->format;
     if (params.size.width() < 0 || params.size.height() < 0)
         params.size = source_size;
-    scaler.reset(sws_getContext(frame->width, frame->height, AVPixelFormat(frame->format),
-                                params.size.width(), params.size.height(), AVPixelFormat(params.pixel_format),
-                                SWS_BICUBIC, nullptr, nullptr, nullptr));
+    scaler = makeScaler({AVPixelFormat(frame->format), frame->width, frame->height},
+                        {AVPixelFormat(params.pixel_format), params.size.width(), params.size.height()},
+                        SWS_BICUBIC);
     const int bytes = av_image_get_buffer_size(AVPixelFormat(params.pixel_format), params.size.width(),
                                                params.size.height(), kLineAlignment);
     pool.reset(bytes < 0 ? nullptr

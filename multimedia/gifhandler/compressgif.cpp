@@ -2,7 +2,6 @@
 
 #include "multimedia/base/ffmpegversion.h"
 #include "multimedia/base/mediahandle.h"
-#include "multimedia/base/openinput.h"
 #include "multimedia/base/warning.h"
 #include "multimedia/gifhandler/gifstructure.h"
 #include "multimedia/mediahandler/cmediascale.h"
@@ -25,7 +24,7 @@ using namespace multimedia;
 namespace {
 
 /// Of one picture: FFmpeg's GIF decoder keeps about three of them, at four bytes a pixel.
-constexpr int64_t kMaxPixels = 36'000'000;
+constexpr int64_t kMaxGifPixels = 36'000'000;
 /// Of all pictures together: some minutes of work. 640x360 reaches it after four hours of 15 frames a second.
 constexpr int64_t kMaxTotalPixels = 50'000'000'000;
 /// Of one picture as it lies in the file.
@@ -110,21 +109,24 @@ bool CompressGif::initInput(const QString& path)
 {
     input = std::make_unique<Input>();
     input->path = path;
-    if (openInput(input->format, path.toStdString()) < 0) {
+    MediaSource& source = input->source;
+    SourceOptions options;
+    options.max_pixels = kMaxGifPixels;
+    if (source.open(path.toStdString(), options) < 0) {
         qWarning() << "open input failure" << path;
         return false;
     }
-    if (!isSound(*input->format, path))
+    if (!isSound(*source.format(), path))
         return false;
-    if (avformat_find_stream_info(input->format.get(), nullptr) < 0) {
+    if (source.findStreams() < 0) {
         qWarning() << "find stream info failure" << path;
         return false;
     }
-    const int stream = av_find_best_stream(input->format.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &input->codec, 0);
-    if (stream == AVERROR_STREAM_NOT_FOUND) {
+    if (source.select(AVMEDIA_TYPE_VIDEO) == AVERROR_STREAM_NOT_FOUND) {
         qWarning() << "no video stream found";
         return false;
     }
+    source.limitTime({}); // whoever waits may cancel
     return true;
 }
 
@@ -140,7 +142,7 @@ bool CompressGif::isSound(const AVFormatContext& format, const QString& path) co
     }
     const AVCodecParameters& screen = *format.streams[0]->codecpar;
     const int64_t pixels = int64_t(screen.width) * screen.height;
-    if (pixels > kMaxPixels || structure.frameCount > kMaxTotalPixels / std::max<int64_t>(pixels, 1) ||
+    if (pixels > kMaxGifPixels || structure.frameCount > kMaxTotalPixels / std::max<int64_t>(pixels, 1) ||
         structure.largestFrameBytes > kMaxFrameBytes) {
         qWarning() << "input too large" << path << screen.width << screen.height << structure.frameCount;
         return false;
@@ -150,37 +152,26 @@ bool CompressGif::isSound(const AVFormatContext& format, const QString& path) co
 
 bool CompressGif::openInputCodec()
 {
-    for (unsigned i = 0; i < input->format->nb_streams && input->videoStreamIndex < 0; ++i) {
-        if (input->format->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO)
-            input->videoStreamIndex = int(i);
+    MediaSource& source = input->source;
+    const AVFormatContext& format = *source.format();
+    for (int i = int(format.nb_streams) - 1; i >= 0; --i) {
+        if (format.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO)
+            source.select(i);
     }
-    const AVCodecParameters* parameters = sourceStream()->codecpar;
-    if (!input->codec || input->codec->id != parameters->codec_id)
-        input->codec = avcodec_find_decoder(parameters->codec_id);
-    if (!input->codec) {
-        qWarning() << "could not find the decoder";
+    const int code = source.openDecoder();
+    if (code < 0) {
+        qWarning() << (code == AVERROR_DECODER_NOT_FOUND ? "could not find the decoder"
+                                                         : "open codec failure");
         return false;
     }
-    input->decoder.reset(avcodec_alloc_context3(input->codec));
-    AVCodecContext* decoder = input->decoder.get();
-    if (!decoder || avcodec_parameters_to_context(decoder, parameters) < 0) {
-        qWarning() << "open codec failure";
-        return false;
-    }
-    decoder->max_pixels = kMaxPixels;
-    decoder->pkt_timebase = sourceStream()->time_base;
-    if (avcodec_open2(decoder, input->codec, nullptr) < 0) {
-        qWarning() << "open codec failure";
-        return false;
-    }
-    input->picture = {AVPixelFormat(parameters->format), parameters->width, parameters->height};
+    const AVCodecParameters& parameters = *source.stream()->codecpar;
+    input->picture = {AVPixelFormat(parameters.format), parameters.width, parameters.height};
     return true;
 }
 
 bool CompressGif::initOutput(const QString& path)
 {
-    output = std::make_unique<Output>();
-    output->path = path;
+    output = std::make_unique<Output>(path);
     AVFormatContext* context = nullptr;
     const AVOutputFormat* muxer = muxerFor(path);
     if (muxer)
@@ -212,14 +203,14 @@ bool CompressGif::openOutCodec(const GifHandlerContext& context)
     encoder->codec_type = AVMEDIA_TYPE_VIDEO;
     encoder->width = size.width();
     encoder->height = size.height();
-    encoder->max_pixels = kMaxPixels;
+    encoder->max_pixels = kMaxGifPixels;
     const AVPixelFormat* formats = pixelFormats(*codec);
     encoder->pix_fmt = formats ? formats[0] : AV_PIX_FMT_NONE;
     encoder->time_base = sourceStream()->time_base; // a GIF's codec has no clock of its own
     if (context.transcodeToMP4) {
         encoder->framerate = sourceStream()->r_frame_rate;
-        encoder->gop_size = input->decoder->gop_size;
-        encoder->refs = input->decoder->refs;
+        encoder->gop_size = input->source.codec()->gop_size;
+        encoder->refs = input->source.codec()->refs;
         // Reordered pictures at uneven distances leave the track shorter than what it shows.
         encoder->max_b_frames = 0;
     }
@@ -272,8 +263,7 @@ bool CompressGif::openOutputFile()
         qWarning() << "open file failure, it is the source" << output->path;
         return false;
     }
-    const std::string url = "file:" + output->path.toStdString();
-    if (avio_open(&output->format->pb, url.c_str(), AVIO_FLAG_WRITE) < 0) {
+    if (output->file.openFor(*output->format) < 0) {
         qWarning() << "open file failure" << output->path;
         return false;
     }
@@ -287,8 +277,8 @@ bool CompressGif::openOutputFile()
 bool CompressGif::reEncode()
 {
     Conversion conversion;
-    const Picture& from = input->picture;
-    const Picture& to = output->picture;
+    const PictureFormat& from = input->picture;
+    const PictureFormat& to = output->picture;
     conversion.scaler.setSrcOpt(from.format, from.width, from.height);
     conversion.scaler.setDestOpt(to.format, to.width, to.height);
     if (!conversion.packet || !conversion.decoded || !conversion.scaled)
@@ -302,34 +292,21 @@ bool CompressGif::reEncode()
     int code = reEncodeFrames(conversion);
     if (code >= 0)
         code = encodeToPacket(nullptr, conversion.packet.get());
-    const bool is_finished = finishOutput();
     if (code != AVERROR_EOF)
         qCDebug(MultimediaCategoryLogging) << "reEncode retCode:" << code;
-    return code == AVERROR_EOF && is_finished && conversion.frame_count > 0;
+    return code == AVERROR_EOF && conversion.frame_count > 0 && finishOutput();
 }
 
 /// Until the source ends or the run is cancelled. 0, or the code of the failure that ended it.
 int CompressGif::reEncodeFrames(Conversion& conversion)
 {
-    AVPacket* packet = conversion.packet.get();
-    bool is_draining = false;
-    while (!is_draining && !isCancelled()) {
-        const int read = av_read_frame(input->format.get(), packet);
-        if (read < 0 && read != AVERROR_EOF)
-            return read;
-        is_draining = read == AVERROR_EOF;
-        if (!is_draining && packet->stream_index != input->videoStreamIndex) {
-            av_packet_unref(packet);
-            continue;
-        }
-        int decoded = decodeToFrame(is_draining ? nullptr : packet, conversion.decoded.get());
-        av_packet_unref(packet);
-        while (decoded >= 0 && !isCancelled()) {
-            const int encoded = encodeDecoded(conversion);
-            if (encoded < 0 && encoded != AVERROR(EAGAIN))
-                return encoded;
-            decoded = avcodec_receive_frame(input->decoder.get(), conversion.decoded.get());
-        }
+    while (!isCancelled()) {
+        const int decoded = input->source.decode(*conversion.decoded);
+        if (decoded < 0)
+            return decoded == AVERROR_EOF ? 0 : decoded;
+        const int encoded = encodeDecoded(conversion);
+        if (encoded < 0 && encoded != AVERROR(EAGAIN))
+            return encoded;
     }
     return 0;
 }
@@ -339,7 +316,7 @@ int CompressGif::encodeDecoded(Conversion& conversion)
 {
     const AVFrame* decoded = conversion.decoded.get();
     AVFrame* scaled = conversion.scaled.get();
-    const Picture& from = input->picture;
+    const PictureFormat& from = input->picture;
     if (++conversion.frame_count * from.width * from.height > kMaxTotalPixels)
         return AVERROR_INVALIDDATA;
     if (decoded->format != from.format || decoded->width != from.width || decoded->height != from.height)
@@ -354,12 +331,6 @@ int CompressGif::encodeDecoded(Conversion& conversion)
         return 0;
     output->lastDuration = frameDuration(*decoded);
     return encodeToPacket(scaled, conversion.packet.get());
-}
-
-int CompressGif::decodeToFrame(const AVPacket* packet, AVFrame* frame)
-{
-    const int sent = avcodec_send_packet(input->decoder.get(), packet);
-    return sent < 0 ? sent : avcodec_receive_frame(input->decoder.get(), frame);
 }
 
 /// `AVERROR(EAGAIN)` when the frame is dealt with, `AVERROR_EOF` when a null frame has flushed the encoder.
@@ -381,7 +352,7 @@ int CompressGif::encodeToPacket(const AVFrame* frame, AVPacket* packet)
     return code;
 }
 
-/// False if not everything has reached the file.
+/// False if not everything has reached the file, which takes its place otherwise.
 bool CompressGif::finishOutput()
 {
     AVFormatContext* format = output->format.get();
@@ -389,11 +360,12 @@ bool CompressGif::finishOutput()
     av_opt_set_int(format, "final_delay",
                    av_rescale_q(output->lastDuration, sourceStream()->time_base, kGifTimeBase),
                    AV_OPT_SEARCH_CHILDREN);
-    const int trailer = av_write_trailer(format);
-    const int closed = avio_closep(&format->pb);
-    if ((trailer < 0 || closed < 0) && !isCancelled())
+    int code = av_write_trailer(format);
+    if (code >= 0)
+        code = output->file.commit(*format);
+    if (code < 0)
         qWarning() << "write trailer failure" << output->path;
-    return trailer >= 0 && closed >= 0;
+    return code >= 0;
 }
 
 void CompressGif::clear()

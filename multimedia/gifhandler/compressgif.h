@@ -1,6 +1,8 @@
 #pragma once
 
-#include "multimedia/base/ffmpegptr.h"
+#include "multimedia/base/mediasource.h"
+#include "multimedia/base/pixelscaler.h"
+#include "multimedia/base/resultfile.h"
 #include "multimedia/gifhandler/gifhandlercontext.h"
 
 #include <QtCore/QObject>
@@ -18,8 +20,7 @@ class CMediaScale;
 /// was transparent comes out white, which is what FFmpeg's decoder has behind it.
 ///
 /// One run at a time, on one thread; only `cancelCompress` may be called from another. A failure has no
-/// report but its log line and the result false. The destination is left as it is then, however much of it
-/// was written; it is not touched before the source was found to be sound.
+/// report but its log line and the result false. The destination comes whole, or is as it was before.
 ///
 /// Sources of strangers are bounded: a GIF that is cut off, has pictures of over 36 megapixels, a single
 /// compressed picture of over 64 MiB, or more pixels in all its frames than a run could ever get through, is
@@ -49,27 +50,24 @@ Q_SIGNALS:
     void compressResult(bool ret);
 
 private:
-    struct Picture
-    {
-        AVPixelFormat format = AV_PIX_FMT_NONE;
-        int32_t width = 0;
-        int32_t height = 0;
-    };
     struct Input
     {
-        multimedia::InputPtr format;
-        multimedia::CodecContextPtr decoder;
-        const AVCodec* codec = nullptr;
-        Picture picture;
+        multimedia::MediaSource source;
+        multimedia::PictureFormat picture;
         QString path;
-        int videoStreamIndex = -1;
     };
     struct Output
     {
+        explicit Output(const QString& path)
+            : path(path)
+            , file(path.toStdString())
+        {}
+
         multimedia::OutputPtr format;
         multimedia::CodecContextPtr encoder;
-        Picture picture;
-        QString path;
+        multimedia::PictureFormat picture;
+        const QString path;
+        multimedia::ResultFile file;
         /// Of the last picture, in the time base of the source.
         int64_t lastDuration = 0;
     };
@@ -87,13 +85,12 @@ private:
     bool reEncode();
     int reEncodeFrames(Conversion& conversion);
     int encodeDecoded(Conversion& conversion);
-    int decodeToFrame(const AVPacket* packet, AVFrame* frame);
     int encodeToPacket(const AVFrame* frame, AVPacket* packet);
     bool finishOutput();
     void clear();
     bool isCancelled() const;
 
-    AVStream* sourceStream() const { return input->format->streams[input->videoStreamIndex]; }
+    AVStream* sourceStream() const { return input->source.stream(); }
     AVStream* targetStream() const { return output->format->streams[0]; }
 
     std::unique_ptr<Input> input;

@@ -66,5 +66,6 @@ GifStructure readGifStructure(const std::string& path)
             return structure;
         }
     }
+    structure.isComplete = structure.frameCount > 0;
     return structure;
 }

@@ -6,8 +6,8 @@
 /// What the blocks of a GIF file tell, without a look at any pixel.
 struct GifStructure
 {
-    /// The blocks follow one another without a fault up to the trailer. A file that was cut off anywhere, be
-    /// it between two frames, is not complete.
+    /// The blocks follow one another without a fault up to the trailer, or to the end of the file behind a
+    /// whole picture: many a program leaves the trailer out.
     bool isComplete = false;
     int64_t frameCount = 0;
     /// Compressed size of the largest frame, at most 255/256 of the bytes it takes in the file.

@@ -1,7 +1,7 @@
 #include "multimedia/imageedit/editdescription.h"
 
+#include "multimedia/base/picturefile.h"
 #include "multimedia/base/warning.h"
-#include "multimedia/imageedit/imagefile.h"
 #include "quillon/util.h"
 
 #include <QtCore/QFile>
@@ -12,6 +12,9 @@
 #include <cmath>
 
 namespace ImageEdit {
+
+using namespace multimedia;
+
 namespace {
 
 constexpr int kMaxSide = 2560;

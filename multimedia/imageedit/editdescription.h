@@ -4,9 +4,11 @@
 #include <QtCore/QVariantMap>
 #include <QtGui/QImage>
 
-namespace ImageEdit {
-
+namespace multimedia {
 class PictureReader;
+}
+
+namespace ImageEdit {
 
 /// What the user did to a picture, as the client writes it down.
 ///
@@ -24,7 +26,7 @@ struct EditDescription
 
     /// Reads the cropped part of the reader's file, its long side brought down to 2560 pixels. Null if it
     /// cannot be read.
-    QImage readCropped(PictureReader& reader) const;
+    QImage readCropped(multimedia::PictureReader& reader) const;
 
     /// Mirrors and turns the picture and draws the overlay on it. The overlay's file is removed once it is
     /// drawn.

@@ -1,12 +1,12 @@
 #include "multimedia/imageedit/imageeditprovider.h"
 
 #include "multimedia/base/currentrequest.h"
+#include "multimedia/base/picturefile.h"
 #include "multimedia/base/processend.h"
 #include "multimedia/base/warning.h"
 #include "multimedia/facedetect/facedetect.h"
 #include "multimedia/facedetect/facepatch.h"
 #include "multimedia/imageedit/editdescription.h"
-#include "multimedia/imageedit/imagefile.h"
 #include "quillon/util.h"
 
 #include <QtConcurrent/QtConcurrentRun>
@@ -22,6 +22,9 @@
 #include <utility>
 
 namespace ImageEdit {
+
+using namespace multimedia;
+
 namespace {
 
 /// The stage that `clipCallback` is told.
@@ -179,8 +182,10 @@ void ImageEditProvider::finishMask(const QString& file_path, const QString& blur
 
 QString ImageEditProvider::readThumbImage(const QString& srcPath)
 {
-    const QString thumb_path = temporaryPath(formatOf(srcPath));
+    const PictureReader reader(srcPath);
+    const QString thumb_path = temporaryPath(reader.format());
     const bool is_made =
+        reader.isReadable() &&
         Util::instance()->scaleThumbImage(Util::toLocalFile(srcPath), thumb_path, {640, 640}, 640, false);
     return is_made ? thumb_path : srcPath;
 }
@@ -188,7 +193,8 @@ QString ImageEditProvider::readThumbImage(const QString& srcPath)
 QString ImageEditProvider::readThumbBytes(const QString& thumbPath)
 {
     QByteArray bytes;
-    Util::scaleThumbBytes(Util::toLocalFile(thumbPath), 32, bytes);
+    if (PictureReader(thumbPath).isReadable())
+        Util::scaleThumbBytes(Util::toLocalFile(thumbPath), 32, bytes);
     return QString::fromUtf8(bytes.constData()); // up to the first NUL
 }
 
@@ -196,7 +202,7 @@ void ImageEditProvider::editImage(const QString& srcPath, QSize)
 {
     PictureReader reader(srcPath);
     reader.setAutoTransform(true);
-    if (!isEditable(reader.format()) || !isReadable(reader.size()))
+    if (!isEditable(reader.format()) || !reader.isReadable())
         return;
     if (!this->srcPath().isEmpty())
         editReset();

@@ -1,11 +1,14 @@
 #include "multimedia/imageedit/imageedittask.h"
 
+#include "multimedia/base/picturefile.h"
 #include "multimedia/imageedit/editdescription.h"
-#include "multimedia/imageedit/imagefile.h"
 
 #include <utility>
 
 namespace ImageEdit {
+
+using namespace multimedia;
+
 namespace {
 constexpr int kDone = 0;
 constexpr int kCancelled = 1;

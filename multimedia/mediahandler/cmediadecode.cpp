@@ -1,6 +1,5 @@
 #include "multimedia/mediahandler/cmediadecode.h"
 
-#include "multimedia/base/openinput.h"
 #include "multimedia/mediahandler/mediaerror.h"
 
 #include <QtCore/QString>
@@ -12,29 +11,19 @@ constexpr int kMaxPcmBytes = 1 << 30;
 
 int CMediaDecode::openInputFile(const QString& path)
 {
-    int result = multimedia::openInput(input, path.toStdString());
+    int result = source.open(path.toStdString());
+    if (result >= 0)
+        result = source.findStreams();
+    if (result >= 0)
+        result = source.select(AVMEDIA_TYPE_AUDIO);
     if (result < 0)
         return mediaError(result);
-    result = avformat_find_stream_info(input.get(), nullptr);
-    if (result < 0)
-        return mediaError(result);
-    stream_index = av_find_best_stream(input.get(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
-    if (stream_index < 0)
-        return mediaError(stream_index);
-
-    const AVCodecParameters* parameters = input->streams[stream_index]->codecpar;
-    const AVCodec* codec = avcodec_find_decoder(parameters->codec_id);
-    if (!codec) {
+    source.limitTime({}); // whoever waits may cancel
+    result = source.openDecoder();
+    if (result == AVERROR_DECODER_NOT_FOUND) {
         av_log(nullptr, AV_LOG_ERROR, "can't find decoder\n");
         return AVERROR_BUG;
     }
-    decoder.reset(avcodec_alloc_context3(codec));
-    if (!decoder)
-        return mediaError(AVERROR(ENOMEM));
-    result = avcodec_parameters_to_context(decoder.get(), parameters);
-    if (result < 0)
-        return mediaError(result);
-    result = avcodec_open2(decoder.get(), codec, nullptr);
     return result < 0 ? mediaError(result) : 0;
 }
 
@@ -49,8 +38,7 @@ QByteArray CMediaDecode::decodeAudio(const QString& path)
     decodePackets();
     resample.reset();
     frame.reset();
-    decoder.reset();
-    input.reset();
+    source.close();
     if (cancelled)
         pcm.clear();
     return pcm;
@@ -64,8 +52,8 @@ void CMediaDecode::decodePackets()
         mediaError(AVERROR(ENOMEM));
         return;
     }
-    while (!cancelled && av_read_frame(input.get(), packet.get()) >= 0) {
-        if (packet->stream_index == stream_index && !decodePacket(packet.get()))
+    while (!cancelled && source.read(*packet) >= 0) {
+        if (packet->stream_index == source.streamIndex() && !decodePacket(packet.get()))
             cancelled = true;
         av_packet_unref(packet.get());
     }
@@ -74,9 +62,9 @@ void CMediaDecode::decodePackets()
 /// False when the stream is corrupt or too long.
 bool CMediaDecode::decodePacket(const AVPacket* packet)
 {
-    int result = avcodec_send_packet(decoder.get(), packet);
+    int result = avcodec_send_packet(source.codec(), packet);
     while (!cancelled && result >= 0) {
-        result = avcodec_receive_frame(decoder.get(), frame.get());
+        result = avcodec_receive_frame(source.codec(), frame.get());
         if (result < 0)
             break;
         const bool appended = appendFrame(frame.get());

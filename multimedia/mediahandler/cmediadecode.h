@@ -1,7 +1,6 @@
 #pragma once
 
-#include "multimedia/base/ffmpegptr.h"
-#include "multimedia/base/mediahandle.h"
+#include "multimedia/base/mediasource.h"
 #include "multimedia/mediahandler/cmediaresample.h"
 
 #include <QtCore/QByteArray>
@@ -36,9 +35,7 @@ private:
     bool appendFrame(const AVFrame* frame);
     bool prepareFor(const AVFrame* frame);
 
-    multimedia::InputPtr input;
-    multimedia::CodecContextPtr decoder;
-    int stream_index = -1;
+    multimedia::MediaSource source;
     QByteArray pcm;
     std::atomic<bool> cancelled = false;
     QVariantMap info;

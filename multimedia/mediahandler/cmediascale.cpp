@@ -14,12 +14,7 @@ void CMediaScale::setDestOpt(AVPixelFormat format, int width, int height)
 
 int CMediaScale::preScale()
 {
-    // What FFmpeg does not know it does not refuse, it ends the process.
-    if (!sws_isSupportedInput(source.format) || !sws_isSupportedOutput(destination.format))
-        return mediaError(AVERROR_BUG);
-    context.reset(sws_getContext(source.width, source.height, source.format, destination.width,
-                                 destination.height, destination.format, SWS_FAST_BILINEAR, nullptr, nullptr,
-                                 nullptr));
+    context = multimedia::makeScaler(source, destination, SWS_FAST_BILINEAR);
     return context ? 0 : mediaError(AVERROR_BUG);
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "multimedia/base/ffmpegptr.h"
+#include "multimedia/base/pixelscaler.h"
 
 /// A picture scaler and pixel format converter with its options.
 ///
@@ -17,14 +17,7 @@ public:
               uint8_t* const* dst, const int* dstStride);
 
 private:
-    struct Picture
-    {
-        AVPixelFormat format = AV_PIX_FMT_NONE;
-        int width = 0;
-        int height = 0;
-    };
-
     multimedia::SwsContextPtr context;
-    Picture source;
-    Picture destination;
+    multimedia::PictureFormat source;
+    multimedia::PictureFormat destination;
 };

@@ -1,5 +1,7 @@
 #include "multimedia/mediahandler/cwavewriter.h"
 
+#include "multimedia/base/resultfile.h"
+#include "multimedia/base/warning.h"
 #include "multimedia/mediahandler/cmediadecode.h"
 #include "quillon/util.h"
 
@@ -36,6 +38,19 @@ QByteArray waveHeader(quint32 dataBytes, qint32 sampleRate, qint32 channels)
     return header;
 }
 
+/// What a longer file at `path` has behind `begin`.
+int copyTail(const QString& path, qint64 begin, multimedia::ResultFile& to)
+{
+    constexpr qint64 kPiece = 1 << 20;
+    QFile former(path);
+    if (!former.open(QIODevice::ReadOnly) || !former.seek(begin))
+        return 0;
+    int code = 0;
+    for (QByteArray piece = former.read(kPiece); code >= 0 && !piece.isEmpty(); piece = former.read(kPiece))
+        code = to.write(piece.constData(), size_t(piece.size()));
+    return code;
+}
+
 } // namespace
 
 bool CWaveWriter::writeWaveFile(const QVariantMap& pcm, const QString& path)
@@ -44,19 +59,22 @@ bool CWaveWriter::writeWaveFile(const QVariantMap& pcm, const QString& path)
     if (!pcm.contains(kPcmData) || !info.contains(kSampleFormat) || !info.contains(kSampleRate) ||
         !info.contains(kChannels))
         return false;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadWrite)) {
-        qWarning("writeWaveFile: %s: %s", qUtf8Printable(path), qUtf8Printable(file.errorString()));
-        return false;
-    }
     const QByteArray data = pcm.value(kPcmData).toByteArray();
     const QByteArray header =
         waveHeader(quint32(data.size()), info.value(kSampleRate).toInt(), info.value(kChannels).toInt());
-    const bool written =
-        file.write(header) == header.size() && file.write(data) == data.size() && file.flush();
-    if (!written)
-        qWarning("writeWaveFile: %s: %s", qUtf8Printable(path), qUtf8Printable(file.errorString()));
-    return written;
+    multimedia::ResultFile file(path.toStdString());
+    int code = file.open();
+    if (code >= 0)
+        code = file.write(header.constData(), size_t(header.size()));
+    if (code >= 0)
+        code = file.write(data.constData(), size_t(data.size()));
+    if (code >= 0)
+        code = copyTail(path, header.size() + data.size(), file);
+    if (code >= 0)
+        code = file.commit();
+    if (code < 0)
+        qWarning("writeWaveFile: %s: %s", qUtf8Printable(path), ffmpegErrorString(code).c_str());
+    return code >= 0;
 }
 
 bool CWaveWriter::transcodeToWave(const QString& srcPath, const QString& dstPath)

@@ -14,7 +14,7 @@ public:
     /// called, and its RIFF size is the data's plus 32. A file that stands at `path` is written over, not
     /// shortened.
     ///
-    /// False when something is missing (no file is made then) or the file cannot be written.
+    /// False when something is missing or the file cannot be written; what was there then stays.
     static bool writeWaveFile(const QVariantMap& pcm, const QString& path);
     /// Decodes the audio of a file, as `CMediaDecode` does, into a WAV file. False on failure.
     static bool transcodeToWave(const QString& srcPath, const QString& dstPath);

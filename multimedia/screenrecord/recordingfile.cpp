@@ -2,7 +2,7 @@
 
 #include "multimedia/base/ffmpegptr.h"
 #include "multimedia/base/mediahandle.h"
-#include "multimedia/base/openinput.h"
+#include "multimedia/base/mediasource.h"
 #include "multimedia/base/resultfile.h"
 
 #include <fcntl.h>
@@ -21,10 +21,18 @@ constexpr int64_t kIndexHeaderBytes = 64 * 1024;
 /// Which the file does not say, and the muxer asks for.
 constexpr int kAacFrameSamples = 1024;
 
-int openTarget(OutputPtr& target, const AVFormatContext& source, const ResultFile& file, int64_t index_bytes)
+/// However long the disk takes.
+SourceOptions ownFile()
+{
+    SourceOptions options;
+    options.time_limit = {};
+    return options;
+}
+
+int openTarget(OutputPtr& target, const AVFormatContext& source, ResultFile& file, int64_t index_bytes)
 {
     AVFormatContext* context = nullptr;
-    int code = avformat_alloc_output_context2(&context, nullptr, "mp4", file.path().c_str());
+    int code = avformat_alloc_output_context2(&context, nullptr, "mp4", nullptr);
     target.reset(context);
     for (unsigned i = 0; code >= 0 && i < source.nb_streams; ++i) {
         AVStream* stream = avformat_new_stream(context, nullptr);
@@ -39,7 +47,9 @@ int openTarget(OutputPtr& target, const AVFormatContext& source, const ResultFil
         stream->avg_frame_rate = source.streams[i]->avg_frame_rate;
     }
     if (code >= 0)
-        code = avio_open(&context->pb, file.path().c_str(), AVIO_FLAG_WRITE);
+        code = file.openFor(*context);
+    if (code >= 0)
+        code = file.reserve(avio_size(source.pb) + index_bytes);
     Dictionary options;
     if (code >= 0)
         code = options.set("moov_size", std::to_string(index_bytes).c_str());
@@ -48,19 +58,19 @@ int openTarget(OutputPtr& target, const AVFormatContext& source, const ResultFil
 
 /// In the order of the source: each fragment's pictures and each fragment's sound stay together, so that the
 /// index is small.
-int copyPackets(AVFormatContext& source, AVFormatContext& target)
+int copyPackets(MediaSource& source, AVFormatContext& target)
 {
     const PacketHandle packet = createPacket();
     if (!packet)
         return AVERROR(ENOMEM);
     for (;;) {
-        int code = av_read_frame(&source, packet.get());
+        int code = source.read(*packet);
         if (code == AVERROR_EOF)
             return 0;
         if (code < 0)
             return code;
         const auto index = size_t(packet->stream_index);
-        av_packet_rescale_ts(packet.get(), source.streams[index]->time_base,
+        av_packet_rescale_ts(packet.get(), source.format()->streams[index]->time_base,
                              target.streams[index]->time_base);
         packet->pos = -1;
         code = av_write_frame(&target, packet.get());
@@ -72,25 +82,18 @@ int copyPackets(AVFormatContext& source, AVFormatContext& target)
 
 int rewrite(const std::string& path, int64_t index_bytes)
 {
-    InputPtr source;
-    int code = openInput(source, path);
+    MediaSource source;
+    int code = source.open(path, ownFile());
     if (code < 0)
         return code;
     ResultFile file(path);
-    code = file.open();
-    if (code >= 0)
-        code = file.reserve(avio_size(source->pb) + index_bytes);
-    if (code < 0)
-        return code;
     OutputPtr target;
-    code = openTarget(target, *source, file, index_bytes);
+    code = openTarget(target, *source.format(), file, index_bytes);
     if (code >= 0)
-        code = copyPackets(*source, *target);
+        code = copyPackets(source, *target);
     if (code >= 0)
         code = av_write_trailer(target.get());
-    if (code >= 0)
-        code = avio_closep(&target->pb);
-    return code >= 0 ? file.commit() : code;
+    return code >= 0 ? file.commit(*target) : code;
 }
 
 } // namespace
@@ -114,27 +117,10 @@ int putIndexInFront(const std::string& path, int64_t packets)
 
 bool hasPicture(const std::string& path)
 {
-    InputPtr source;
-    if (openInput(source, path) < 0)
-        return false;
-    const int index = av_find_best_stream(source.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    const CodecContextPtr decoder = index >= 0 ? openDecoder(*source->streams[index]) : nullptr;
-    const PacketHandle packet = createPacket();
+    MediaSource source;
     const FrameHandle frame = createFrame();
-    if (!decoder || !packet || !frame)
-        return false;
-    int code = AVERROR(EAGAIN);
-    while (code == AVERROR(EAGAIN)) {
-        const bool more = av_read_frame(source.get(), packet.get()) >= 0;
-        if (more && packet->stream_index != index) {
-            av_packet_unref(packet.get());
-            continue;
-        }
-        avcodec_send_packet(decoder.get(), more ? packet.get() : nullptr);
-        av_packet_unref(packet.get());
-        code = avcodec_receive_frame(decoder.get(), frame.get());
-    }
-    return code >= 0;
+    return frame && source.open(path, ownFile()) >= 0 && source.select(AVMEDIA_TYPE_VIDEO) >= 0 &&
+           source.openDecoder() >= 0 && source.decode(*frame) >= 0;
 }
 
 } // namespace multimedia

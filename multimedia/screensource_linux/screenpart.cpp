@@ -1,5 +1,7 @@
 #include "multimedia/screensource_linux/screenpart.h"
 
+#include "multimedia/base/pixelscaler.h"
+
 extern "C" {
 #include <libavutil/frame.h>
 #include <libavutil/imgutils.h>
@@ -139,9 +141,9 @@ FrameHandle ScreenPart::fit(FrameHandle picture)
     const QSize inner =
         QSize(picture->width, picture->height).scaled(frame_size, Qt::KeepAspectRatio).expandedTo({1, 1});
     const QPoint corner((frame_size.width() - inner.width()) / 2, (frame_size.height() - inner.height()) / 2);
-    const SwsContextPtr scaler(sws_getContext(picture->width, picture->height, AVPixelFormat(picture->format),
-                                              inner.width(), inner.height(), AVPixelFormat(frame_format),
-                                              SWS_BILINEAR, nullptr, nullptr, nullptr));
+    const SwsContextPtr scaler =
+        makeScaler({AVPixelFormat(picture->format), picture->width, picture->height},
+                   {AVPixelFormat(frame_format), inner.width(), inner.height()}, SWS_BILINEAR);
     if (!scaler)
         return {};
     for (int y = 0; y < frame_size.height(); ++y)

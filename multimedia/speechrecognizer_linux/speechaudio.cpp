@@ -1,7 +1,5 @@
 #include "multimedia/speechrecognizer_linux/speechaudio.h"
 
-#include "multimedia/base/openinput.h"
-
 #include <algorithm>
 #include <cmath>
 
@@ -13,8 +11,8 @@ using multimedia::AudioLayout;
 
 constexpr AudioLayout kSpeechLayout = {AV_CH_LAYOUT_MONO, AV_SAMPLE_FMT_S16, kSpeechRate};
 // Beyond these the resampler's filters, or a second of its output, get out of hand.
-constexpr double kLowestRate = 1000;
-constexpr double kHighestRate = 768000;
+constexpr int kLowestRate = multimedia::MediaSource::kLowestRate;
+constexpr int kHighestRate = multimedia::MediaSource::kHighestRate;
 
 bool operator==(const AudioLayout& a, const AudioLayout& b)
 {
@@ -82,35 +80,28 @@ int SpeechAudio::flush(SpeechSamples& samples)
 
 int FileAudio::open(const std::string& path)
 {
-    multimedia::InputOptions options;
-    options.interrupt = {isCancelled, const_cast<std::atomic<bool>*>(&cancelled)};
-    int code = multimedia::openInput(input, path, options);
+    multimedia::SourceOptions options;
+    options.cancelled = {isCancelled, const_cast<std::atomic<bool>*>(&cancelled)};
+    int code = source.open(path, options);
     if (code >= 0)
-        code = avformat_find_stream_info(input.get(), nullptr);
-    const AVCodec* codec = nullptr;
+        code = source.findStreams();
     if (code >= 0)
-        code = stream_index = av_find_best_stream(input.get(), AVMEDIA_TYPE_AUDIO, -1, -1, &codec, 0);
+        code = source.select(AVMEDIA_TYPE_AUDIO);
     if (code < 0)
         return code;
-    for (unsigned i = 0; i < input->nb_streams; ++i)
-        input->streams[i]->discard = int(i) == stream_index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
-
-    packet = multimedia::createPacket();
+    source.limitTime({});
+    const AVFormatContext& input = *source.format();
+    for (unsigned i = 0; i < input.nb_streams; ++i)
+        input.streams[i]->discard = int(i) == source.streamIndex() ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
     frame = multimedia::createFrame();
-    decoder.reset(avcodec_alloc_context3(codec));
-    if (!packet || !frame || !decoder)
-        return AVERROR(ENOMEM);
-    const AVStream* stream = input->streams[stream_index];
-    decoder->pkt_timebase = stream->time_base;
-    code = avcodec_parameters_to_context(decoder.get(), stream->codecpar);
-    return code < 0 ? code : avcodec_open2(decoder.get(), codec, nullptr);
+    return frame ? source.openDecoder() : AVERROR(ENOMEM);
 }
 
 int FileAudio::read(SpeechSamples& samples)
 {
     samples.clear();
     do {
-        const int code = decodeNext();
+        const int code = source.decode(*frame);
         if (code == AVERROR_EOF)
             return flush(samples);
         if (code < 0)
@@ -123,37 +114,6 @@ int FileAudio::read(SpeechSamples& samples)
             return converted;
     } while (samples.empty());
     return 0;
-}
-
-/// Fills `frame`; `AVERROR_EOF` at the end.
-int FileAudio::decodeNext()
-{
-    int code = 0;
-    do {
-        code = avcodec_receive_frame(decoder.get(), frame.get());
-        if (code != AVERROR(EAGAIN) && code != AVERROR_INVALIDDATA)
-            return code;
-        if (code == AVERROR(EAGAIN))
-            code = sendPacket();
-    } while (code >= 0 || code == AVERROR_INVALIDDATA);
-    return code;
-}
-
-/// Gives the decoder the next packet, or the end of the file. `AVERROR_INVALIDDATA` is the packet's fault,
-/// any other error the file's.
-int FileAudio::sendPacket()
-{
-    if (cancelled)
-        return AVERROR_EXIT;
-    int code = av_read_frame(input.get(), packet.get());
-    if (code == AVERROR_EOF)
-        return avcodec_send_packet(decoder.get(), nullptr);
-    if (code < 0)
-        return code == AVERROR_INVALIDDATA ? AVERROR(EIO) : code;
-    if (packet->stream_index == stream_index)
-        code = avcodec_send_packet(decoder.get(), packet.get());
-    av_packet_unref(packet.get());
-    return code;
 }
 
 int BufferAudio::read(SpeechSamples& samples)

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "multimedia/base/ffmpegversion.h"
-#include "multimedia/base/mediahandle.h"
+#include "multimedia/base/mediasource.h"
 #include "multimedia/speechrecognizer/speechservice.h"
 
 #include <atomic>
@@ -52,15 +52,9 @@ public:
     int read(SpeechSamples& samples) override;
 
 private:
-    int decodeNext();
-    int sendPacket();
-
     const std::atomic<bool>& cancelled;
-    multimedia::InputPtr input;
-    multimedia::CodecContextPtr decoder;
-    multimedia::PacketHandle packet;
+    multimedia::MediaSource source;
     multimedia::FrameHandle frame;
-    int stream_index = -1;
 };
 
 /// Samples in memory.

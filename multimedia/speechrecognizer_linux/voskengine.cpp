@@ -152,12 +152,6 @@ private:
             library.recognizer_free(recognizer);
         recognizer = nullptr;
     }
-    static std::string wordsIn(const char* json, const char* key)
-    {
-        const QJsonObject object = QJsonDocument::fromJson(QByteArray(json)).object();
-        return object[QLatin1String(key)].toString().simplified().toStdString();
-    }
-
     const VoskLibrary& library;
     VoskModelHandle* const model;
     VoskRecognizerHandle* recognizer = nullptr; ///< of the stream
@@ -166,6 +160,12 @@ private:
 };
 
 } // namespace
+
+std::string wordsIn(const char* json, const char* key)
+{
+    const QJsonObject object = QJsonDocument::fromJson(QByteArray(json)).object();
+    return object[QLatin1String(key)].toString().simplified().toStdString();
+}
 
 VoskEngine::VoskEngine()
     : VoskEngine(usualLibraries(), usualFolders())

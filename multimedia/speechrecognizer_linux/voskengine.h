@@ -12,6 +12,9 @@ namespace speechRecognize {
 
 struct VoskLibrary;
 
+/// The words that stand under `key` in what Vosk has heard, in JSON; none where it is something else.
+std::string wordsIn(const char* json, const char* key);
+
 /// Vosk, where the user has installed it and at least one model. It is loaded while the process runs: nothing
 /// is linked, and without it there are no models.
 ///

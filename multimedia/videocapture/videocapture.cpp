@@ -1,9 +1,9 @@
 #include "multimedia/videocapture/videocapture.h"
 
-#include "multimedia/base/ffmpegptr.h"
 #include "multimedia/base/filtergraph.h"
-#include "multimedia/base/mediahandle.h"
-#include "multimedia/base/openinput.h"
+#include "multimedia/base/mediasource.h"
+#include "multimedia/base/picturefile.h"
+#include "multimedia/base/pixelscaler.h"
 #include "multimedia/base/rotation.h"
 #include "multimedia/base/warning.h"
 #include "quillon/util.h"
@@ -31,49 +31,45 @@ constexpr int kAlignment = 8;
 constexpr int kTrustedProbeScore = 51;
 constexpr QSize kUnknownSize(-1, -1);
 
-struct Source
+/// Opens the video of a file.
+bool open(MediaSource& source, const char* path, const SourceOptions& options = {})
 {
-    InputPtr input;
-    int video_index = -1;
-
-    AVStream* stream() const { return input->streams[video_index]; }
-};
-
-bool open(Source& source, const QByteArray& path)
-{
-    AVFormatContext* context = nullptr;
-    if (!VideoCapture::instance()->initFormat(&context, &source.video_index, path.constData()))
-        return false;
-    source.input.reset(context);
-    return true;
+    int code = source.open(path, options);
+    if (code >= 0)
+        code = source.findStreams();
+    if (code >= 0)
+        code = source.select(AVMEDIA_TYPE_VIDEO);
+    if (code < 0)
+        qCDebug(MultimediaCategoryLogging, "no video in %s: %s", path, ffmpegErrorString(code).c_str());
+    return code >= 0;
 }
 
 CodecContextPtr openVideo(const AVStream& stream)
 {
-    CodecContextPtr codec = openDecoder(stream);
-    if (!codec)
+    CodecContextPtr codec;
+    if (MediaSource::makeDecoder(codec, stream) < 0)
         qCDebug(MultimediaCategoryLogging, "could not open decoder of %s",
                 avcodec_get_name(stream.codecpar->codec_id));
     return codec;
 }
 
-bool hasDecoder(const Source& source)
+bool hasDecoder(const MediaSource& source)
 {
     return avcodec_find_decoder(source.stream()->codecpar->codec_id) != nullptr;
 }
 
 /// Opens a file that is trusted to be a video.
-bool openTrusted(Source& source, const QString& path, long long& duration, QString& format)
+bool openTrusted(MediaSource& source, const QString& path, long long& duration, QString& format)
 {
     if (!open(source, path.toUtf8()))
         return false;
     if ((source.stream()->disposition & AV_DISPOSITION_ATTACHED_PIC) ||
-        source.input->probe_score < kTrustedProbeScore || !hasDecoder(source)) {
+        source.probeScore() < kTrustedProbeScore || !hasDecoder(source)) {
         qCDebug(MultimediaCategoryLogging) << "not a video:" << path;
         return false;
     }
-    duration = source.input->duration / 1000;
-    format = QString::fromUtf8(source.input->iformat->extensions).split(QLatin1Char(',')).first();
+    duration = source.duration();
+    format = QString::fromUtf8(source.format()->iformat->extensions).split(QLatin1Char(',')).first();
     return true;
 }
 
@@ -114,25 +110,6 @@ bool swapsSides(int rotation)
     return (turn >= 90 && turn <= 179) || (turn >= 270 && turn <= 359);
 }
 
-/// The decoder's next picture, in `frame`.
-bool decodeNext(AVFormatContext* context, int video_index, AVCodecContext* codec, AVPacket* packet,
-                AVFrame* frame)
-{
-    for (;;) {
-        av_packet_unref(packet);
-        if (av_read_frame(context, packet) < 0)
-            return false;
-        if (packet->stream_index != video_index)
-            continue;
-        const int code = avcodec_send_packet(codec, packet);
-        if (code == AVERROR_INVALIDDATA)
-            continue;
-        if (code != 0)
-            return false;
-        if (avcodec_receive_frame(codec, frame) == 0)
-            return true;
-    }
-}
 } // namespace
 
 VideoCapture* VideoCapture::instance()
@@ -148,18 +125,18 @@ VideoCapture::VideoCapture()
 bool VideoCapture::syncDecodeFormat(const QString& path, long long& duration, QString& format, QString& image,
                                     QSize& size)
 {
-    Source source;
+    MediaSource source;
     if (!openTrusted(source, path, duration, format))
         return false;
     const auto file = QStringLiteral("%1/%2%3").arg(m_tempPath, Util::uuid(), QLatin1String(".jpg"));
-    if (decodeFirstFrame(source.input.get(), source.video_index, file, size))
+    if (saveFirstFrame(source, file, size))
         image = file;
     return true;
 }
 
 bool VideoCapture::syncDecodeFormat(const QString& path, long long& duration, QString& format, QSize& size)
 {
-    Source source;
+    MediaSource source;
     if (!openTrusted(source, path, duration, format))
         return false;
     if (const CodecContextPtr codec = openVideo(*source.stream()))
@@ -169,22 +146,21 @@ bool VideoCapture::syncDecodeFormat(const QString& path, long long& duration, QS
 
 bool VideoCapture::syncDecodeCapture(const QString& path, const QString& image)
 {
-    Source source;
+    MediaSource source;
     QSize size;
-    return open(source, path.toUtf8()) && hasDecoder(source) &&
-           decodeFirstFrame(source.input.get(), source.video_index, image, size);
+    return open(source, path.toUtf8()) && hasDecoder(source) && saveFirstFrame(source, image, size);
 }
 
 bool VideoCapture::captureFirstFrame(const char* path, const QString& image)
 {
-    Source source;
+    MediaSource source;
     QSize size;
-    return open(source, path) && decodeFirstFrame(source.input.get(), source.video_index, image, size);
+    return open(source, path) && saveFirstFrame(source, image, size);
 }
 
 QSize VideoCapture::videoSourceSize(const QString& path)
 {
-    Source source;
+    MediaSource source;
     if (!open(source, path.toUtf8()))
         return kUnknownSize;
     const CodecContextPtr codec = openVideo(*source.stream());
@@ -193,10 +169,10 @@ QSize VideoCapture::videoSourceSize(const QString& path)
 
 int VideoCapture::rotation(const QString& path)
 {
-    Source source;
+    MediaSource source;
     if (!open(source, path.toUtf8()))
         return 0;
-    const AVDictionaryEntry* entry = av_dict_get(source.input->metadata, "rotation", nullptr, 0);
+    const AVDictionaryEntry* entry = av_dict_get(source.format()->metadata, "rotation", nullptr, 0);
     return entry ? int(std::strtol(entry->value, nullptr, 10)) : 0;
 }
 
@@ -208,18 +184,14 @@ int VideoCapture::getDisplayMatrix(AVStream* stream)
 
 bool VideoCapture::initFormat(AVFormatContext** context, int* videoIndex, const char* path)
 {
-    InputPtr input;
-    int code = openInput(input, path);
-    if (code >= 0)
-        code = avformat_find_stream_info(input.get(), nullptr);
-    if (code >= 0)
-        code = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    if (code < 0) {
-        qCDebug(MultimediaCategoryLogging, "no video in %s: %s", path, ffmpegErrorString(code).c_str());
+    MediaSource source;
+    SourceOptions options;
+    options.time_limit = {}; // whoever gets the input may read from it for ever
+    options.is_given_away = true;
+    if (!open(source, path, options))
         return false;
-    }
-    *videoIndex = code;
-    *context = input.release();
+    *videoIndex = source.streamIndex();
+    *context = source.releaseBare();
     return true;
 }
 
@@ -241,9 +213,8 @@ bool VideoCapture::initSWScale(AVCodecContext* codecContext, SwsContext** sws, A
         height = int(float(height) * (float(kMaxWidth) / float(width)));
         width = kMaxWidth;
     }
-    SwsContextPtr scaler(sws_getContext(codecContext->width, codecContext->height, codecContext->pix_fmt,
-                                        width, height, AV_PIX_FMT_RGB24, SWS_BILINEAR, nullptr, nullptr,
-                                        nullptr));
+    SwsContextPtr scaler = makeScaler({codecContext->pix_fmt, codecContext->width, codecContext->height},
+                                      {AV_PIX_FMT_RGB24, width, height}, SWS_BILINEAR);
     FrameHandle decoded_frame = createFrame();
     FrameHandle scaled_frame = createFrame();
     PacketHandle read_packet = createPacket();
@@ -267,11 +238,14 @@ bool VideoCapture::initFilter(AVCodecContext* codecContext, AVStream* stream, AV
     FilterGraphPtr filters(avfilter_graph_alloc());
     if (!filters)
         return false;
-    const auto arguments = QString::asprintf("video_size=%dx%d:pix_fmt=%d:time_base=%d/%d:pixel_aspect=%d/%d",
-                                             codecContext->width, codecContext->height, codecContext->pix_fmt,
-                                             stream->time_base.num, stream->time_base.den,
-                                             stream->sample_aspect_ratio.num, stream->sample_aspect_ratio.den)
-                               .toLatin1();
+    // 0/0, as some files have it, is no fraction.
+    const AVRational aspect =
+        stream->sample_aspect_ratio.den != 0 ? stream->sample_aspect_ratio : AVRational{0, 1};
+    const auto arguments =
+        QString::asprintf("video_size=%dx%d:pix_fmt=%d:time_base=%d/%d:pixel_aspect=%d/%d",
+                          codecContext->width, codecContext->height, codecContext->pix_fmt,
+                          stream->time_base.num, stream->time_base.den, aspect.num, aspect.den)
+            .toLatin1();
     AVFilterContext* in = nullptr;
     int code = avfilter_graph_create_filter(&in, avfilter_get_by_name("buffer"), "in", arguments.constData(),
                                             nullptr, filters.get());
@@ -306,36 +280,40 @@ bool VideoCapture::initFilter(AVCodecContext* codecContext, AVStream* stream, AV
 bool VideoCapture::decodeFirstFrame(AVFormatContext* context, int videoIndex, const QString& image,
                                     QSize& size)
 {
-    AVStream* stream = context->streams[videoIndex];
-    const CodecContextPtr codec = openVideo(*stream);
-    SwsContext* sws = nullptr;
-    AVFrame* frame = nullptr;
-    AVFrame* scaled = nullptr;
-    AVPacket* packet = nullptr;
-    if (!codec || !initSWScale(codec.get(), &sws, &frame, &scaled, &packet))
-        return false;
-    const SwsContextPtr sws_owner(sws);
-    const FrameHandle frame_owner(frame, destroyFrame);
-    const FrameHandle scaled_owner(scaled, destroyFrame);
-    const PacketHandle packet_owner(packet, destroyPacket);
+    MediaSource source{InputPtr(context)};
+    source.select(videoIndex);
+    const bool is_made = saveFirstFrame(source, image, size);
+    static_cast<void>(source.release().release()); // it stays the caller's
+    return is_made;
+}
 
+/// What a container says of its pictures is known to be true when one has been decoded.
+bool VideoCapture::saveFirstFrame(MediaSource& source, const QString& image, QSize& size)
+{
+    const FrameHandle frame = createFrame();
+    if (!frame || source.openDecoder() < 0)
+        return false;
+    AVCodecContext* codec = source.codec();
     size = {codec->width, codec->height};
-    const int turn = getDisplayMatrix(stream);
+    if (source.decode(*frame) < 0) {
+        qCDebug(MultimediaCategoryLogging, "no picture can be decoded");
+        return false;
+    }
+    size = {codec->width, codec->height};
+    const int turn = getDisplayMatrix(source.stream());
     AVFilterGraph* graph = nullptr;
-    AVFilterContext* source = nullptr;
-    AVFilterContext* sink = nullptr;
-    if (!initFilter(codec.get(), stream, &graph, &source, &sink, turn))
+    AVFilterContext* in = nullptr;
+    AVFilterContext* out = nullptr;
+    if (!initFilter(codec, source.stream(), &graph, &in, &out, turn))
         return false;
     const FilterGraphPtr graph_owner(graph);
     if (swapsSides(turn))
         size.transpose();
-
-    return decodeNext(context, videoIndex, codec.get(), packet, frame) &&
-           av_buffersrc_add_frame(source, frame) == 0 && av_buffersink_get_frame(sink, frame) >= 0 &&
-           toRGB24(frame, frame->width, frame->height, image);
+    return av_buffersrc_add_frame(in, frame.get()) == 0 && av_buffersink_get_frame(out, frame.get()) >= 0 &&
+           toRGB24(frame.get(), frame->width, frame->height, image);
 }
 
 bool VideoCapture::toRGB24(AVFrame* frame, int width, int height, const QString& image)
 {
-    return QImage(frame->data[0], width, height, frame->linesize[0], QImage::Format_RGBA8888).save(image);
+    return saveImage({frame->data[0], width, height, frame->linesize[0], QImage::Format_RGBA8888}, image);
 }

@@ -15,6 +15,10 @@ struct AVPacket;
 struct AVStream;
 struct SwsContext;
 
+namespace multimedia {
+class MediaSource;
+}
+
 /// Answers, while the caller waits, what a video file is: duration, container, shown size, first picture.
 /// Pictures of more than 100 million pixels count as what cannot be read.
 ///
@@ -83,6 +87,8 @@ public Q_SLOTS:
 
 private:
     VideoCapture();
+
+    bool saveFirstFrame(multimedia::MediaSource& source, const QString& image, QSize& size);
 
     const QString m_tempPath;
 };

@@ -1,18 +1,16 @@
 #include "multimedia/videoeditor/videoclipthread.h"
 
 #include "multimedia/base/ffmpegversion.h"
-#include "multimedia/base/mediahandle.h"
-#include "multimedia/base/openinput.h"
+#include "multimedia/base/resultfile.h"
 #include "multimedia/base/rotation.h"
 #include "multimedia/base/warning.h"
+#include "multimedia/videoeditor/pictureorder.h"
 #include "quillon/util.h"
 
 #include <QtCore/QFile>
-#include <QtCore/QFileInfo>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 
 using namespace multimedia;
@@ -24,16 +22,6 @@ bool isSameFile(const std::string& first, const std::string& second)
 {
     std::error_code error;
     return std::filesystem::equivalent(first, second, error);
-}
-
-/// A file of the target's name is not written into, but replaced in the end, where its folder allows.
-QString pathToWrite(const QString& target)
-{
-    const QFileInfo former(target);
-    const QString folder = former.canonicalPath();
-    if (!former.isFile() || !former.isWritable() || !QFileInfo(folder).isWritable())
-        return target;
-    return folder % QLatin1String("/.") % Util::uuid() % QLatin1String(".part");
 }
 } // namespace
 
@@ -107,13 +95,10 @@ void VideoClipThread::run()
 
 void VideoClipThread::clip()
 {
-    const bool opened = openSource() && openTarget() && seekToStart();
-    if (opened)
-        copyPackets();
-    if (!m_running)
-        end(kCancelled);
-    else if (opened && finishTarget())
+    if (openSource() && openTarget() && seekToStart() && copyPackets() && m_running && finishTarget())
         end(kDone);
+    else if (!m_running)
+        end(kCancelled);
     else
         clipError();
 }
@@ -121,20 +106,28 @@ void VideoClipThread::clip()
 bool VideoClipThread::openSource()
 {
     const std::string path = m_srcPath.toStdString();
-    const int code =
-        openInput(m_inputContext, path, {InputOrigin::LocalFile, AVIOInterruptCB{isCancelled, this}});
+    SourceOptions options;
+    options.cancelled = {isCancelled, this};
+    options.completes_times = true;
+    int code = m_source.open(path, options);
     if (code < 0) {
         warning("clip", "error in open source", code);
         return false;
     }
-    if (avformat_find_stream_info(m_inputContext.get(), nullptr) < 0)
+    if (m_source.findStreams() < 0)
         std::puts("failed to find stream info");
-    av_dump_format(m_inputContext.get(), 0, path.c_str(), 0);
-    m_videoIndex = av_find_best_stream(m_inputContext.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    if (m_videoIndex < 0) {
-        warning("clip", "error in find video", m_videoIndex);
+    av_dump_format(m_source.format(), 0, path.c_str(), 0);
+    code = m_source.select(AVMEDIA_TYPE_VIDEO);
+    if (code < 0) {
+        warning("clip", "error in find video", code);
         return false;
     }
+    m_order = std::make_unique<PictureOrder>(m_source);
+    if (m_source.isInterrupted()) {
+        warning("clip", "source takes too long");
+        return false;
+    }
+    m_source.limitTime({});
     return true;
 }
 
@@ -152,12 +145,13 @@ bool VideoClipThread::openTarget()
         warning("clip", "target format is no single file");
         return false;
     }
-    m_targetIndex.assign(m_inputContext->nb_streams, -1);
-    for (unsigned i = 0; i < m_inputContext->nb_streams; ++i) {
-        if (!isSupportStreamType(m_inputContext->streams[i]->codecpar->codec_type))
+    const AVFormatContext& input = *m_source.format();
+    m_targetIndex.assign(input.nb_streams, -1);
+    for (unsigned i = 0; i < input.nb_streams; ++i) {
+        if (!isSupportStreamType(input.streams[i]->codecpar->codec_type))
             continue;
         m_targetIndex[i] = int(context->nb_streams);
-        if (!addStream(*m_inputContext->streams[i])) {
+        if (!addStream(*input.streams[i])) {
             warning("clip", "error in add stream");
             return false;
         }
@@ -171,13 +165,12 @@ bool VideoClipThread::openTarget()
 
 bool VideoClipThread::beginFile()
 {
-    const QString path = pathToWrite(m_dstPath);
-    int code = avio_open(&m_outputContext->pb, ("file:" + path.toStdString()).c_str(), AVIO_FLAG_WRITE);
+    m_result = std::make_unique<ResultFile>(m_dstPath.toStdString());
+    int code = m_result->openFor(*m_outputContext);
     if (code < 0) {
         warning("clip", "error in open target", code);
         return false;
     }
-    m_begunPath = path;
     code = avformat_write_header(m_outputContext.get(), nullptr);
     if (code < 0) {
         warning("clip", "error in write header", code);
@@ -193,7 +186,7 @@ bool VideoClipThread::addStream(AVStream& source)
         return false;
     target->codecpar->codec_tag = 0;
     target->time_base = source.time_base;
-    const AVRational aspect = av_guess_sample_aspect_ratio(m_inputContext.get(), &source, nullptr);
+    const AVRational aspect = av_guess_sample_aspect_ratio(m_source.format(), &source, nullptr);
     target->sample_aspect_ratio = target->codecpar->sample_aspect_ratio = aspect;
     const auto rotation = rotateTag(source);
     return !rotation || setRotation(*target, *rotation);
@@ -222,7 +215,7 @@ bool VideoClipThread::seekToStart()
 
 bool VideoClipThread::seek(int64_t target_us)
 {
-    const int code = av_seek_frame(m_inputContext.get(), -1, target_us, AVSEEK_FLAG_BACKWARD);
+    const int code = av_seek_frame(m_source.format(), -1, target_us, AVSEEK_FLAG_BACKWARD);
     if (code < 0)
         warning("clip", "error in seek", code);
     return code >= 0;
@@ -232,12 +225,11 @@ bool VideoClipThread::seek(int64_t target_us)
 /// frame that is found between the place that was sought and the start.
 bool VideoClipThread::findKeyFrame()
 {
-    AVFormatContext* input = m_inputContext.get();
-    const AVRational time_base = input->streams[m_videoIndex]->time_base;
+    const AVRational time_base = m_source.stream()->time_base;
     const PacketHandle packet = createPacket();
     bool first = true;
-    for (; packet && m_running && av_read_frame(input, packet.get()) >= 0; av_packet_unref(packet.get())) {
-        if (packet->stream_index != m_videoIndex)
+    for (; packet && m_source.read(*packet) >= 0; av_packet_unref(packet.get())) {
+        if (packet->stream_index != m_source.streamIndex())
             continue;
         const bool key = packet->flags & AV_PKT_FLAG_KEY;
         if (first && key)
@@ -253,19 +245,28 @@ bool VideoClipThread::findKeyFrame()
     return m_firstTime != AV_NOPTS_VALUE;
 }
 
-void VideoClipThread::copyPackets()
+/// False when there is more that could not be had. Damage is left out, and what is missing at the end of a
+/// file was never there.
+bool VideoClipThread::copyPackets()
 {
     const PacketHandle packet = createPacket();
-    for (; packet && m_running && av_read_frame(m_inputContext.get(), packet.get()) >= 0;
-         av_packet_unref(packet.get())) {
-        if (packet->pts == AV_NOPTS_VALUE || targetIndex(*packet) < 0 || isBeforeStart(*packet))
+    int code = packet ? 0 : AVERROR(ENOMEM);
+    for (; code >= 0 && (code = m_source.read(*packet)) >= 0; av_packet_unref(packet.get())) {
+        if (targetIndex(*packet) < 0)
+            continue;
+        if (packet->stream_index == m_source.streamIndex())
+            m_order->complete(*packet);
+        if (packet->pts == AV_NOPTS_VALUE || isBeforeStart(*packet))
             continue;
         if (isBeyondEnd(*packet))
-            return;
+            return true;
         writePacket(*packet);
-        if (m_outputContext->pb->error < 0)
-            return; // the trailer reports it
+        code = m_outputContext->pb->error;
     }
+    if (code == AVERROR_EOF || code == AVERROR_INVALIDDATA)
+        return true;
+    warning("clip", "error in copy packets", code);
+    return false;
 }
 
 int VideoClipThread::targetIndex(const AVPacket& packet) const
@@ -278,14 +279,13 @@ bool VideoClipThread::isBeforeStart(const AVPacket& packet) const
 {
     if (m_firstTime == AV_NOPTS_VALUE)
         return false;
-    AVStream* const* streams = m_inputContext->streams;
-    return av_compare_ts(packet.dts, streams[packet.stream_index]->time_base, m_firstTime,
-                         streams[m_videoIndex]->time_base) < 0;
+    return av_compare_ts(packet.dts, sourceStream(packet).time_base, m_firstTime,
+                         m_source.stream()->time_base) < 0;
 }
 
 bool VideoClipThread::isBeyondEnd(const AVPacket& packet) const
 {
-    const AVRational time_base = m_inputContext->streams[packet.stream_index]->time_base;
+    const AVRational time_base = sourceStream(packet).time_base;
     return double(m_endTime) * 0.001 < double(packet.pts) * av_q2d(time_base);
 }
 
@@ -298,7 +298,7 @@ int64_t VideoClipThread::completeTimes(AVPacket& packet)
     if (first)
         times = m_times.insert(packet.stream_index, {0, std::max<int64_t>(packet.duration, 1), 0});
     if (packet.dts == AV_NOPTS_VALUE) {
-        const int delay = m_inputContext->streams[packet.stream_index]->codecpar->video_delay;
+        const int delay = sourceStream(packet).codecpar->video_delay;
         packet.dts = first ? packet.pts - delay * times->step : times->last_dts + times->step;
     }
     if (first)
@@ -310,7 +310,7 @@ int64_t VideoClipThread::completeTimes(AVPacket& packet)
 void VideoClipThread::writePacket(AVPacket& packet)
 {
     const int64_t first = completeTimes(packet);
-    const AVRational from = m_inputContext->streams[packet.stream_index]->time_base;
+    const AVRational from = sourceStream(packet).time_base;
     packet.stream_index = targetIndex(packet);
     const AVRational to = m_outputContext->streams[packet.stream_index]->time_base;
     const auto rounding = AVRounding(AV_ROUND_NEAR_INF | AV_ROUND_PASS_MINMAX);
@@ -328,29 +328,12 @@ void VideoClipThread::writePacket(AVPacket& packet)
 bool VideoClipThread::finishTarget()
 {
     int code = av_write_trailer(m_outputContext.get());
-    if (code == 0)
-        code = avio_closep(&m_outputContext->pb);
-    if (code == 0)
-        code = takeTargetsPlace();
-    if (code != 0)
+    if (code >= 0)
+        code = m_result->commit(*m_outputContext);
+    m_result.reset();
+    if (code < 0)
         warning("clip", "error in write trailer", code);
-    return code == 0;
-}
-
-/// A link stays one, and the permissions are those of the file that is replaced.
-int VideoClipThread::takeTargetsPlace()
-{
-    if (m_begunPath == m_dstPath)
-        return 0;
-    namespace fs = std::filesystem;
-    const fs::path begun = m_begunPath.toStdString();
-    std::error_code error;
-    const fs::path target = fs::canonical(m_dstPath.toStdString(), error);
-    if (!error)
-        fs::permissions(begun, fs::status(target, error).permissions(), error);
-    if (!error)
-        fs::rename(begun, target, error);
-    return AVERROR(error.value());
+    return code >= 0;
 }
 
 void VideoClipThread::clipError()
@@ -367,10 +350,12 @@ void VideoClipThread::end(Code code)
 
 void VideoClipThread::resetCtx(bool keepFile)
 {
-    m_inputContext.reset();
+    m_order.reset();
+    m_source.close();
     m_outputContext.reset();
-    if (!m_begunPath.isEmpty() && !keepFile)
-        QFile::remove(m_begunPath);
+    if (keepFile && m_result)
+        m_result->commit();
+    m_result.reset();
     m_running = false;
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "multimedia/base/ffmpegptr.h"
+#include "multimedia/base/mediasource.h"
 #include "quillon/editfilefilter.h"
 
 #include <QtCore/QMap>
@@ -8,7 +8,13 @@
 #include <QtCore/QThread>
 
 #include <atomic>
+#include <memory>
 #include <vector>
+
+namespace multimedia {
+class ResultFile;
+}
+class PictureOrder;
 
 /// Copies a span of a video into another file, without decoding: from the key frame at or before the start to
 /// the first packet beyond the end. Each stream's times begin at 0.
@@ -20,10 +26,10 @@
 /// | code         | meaning                   | target file                      |
 /// |--------------|---------------------------|----------------------------------|
 /// | `kDone`      | the span was written      | complete                         |
-/// | `kCancelled` | cancelled                 | removed                          |
-/// | `kFailed`    | failed or refused         | removed if the clip had begun it |
+/// | `kCancelled` | cancelled                 | as before                        |
+/// | `kFailed`    | failed or refused         | as before                        |
 ///
-/// A file that has the target's name already is replaced by a complete clip only, and stays otherwise.
+/// Damaged packets are left out. A source that is cut while it is read fails the clip.
 ///
 /// The destructor cancels and waits, for one packet at most.
 class VideoClipThread : public QThread
@@ -59,7 +65,7 @@ public:
     QString getFileId() const;
     /// Ends the clip as failed.
     void clipError();
-    /// Closes both files, and removes the target that the clip has begun unless it is to be kept.
+    /// Closes both files. What was written takes the target's place, or goes unless it is to be kept.
     void resetCtx(bool keepFile);
 
 Q_SIGNALS:
@@ -88,14 +94,17 @@ private:
     bool seekToStart();
     bool seek(int64_t target_us);
     bool findKeyFrame();
-    void copyPackets();
+    bool copyPackets();
+    AVStream& sourceStream(const AVPacket& packet) const
+    {
+        return *m_source.format()->streams[packet.stream_index];
+    }
     int targetIndex(const AVPacket& packet) const;
     bool isBeforeStart(const AVPacket& packet) const;
     bool isBeyondEnd(const AVPacket& packet) const;
     int64_t completeTimes(AVPacket& packet);
     void writePacket(AVPacket& packet);
     bool finishTarget();
-    int takeTargetsPlace();
     void end(Code code);
 
     qint64 m_startTime = 0;
@@ -106,12 +115,10 @@ private:
     std::atomic<bool> m_running{false};
     std::atomic<bool> m_ended{false};
     EditFileFilterPtr m_filter;
-    multimedia::InputPtr m_inputContext;
+    multimedia::MediaSource m_source; ///< its selected stream is the video
+    std::unique_ptr<PictureOrder> m_order;
+    std::unique_ptr<multimedia::ResultFile> m_result;
     multimedia::OutputPtr m_outputContext;
-    /// The file that this clip has begun, to be removed if the clip does not succeed: the target, or one
-    /// beside it where the target was there before.
-    QString m_begunPath;
-    int m_videoIndex = -1;
     /// By index in the source; -1 for a stream that is not copied.
     std::vector<int> m_targetIndex;
     /// By index in the source.

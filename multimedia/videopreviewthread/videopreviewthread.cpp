@@ -1,7 +1,7 @@
 #include "multimedia/videopreviewthread/videopreviewthread.h"
 
 #include "multimedia/base/ffmpegversion.h"
-#include "multimedia/base/openinput.h"
+#include "multimedia/base/mediasource.h"
 #include "multimedia/base/rotation.h"
 #include "multimedia/base/warning.h"
 #include "multimedia/ffmpeghandler/ffmpeghandler.h"
@@ -83,16 +83,20 @@ AVCodecContext* VideoPreviewThread::getAVCodecContext() const
 
 bool VideoPreviewThread::openFile(const QString& file)
 {
-    if (openInput(m_handler->formatContext, file.toStdString(),
-                  {InputOrigin::LocalFile, AVIOInterruptCB{isCancelled, this}}) != 0) {
+    MediaSource source;
+    SourceOptions options;
+    options.cancelled = {isCancelled, this};
+    if (source.open(file.toStdString(), options) < 0) {
         qCDebug(MultimediaCategoryLogging, "video editor load video file:%s failed", qUtf8Printable(file));
         return false;
     }
-    if (avformat_find_stream_info(m_handler->formatContext.get(), nullptr) < 0) {
+    if (source.findStreams() < 0) {
         qCDebug(MultimediaCategoryLogging, "couldn't find stream information.");
         return false;
     }
-    const int64_t duration_ms = m_handler->formatContext->duration / 1000;
+    source.limitTime({});
+    const int64_t duration_ms = source.duration();
+    m_handler->formatContext = source.release();
     VideoEditor::instance()->changeVideoInformation(
         [duration_ms](VideoFacts& facts) { facts.duration = duration_ms; });
     if (duration_ms < 1)
@@ -134,8 +138,8 @@ bool VideoPreviewThread::openVideo()
         qCDebug(MultimediaCategoryLogging, "video codec not found.");
         return false;
     }
-    m_handler->videoCodecContext = openDecoder(*stream);
-    if (!m_handler->videoCodecContext) {
+    if (MediaSource::makeDecoder(m_handler->videoCodecContext, *stream) < 0 ||
+        m_handler->videoCodecContext->width < 1) {
         qCDebug(MultimediaCategoryLogging, "could not open codec.");
         return false;
     }
@@ -168,8 +172,7 @@ bool VideoPreviewThread::openAudio()
         qCDebug(MultimediaCategoryLogging, "didn't find audio decodec.");
         return false;
     }
-    m_handler->audioCodecContext = openDecoder(*stream);
-    if (!m_handler->audioCodecContext) {
+    if (MediaSource::makeDecoder(m_handler->audioCodecContext, *stream) < 0) {
         qCDebug(MultimediaCategoryLogging, "avcodec_open2 audio decodec failed.");
         return false;
     }
@@ -301,10 +304,12 @@ bool VideoPreviewThread::convertPicture()
 {
     // Pictures may change their size in the middle of a file; the converted ones do not.
     const AVFrame& picture = *m_handler->videoFrame;
-    m_handler->swsContext.reset(
-        sws_getCachedContext(m_handler->swsContext.release(), picture.width, picture.height,
-                             AVPixelFormat(picture.format), m_pictureSize.width(), m_pictureSize.height(),
-                             AV_PIX_FMT_BGRA, SWS_BICUBIC, nullptr, nullptr, nullptr));
+    const PictureFormat from{AVPixelFormat(picture.format), picture.width, picture.height};
+    if (!m_handler->swsContext || !(from == m_converted)) {
+        m_handler->swsContext =
+            makeScaler(from, {AV_PIX_FMT_BGRA, m_pictureSize.width(), m_pictureSize.height()}, SWS_BICUBIC);
+        m_converted = from;
+    }
     if (!m_handler->swsContext) {
         qCDebug(MultimediaCategoryLogging, "could not convert picture.");
         return false;

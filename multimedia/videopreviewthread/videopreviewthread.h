@@ -1,5 +1,7 @@
 #pragma once
 
+#include "multimedia/base/pixelscaler.h"
+
 #include <QtCore/QList>
 #include <QtCore/QSize>
 #include <QtCore/QString>
@@ -74,6 +76,8 @@ private:
     qint64 m_grabIndex = 0;
     /// Of the converted pictures.
     QSize m_pictureSize;
+    /// What the scaler was made for.
+    multimedia::PictureFormat m_converted;
     /// Work goes on: from `load` to `cancel` or the end.
     std::atomic<bool> m_running{false};
     const std::unique_ptr<FfmpegHandler> m_handler;

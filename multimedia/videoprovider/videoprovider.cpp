@@ -3,17 +3,16 @@
 #include "multimedia/base/processend.h"
 #include "multimedia/base/warning.h"
 #include "multimedia/videoprovider/toolcommand.h"
+#include "multimedia/videoprovider/tooloutput.h"
 #include "quillon/util.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>
 #include <QtCore/QLoggingCategory>
-#include <QtCore/QRegularExpression>
 #include <QtCore/QSignalBlocker>
 #include <QtCore/QSize>
 #include <QtCore/QStandardPaths>
-#include <QtCore/QTime>
 
 namespace {
 
@@ -23,15 +22,6 @@ constexpr auto kOutputPath = "outputPath";
 constexpr auto kDuration = "Duration";
 /// More than the tool prints between the label of a duration and its end.
 constexpr int kUnmatchedTextLength = 256;
-
-/// The seconds of the clock time that `pattern` finds in `text`; -1 without one.
-int secondsIn(const QString& text, const QString& pattern)
-{
-    const QRegularExpressionMatch match = QRegularExpression(pattern).match(text);
-    if (!match.hasMatch())
-        return -1;
-    return QTime::fromString(QStringLiteral("00:00:00")).secsTo(QTime::fromString(match.captured(1)));
-}
 
 } // namespace
 
@@ -114,17 +104,12 @@ void VideoProvider::readyReadStandardError()
     const ConvertFileFilterPtr filter = m_convertQueue.first().second;
     const QVariant total = m_process.property(kDuration);
     if (total.isValid()) {
-        const int seconds = secondsIn(
-            toolcommand::onOneLine(text),
-            // The first label of each kind will do: the text may hold thousands, from a file's tags.
-            QStringLiteral("^(?>.*?frame=)(?>.*?fps=)(?>.*?q=)(?>.*?size=)"
-                           ".*time=(\\d{2}:\\d{2}:\\d{2})\\..*"));
+        const int seconds = tooloutput::progress(text);
         if (seconds >= 0)
             Q_EMIT convertProgressChanged(filter, seconds, total.toInt());
         return;
     }
-    const int seconds =
-        secondsIn(toolcommand::onOneLine(text), QStringLiteral(".*Duration:\\s*(\\d{2}:\\d{2}:\\d{2})\\..*"));
+    const int seconds = tooloutput::duration(text);
     if (seconds < 0) {
         m_unmatchedText = text.right(kUnmatchedTextLength);
         return;
@@ -165,26 +150,28 @@ QString VideoProvider::fetchVideoFirstFrame(QString filePath)
     filePath = Util::toLocalFile(filePath);
     const QString result =
         m_tempDir + QLatin1Char('/') + QFileInfo(filePath).completeBaseName() + QStringLiteral(".jpg");
+    // The tool would take it for the pattern of many names.
+    const QString made =
+        result.contains(QLatin1Char('%')) ? m_tempDir + Util::uuid() + QStringLiteral(".jpg") : result;
     const QString errors = toolcommand::standardErrorOf(
         QStringLiteral("%1 -hide_banner -v error -i %2 -vframes 1 -y %3")
             .arg(toolcommand::quoted(toolPath("ffmpeg")),
-                 toolcommand::quoted(toolcommand::inputPath(filePath)), toolcommand::quoted(result)));
+                 toolcommand::quoted(toolcommand::inputPath(filePath)), toolcommand::quoted(made)));
     qCDebug(MultimediaCategoryLogging) << errors;
-    return errors.isEmpty() ? result : QString();
+    if (!errors.isEmpty())
+        return {};
+    if (made != result && (!QFile::exists(made) || (QFile::remove(result), !QFile::rename(made, result))))
+        return {};
+    return result;
 }
 
 int VideoProvider::readVideoRotation(QString filePath)
 {
     filePath = Util::toLocalFile(filePath);
-    QString text = toolcommand::onOneLine(
+    return tooloutput::rotation(
         toolcommand::standardErrorOf(QStringLiteral("%1 -hide_banner %2")
                                          .arg(toolcommand::quoted(toolPath("ffprobe")),
                                               toolcommand::quoted(toolcommand::inputPath(filePath)))));
-    // An expression that looks for the end itself takes minutes over a file whose tags repeat the beginning.
-    text.truncate(text.lastIndexOf(QLatin1String(" degrees")));
-    text.replace(QRegularExpression(QStringLiteral(".* displaymatrix: rotation of ([-\\d]+).*")),
-                 QStringLiteral("\\1"));
-    return text.toInt(nullptr, 10);
 }
 
 void VideoProvider::mp4ToGif(QString mp4Path, QString identity, int width, int height, int frameRate)

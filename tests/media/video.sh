@@ -17,6 +17,9 @@ copy -an silent.mp4
 copy -vn sound.m4a
 make -i base.mp4 -c:v libvpx -deadline realtime -g 50 -c:a libopus base.webm
 make -i base.mp4 -c:v mpeg4 -q:v 2 -g 50 -sc_threshold 1000000000 -c:a mp3 base.avi
+make -i base.mp4 -c:v mpeg4 -q:v 2 -g 50 -bf 2 -sc_threshold 1000000000 -c:a mp3 bframes.avi
+make -i base.mp4 -c:v copy -c:a mp3 h264.avi
+make -i base.mp4 -c:v mpeg2video -q:v 2 -g 50 -bf 2 -sc_threshold 1000000000 -c:a mp2 base.mpg
 
 make -i silent.mp4 "${x264[@]}" -g 1000 -keyint_min 1000 longgop.mp4
 make -i base.mp4 "${x264[@]}" -x264-params open-gop=1:keyint=50:min-keyint=50:bframes=3:b-adapt=0 -c:a copy opengop.mp4
@@ -64,3 +67,19 @@ make -f lavfi -i color=black:s=12000x9000 -frames:v 1 -pix_fmt monob -c:v png hu
 # Some 200 kilobytes a picture.
 make -f lavfi -i "testsrc=s=848x480:r=25:d=1,noise=alls=100:allf=t" -c:v mpeg4 -q:v 4 heavy.mkv
 make -i 1000x700.mp4 -c copy -metadata rotation=90 containerrotation.mkv
+
+# What strangers send.
+copy -movflags empty_moov+frag_keyframe parts.mp4
+make -i base.mp4 -c copy -encryption_scheme cenc-aes-ctr -encryption_key 00112233445566778899aabbccddeeff \
+     -encryption_kid 00112233445566778899aabbccddeeff encrypted.mp4
+make -f lavfi -i color=black:s=12000x9000 -frames:v 1 -c:v flv huge.flv
+make -i silent.mp4 "${x264[@]}" -frames:v 1 one.mp4
+make -i silent.mp4 "${x264[@]}" -frames:v 2 two.mp4
+make -i sound.m4a plain.mp3
+make -i sound.m4a -metadata album=A -metadata title=N -metadata artist=B tagged.ogg
+make -i sound.m4a -metadata album=A -metadata title=N -metadata artist=B tagged.opus
+for kind in mp4 mkv; do make -i base.mp4 -t 2 -c copy "short.$kind"; done
+make -i base.avi -t 2 -c copy short.avi
+make -i base.mpg -t 2 -c copy short.mpg
+make -i short.mp4 -c copy short.flv
+make -stream_loop 3 -i heavy.mkv -c copy long.mkv

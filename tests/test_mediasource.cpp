@@ -1,5 +1,6 @@
-#include "multimedia/base/openinput.h"
+#include "multimedia/base/mediasource.h"
 #include "tests/support/files.h"
+#include "tests/support/imagebytes.h"
 
 #include <QtTest/QtTest>
 
@@ -8,47 +9,44 @@
 using namespace multimedia;
 
 /// What a file from a stranger may make the library open: itself.
-class TestOpenInput : public QObject
+class TestMediaSource : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void initTestCase();
-    void openInput_opensItself_whateverItsName();
-    void openInput_refuses_whatReachesForMore_data();
-    void openInput_refuses_whatReachesForMore();
-    void openInput_refusesAtOnce_whatIsNoRegularFile();
-    void openInput_readsNoSequence_whenNameIsPattern();
-    void openInput_refusesLocalFile_whenAskedForHttp();
+    void open_opensItself_whateverItsName();
+    void open_refuses_whatReachesForMore_data();
+    void open_refuses_whatReachesForMore();
+    void open_refusesAtOnce_whatIsNoRegularFile();
+    void open_readsNoSequence_whenNameIsPattern();
+    void open_refusesLocalFile_whenAskedForHttp();
 
 private:
     QString path(const QString& name) const { return folder.filePath(name); }
     /// The number of packets that can be read, or FFmpeg's code if the file does not open.
-    int packets(const QString& name, InputOrigin origin = InputOrigin::LocalFile) const;
+    int packets(const QString& name, SourceOrigin origin = SourceOrigin::LocalFile) const;
 
     QTemporaryDir folder;
 };
 
-int TestOpenInput::packets(const QString& name, InputOrigin origin) const
+int TestMediaSource::packets(const QString& name, SourceOrigin origin) const
 {
-    InputPtr input;
-    InputOptions options;
+    MediaSource source;
+    SourceOptions options;
     options.origin = origin;
-    const int code = openInput(input, path(name).toStdString(), options);
+    const int code = source.open(path(name).toStdString(), options);
     if (code < 0)
         return code;
-    avformat_find_stream_info(input.get(), nullptr);
+    source.findStreams();
     int count = 0;
-    AVPacket* packet = av_packet_alloc();
-    while (av_read_frame(input.get(), packet) >= 0) {
+    const PacketHandle packet = createPacket();
+    for (; source.read(*packet) >= 0; av_packet_unref(packet.get()))
         ++count;
-        av_packet_unref(packet);
-    }
-    av_packet_free(&packet);
     return count;
 }
 
-void TestOpenInput::initTestCase()
+void TestMediaSource::initTestCase()
 {
     av_log_set_level(AV_LOG_QUIET);
     QVERIFY(folder.isValid());
@@ -60,7 +58,7 @@ void TestOpenInput::initTestCase()
     QCOMPARE(QProcess::execute("mkfifo", {path("pipe.mp3")}), 0);
 }
 
-void TestOpenInput::openInput_opensItself_whateverItsName()
+void TestMediaSource::open_opensItself_whateverItsName()
 {
     for (const char* utf8 : {"concat:a.ts|b.ts", "-i.ts", "http:x.ts", "a b'\"$(x).ts", "\u97f3.mp4"}) {
         const QString name = QString::fromUtf8(utf8);
@@ -69,7 +67,7 @@ void TestOpenInput::openInput_opensItself_whateverItsName()
     }
 }
 
-void TestOpenInput::openInput_refuses_whatReachesForMore_data()
+void TestMediaSource::open_refuses_whatReachesForMore_data()
 {
     QTest::addColumn<QByteArray>("content");
     const QByteArray file = path("secret.ts").toUtf8();
@@ -80,37 +78,47 @@ void TestOpenInput::openInput_refuses_whatReachesForMore_data()
     QTest::newRow("playlist of itself")
         << QByteArray("#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\nmovie.mp4\n#EXT-X-ENDLIST\n");
     QTest::newRow("script beside the file") << QByteArray("ffconcat version 1.0\nfile secret.ts\n");
+    QTest::newRow("playlist that waits")
+        << QByteArray("#EXTM3U\n#EXT-X-TARGETDURATION:100000\n#EXTINF:100000,\na.ts\n");
+    QTest::newRow("manifest that waits") << QByteArray(
+        "<?xml version=\"1.0\"?><MPD xmlns=\"urn:mpeg:dash:schema:mpd:2011\" type=\"dynamic\" "
+        "minimumUpdatePeriod=\"PT100000S\" availabilityStartTime=\"1970-01-01T00:00:00Z\"><Period "
+        "start=\"PT0S\"><AdaptationSet mimeType=\"video/mp4\"><Representation id=\"1\" bandwidth=\"1\">"
+        "<SegmentTemplate media=\"a$Number$.m4s\" duration=\"1000\"/></Representation></AdaptationSet>"
+        "</Period></MPD>");
+    QTest::newRow("subtitles") << QByteArray("1\n00:00:01,000 --> 00:00:02,000\none\n");
+    QTest::newRow("picture") << ImageBytes::encoded(QImage(64, 64, QImage::Format_RGB32), "PNG");
     QTest::newRow("text") << QByteArray("a line of text\n").repeated(1000);
     QTest::newRow("session description") << QByteArray(
         "v=0\no=- 0 0 IN IP4 127.0.0.1\ns=x\nc=IN IP4 127.0.0.1\nt=0 0\nm=audio 5004 RTP/AVP 0\n");
 }
 
-void TestOpenInput::openInput_refuses_whatReachesForMore()
+void TestMediaSource::open_refuses_whatReachesForMore()
 {
     QFETCH(QByteArray, content);
     writeFile(path("movie.mp4"), content);
     QVERIFY(packets("movie.mp4") <= 0);
 }
 
-void TestOpenInput::openInput_refusesAtOnce_whatIsNoRegularFile()
+void TestMediaSource::open_refusesAtOnce_whatIsNoRegularFile()
 {
     for (const char* name : {".", "missing.mp3", "pipe.mp3", "secret.ts|secret.ts", ""})
         QVERIFY2(packets(name) == AVERROR(ENOENT), name);
 }
 
-void TestOpenInput::openInput_readsNoSequence_whenNameIsPattern()
+void TestMediaSource::open_readsNoSequence_whenNameIsPattern()
 {
     writeFile(path("image%d.png"), "no picture");
     QVERIFY(packets("image%d.png") <= 0);
 }
 
-void TestOpenInput::openInput_refusesLocalFile_whenAskedForHttp()
+void TestMediaSource::open_refusesLocalFile_whenAskedForHttp()
 {
-    QVERIFY(packets("secret.ts", InputOrigin::Http) < 0);
-    InputPtr input;
-    QVERIFY(openInput(input, "file://" + path("secret.ts").toStdString(), {InputOrigin::Http}) < 0);
-    QVERIFY(openInput(input, "file:" + path("secret.ts").toStdString(), {InputOrigin::Http}) < 0);
+    QVERIFY(packets("secret.ts", SourceOrigin::Http) < 0);
+    MediaSource source;
+    for (const char* scheme : {"file://", "file:"})
+        QVERIFY(source.open(scheme + path("secret.ts").toStdString(), {SourceOrigin::Http}) < 0);
 }
 
-QTEST_GUILESS_MAIN(TestOpenInput)
-#include "test_openinput.moc"
+QTEST_GUILESS_MAIN(TestMediaSource)
+#include "test_mediasource.moc"

@@ -4,34 +4,45 @@
 #include <QtGui/QImageReader>
 
 #include <atomic>
+#include <memory>
 
 class QImage;
-class QSize;
 
 /// @file
 /// Reading and writing of pictures that come from others. Any thread.
-///
-/// The format of a picture is told by its content, never by its name, and its size is looked at before its
-/// pixels are read.
 
-namespace ImageEdit {
+namespace multimedia {
 
 /// Pictures of more pixels are refused with a log line; Qt 5 has no bound of its own.
-constexpr qint64 kMaxPixels = 100'000'000;
+constexpr qint64 kMostPixels = 100'000'000;
+/// Of a picture of which a part, or a small copy, can be had without the whole.
+constexpr qint64 kMostPixelsByLines = 400'000'000;
 
-/// Reads the picture at a path or a "file:" URL.
+/// Reads a picture, if its bytes say that it is a PNG, a JPEG, a GIF, a BMP or a WebP; its name says nothing.
+/// Others, vector formats above all, which may show other files, are not read: the reader has no device then.
+/// Folders, pipes and devices are refused before they can block.
 class PictureReader : public QImageReader
 {
 public:
+    /// Of a file, by its path or a "file:" URL.
     explicit PictureReader(const QString& path_or_url);
+    explicit PictureReader(const QByteArray& bytes);
+    ~PictureReader();
+
+    /// Whether a part of it can be had without the whole.
+    bool isByLines() const { return is_by_lines; }
+    /// Whether there is a picture, and not too large a one; logs if it is too large.
+    bool isReadable() const;
+
+private:
+    void begin(std::unique_ptr<QIODevice> opened);
+
+    std::unique_ptr<QIODevice> source;
+    QSize screen; ///< of a GIF, whose first picture may be smaller
+    bool is_by_lines = false;
 };
 
-/// Whether a picture of `size` may be brought into memory; logs if it is too large. An empty size may not.
-bool isReadable(const QSize& size);
-
-/// What the reader gives, or a null image if its file, or the clip rectangle set on it, is too large.
-///
-/// The device pixel ratio is 1 even if the file's name asks for another one.
+/// What the reader gives, or a null image if its file, or what was asked of it, is too large.
 QImage readImage(PictureReader& reader);
 
 /// The whole picture at a path or a "file:" URL, as it is stored, or a null image.
@@ -55,4 +66,4 @@ bool saveImage(const QImage& image, const QString& path, const std::atomic<bool>
 /// `saveImage` of a stored picture; a JPEG gets EXIF data that ask for its turn.
 bool saveStored(const QImage& image, QImageIOHandler::Transformations turn, const QString& path);
 
-} // namespace ImageEdit
+} // namespace multimedia
