@@ -21,9 +21,7 @@ ScreenGrabber::ScreenGrabber(QObject* parent)
 ScreenGrabber::~ScreenGrabber()
 {
     stop();
-    d->leave();
-    if (d->worker)
-        d->worker->stop();
+    d->end();
 }
 
 ScreenGrabber::State ScreenGrabber::getState() const
@@ -150,6 +148,15 @@ void ScreenGrabber::Private::leave()
     changed.notify_all();
 }
 
+/// For good.
+void ScreenGrabber::Private::end()
+{
+    leave();
+    if (worker)
+        worker->stop();
+    destroyStages();
+}
+
 void ScreenGrabber::Private::openStages()
 {
     const QRect area = source->area();
@@ -168,7 +175,8 @@ void ScreenGrabber::Private::openStages()
 
 bool ScreenGrabber::Private::stop()
 {
-    source->stop();
+    if (source)
+        source->stop();
     destroyStages();
     post(kStepEventType);
     return false;

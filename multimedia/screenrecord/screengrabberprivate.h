@@ -1,6 +1,7 @@
 #pragma once
 
 #include "multimedia/base/crop.h"
+#include "multimedia/base/processend.h"
 #include "multimedia/base/scale.h"
 #include "multimedia/base/worker.h"
 #include "multimedia/screenrecord/screengrabber.h"
@@ -36,6 +37,7 @@ public:
     ScreenSource::State awaitSource();
     void onSourceChange(ScreenSource::State next);
     void leave();
+    void end();
     void onScale(FrameHandle frame);
     void post(int type) const;
     void destroyStages();
@@ -53,6 +55,7 @@ public:
     std::unique_ptr<ScreenSource> source;
     std::unique_ptr<Crop> crop;
     std::unique_ptr<Scale> scale;
+    const ProcessEnd process_end{[this] { end(); }};
 };
 
 } // namespace multimedia
