@@ -13,6 +13,7 @@ namespace filmclock {
 namespace {
 
 constexpr int kBits = 16;
+constexpr int kCodes = 1 << kBits;
 constexpr double kCode_s = 0.02;
 constexpr double kFrame_s = 0.04;
 constexpr int kSampleRate = 44100;
@@ -33,10 +34,13 @@ std::vector<Picture> pictures(const QString& recording)
 {
     const std::vector<int> shown = codes(recording);
     std::vector<Picture> moving;
+    int turns = 0; // of the clock, which starts anew after 22 minutes
     for (size_t i = 1; i < shown.size(); ++i) {
         const double film_s = double(i) * kFrame_s;
+        if (shown[i] < shown[i - 1] - kCodes / 2)
+            ++turns;
         if (shown[i] != shown[i - 1])
-            moving.push_back({film_s, film_s - shown[i] * kCode_s});
+            moving.push_back({film_s, film_s - (shown[i] + double(turns) * kCodes) * kCode_s});
     }
     return moving;
 }
