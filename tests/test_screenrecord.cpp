@@ -218,7 +218,7 @@ void TestScreenRecord::record_keepsPictureAndSound()
     const std::vector<int16_t> middle(sound.begin() + 44100, sound.end() - 44100);
     QVERIFY(soundcheck::rms(middle) > 500);
     // Nearly everywhere: a sound server on a busy machine may skip.
-    QVERIFY2(soundcheck::toneShare(middle, 44100, kTone_hz) > 0.8,
+    QVERIFY2(soundcheck::toneShare(middle, 44100, kTone_hz) > 0.6,
              qPrintable(QString::number(soundcheck::toneShare(middle, 44100, kTone_hz))));
 }
 

@@ -22,10 +22,17 @@ public:
     };
 
     PlayerHost() { player()->regCallBack(announce, this); }
-    /// Leaves the player with nothing to do.
+    /// Leaves the player with nothing to do, and nothing to tell.
     ~PlayerHost()
     {
         settle();
+        // A device that is being closed runs queued calls, so the playback may not be over. The next one is.
+        player()->regCallBack(announce, this);
+        forget();
+        play(QStringLiteral("nothing"));
+        const auto is_over = [this] { return count(EventError) == 1 && order().endsWith("Closed"); };
+        if (player()->thread()->isRunning() && !QTest::qWaitFor(is_over))
+            qWarning("the player is still at something: %s", qPrintable(order()));
         player()->deregCallBack();
     }
     PlayerHost(const PlayerHost&) = delete;
