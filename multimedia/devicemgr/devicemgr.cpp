@@ -73,12 +73,13 @@ void DeviceMgr::release()
 
 bool DeviceMgr::observeUnlessReleased(AudioDeviceChangedObserver* observer)
 {
-    instance();
+    DeviceMgr* const manager = instance();
     // Whoever releases it from here on has it deleted later.
     const QMutexLocker locker(&s_mutex);
-    if (!s_released)
-        s_deviceMgr.load()->registerAudioDeviceChangedObserver(observer);
-    return !s_released;
+    if (s_released || !manager)
+        return false;
+    manager->registerAudioDeviceChangedObserver(observer);
+    return true;
 }
 
 DeviceMgr::DeviceMgr(QObject* parent)

@@ -44,7 +44,8 @@ int write(const QJsonObject& tokens)
         return code;
     QFile file(QString::fromStdString(result.path()));
     const QByteArray bytes = QJsonDocument(tokens).toJson();
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+    if (!file.open(QIODevice::WriteOnly) || !file.setPermissions(QFile::ReadOwner | QFile::WriteOwner) ||
+        file.write(bytes) != bytes.size())
         return AVERROR(EIO);
     file.close();
     return result.commit();
