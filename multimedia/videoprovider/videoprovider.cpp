@@ -148,7 +148,7 @@ void VideoProvider::cancelConvertVideo()
 QString VideoProvider::fetchVideoFirstFrame(QString filePath)
 {
     filePath = Util::toLocalFile(filePath);
-    const QString result =
+    QString result =
         m_tempDir + QLatin1Char('/') + QFileInfo(filePath).completeBaseName() + QStringLiteral(".jpg");
     // The tool would take it for the pattern of many names.
     const QString made =
