@@ -210,7 +210,9 @@ void VideoProvider::startConversion(const Conversion& conversion, const QString&
     connect(process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
             [this, process, conversion](int exit_code, QProcess::ExitStatus exit_status) {
                 process->deleteLater();
-                const bool is_done = exit_code == 0 && exit_status == QProcess::NormalExit;
+                // FFmpeg 7 says that all is well even when it did not overwrite.
+                const bool is_done = exit_code == 0 && exit_status == QProcess::NormalExit &&
+                                     process->property(kOutputPath).isValid();
                 const QString path = process->property(conversion.path_property).toString();
                 Q_EMIT(this->*conversion.complete)
                 (is_done ? path : QString(), process->property("identity").toString());
