@@ -389,7 +389,8 @@ QDBusUnixFileDescriptor Portal::openPipeWire()
     address.sun_family = AF_UNIX;
     qstrncpy(address.sun_path, path.constData(), sizeof address.sun_path);
     const int connection = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ::connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    if (::connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        qWarning("PipeWire does not answer");
     QDBusUnixFileDescriptor given;
     given.giveFileDescriptor(connection);
     return given;
