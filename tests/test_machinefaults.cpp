@@ -49,10 +49,12 @@ private:
 
 // In the place of the system's.
 extern "C" {
+// NOLINTBEGIN(bugprone-reserved-identifier): glibc calls them so
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* block, size_t size);
 void* __libc_memalign(size_t alignment, size_t size);
+// NOLINTEND(bugprone-reserved-identifier)
 
 void* malloc(size_t size)
 {
