@@ -294,7 +294,7 @@ bool CompressGif::reEncode()
         code = encodeToPacket(nullptr, conversion.packet.get());
     if (code != AVERROR_EOF)
         qCDebug(MultimediaCategoryLogging) << "reEncode retCode:" << code;
-    return code == AVERROR_EOF && conversion.frame_count > 0 && finishOutput();
+    return finishOutput(code == AVERROR_EOF && conversion.frame_count > 0);
 }
 
 /// Until the source ends or the run is cancelled. 0, or the code of the failure that ended it.
@@ -353,14 +353,18 @@ int CompressGif::encodeToPacket(const AVFrame* frame, AVPacket* packet)
 }
 
 /// False if not everything has reached the file, which takes its place otherwise.
-bool CompressGif::finishOutput()
+/// Keeps the file only when it is whole.
+bool CompressGif::finishOutput(bool is_whole)
 {
     AVFormatContext* format = output->format.get();
     // Only GIF has the option: it would give the last picture the delay of the one before.
     av_opt_set_int(format, "final_delay",
                    av_rescale_q(output->lastDuration, sourceStream()->time_base, kGifTimeBase),
                    AV_OPT_SEARCH_CHILDREN);
+    // Of what nobody will see, too: the GIF muxer frees its last packet nowhere else.
     int code = av_write_trailer(format);
+    if (!is_whole)
+        return false;
     if (code >= 0)
         code = output->file.commit(*format);
     if (code < 0)

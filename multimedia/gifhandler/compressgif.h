@@ -86,7 +86,7 @@ private:
     int reEncodeFrames(Conversion& conversion);
     int encodeDecoded(Conversion& conversion);
     int encodeToPacket(const AVFrame* frame, AVPacket* packet);
-    bool finishOutput();
+    bool finishOutput(bool is_whole);
     void clear();
     bool isCancelled() const;
 
