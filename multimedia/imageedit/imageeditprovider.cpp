@@ -10,6 +10,7 @@
 #include "quillon/util.h"
 
 #include <QtConcurrent/QtConcurrentRun>
+#include <QtCore/QBuffer>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QStandardPaths>
@@ -50,11 +51,13 @@ QString temporaryPath(const QByteArray& suffix)
 /// go before the jobs have ended.
 void makeStaticObjects()
 {
-    QImageReader::supportedImageFormats();
-    QImageWriter::supportedImageFormats();
     QImage image(64, 64, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::black);
     multimedia::withFacesBlurred(image, image, {{1.0F, 16, 16, 32, 32, {}}});
+    QBuffer stored;
+    stored.open(QIODevice::WriteOnly);
+    QImageWriter(&stored, "jpg").write(image);
+    PictureReader(stored.data()).read();
 }
 
 } // namespace
