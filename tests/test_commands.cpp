@@ -22,6 +22,7 @@ extern "C" {
 #include <functional>
 #include <malloc.h>
 #include <random>
+#include <shared_mutex>
 #include <thread>
 
 using ImageEdit::ImageEditProvider;
@@ -32,6 +33,10 @@ namespace {
 constexpr int kThreads = 4;
 constexpr int kPatience_ms = 120'000;
 constexpr qint64 kMostGrowth_bytes = 64 << 20;
+constexpr int kOpening_ms = 500; ///< within which a device opens that a command has asked for
+
+/// Held for a command, and alone while the sound server goes.
+std::shared_mutex sound_gate;
 
 /// What a command draws its arguments from.
 struct Dice
@@ -339,11 +344,13 @@ private:
     {
         constexpr int kAway_ms = 100;
         const int what = dice.upTo(3);
-        // Qt's plugin waits for ever for a stream whose server dies just while it is being opened.
         static const bool sound_goes = qEnvironmentVariableIsSet("MULTIMEDIA_SOUND_GOES");
         if (what == 0 && !sound_goes)
             return;
         if (what == 0) {
+            // Qt's plugin waits for ever for a stream whose server dies just while it is being opened.
+            const std::unique_lock no_command(sound_gate);
+            QThread::msleep(kOpening_ms);
             server.kill();
             QThread::msleep(kAway_ms);
             server.start();
@@ -434,11 +441,13 @@ bool TestCommands::run(const Facade& facade)
         Dice dice{std::mt19937(seed + number)};
         for (int i = 0; i < count / kThreads; ++i) {
             const Command& command = facade.commands[size_t(dice.upTo(int(facade.commands.size())))];
+            std::shared_lock sound_stays(sound_gate);
             if (facade.any_thread)
                 command(dice);
             else
                 QMetaObject::invokeMethod(
                     this, [&] { command(dice); }, Qt::BlockingQueuedConnection);
+            sound_stays.unlock();
             if (dice.upTo(3) == 0)
                 QThread::msleep(unsigned(dice.upTo(8)));
         }
