@@ -9,7 +9,6 @@ extern "C" {
 
 #include <algorithm>
 #include <cmath>
-#include <thread>
 #include <utility>
 
 namespace multimedia {
@@ -66,6 +65,7 @@ void SoundPace::take(FrameHandle sound, Time arrived)
     const double offset_s = seconds(arrived.time_since_epoch()) - double(taken) / format.sample_rate;
     last_arrival = arrived;
     held.push_back({std::move(sound), begin, arrived, offset_s});
+    changed.notify_all();
     if (zero)
         placeReady(arrived);
     else
@@ -89,13 +89,9 @@ void SoundPace::finish(Time end)
     std::unique_lock lock(mutex);
     if (finished)
         return;
-    while (zero && last_arrival && !hasAllUpTo(end) && std::chrono::steady_clock::now() < deadline) {
-        lock.unlock();
-        {
-            BlockingSection blocking;
-            std::this_thread::sleep_for(5ms);
-        }
-        lock.lock();
+    if (zero && last_arrival) {
+        BlockingSection blocking;
+        changed.wait_until(lock, deadline, [this, end] { return hasAllUpTo(end); });
     }
     finished = true;
     if (!zero)

@@ -3,6 +3,7 @@
 #include "multimedia/base/mediahandle.h"
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -74,7 +75,8 @@ private:
     bool hasAllUpTo(Time end) const;
 
     const Params params;
-    std::mutex mutex; ///< guards what follows
+    std::condition_variable changed; ///< notified of each piece that comes
+    std::mutex mutex;                ///< guards what follows
     Format format;
     std::optional<Time> zero;
     bool finished = false;
