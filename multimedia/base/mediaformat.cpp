@@ -15,7 +15,7 @@ namespace multimedia {
 
 const char* const kMediaFormats =
     // pictures and sound
-    "asf,asf_o,avi,dv,flv,gif,ivf,matroska,webm,mov,mp4,m4a,3gp,3g2,mj2,mpeg,mpegts,mxf,nut,ogg,rm,"
+    "asf,avi,dv,flv,gif,ivf,matroska,webm,mov,mp4,m4a,3gp,3g2,mj2,mpeg,mpegts,mxf,nut,ogg,rm,"
     // a stream of pictures
     "av1,obu,dirac,h261,h263,h264,hevc,m4v,mpegvideo,vc1,yuv4mpegpipe,"
     // sound
