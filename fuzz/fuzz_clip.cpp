@@ -1,6 +1,11 @@
-// The copier of packets: a clip of the film behind the first byte, which chooses the span and the container.
+// A film, and what is done with it: a clip, whose span and container the first byte chooses, and its first
+// picture.
 #include "fuzz/input.h"
+#include "multimedia/videocapture/videocapture.h"
 #include "multimedia/videoeditor/videoclipthread.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QSize>
 
 #include <array>
 #include <cstdio>
@@ -19,4 +24,11 @@ void fuzz(const uint8_t* data, size_t size)
     clip.startClip(file.name(),
                    resultFolder() + QStringLiteral("/out.") + QLatin1String(kSuffixes[data[0] & 3]), start_ms,
                    start_ms + length_ms, true);
+
+    long long duration = 0;
+    QString format;
+    QString picture;
+    QSize shown;
+    VideoCapture::instance()->syncDecodeFormat(file.name(), duration, format, picture, shown);
+    QFile::remove(picture);
 }

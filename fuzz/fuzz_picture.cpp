@@ -18,8 +18,13 @@ void fuzz(const uint8_t* data, size_t size)
     const uint8_t* picture = end == data + size ? end : end + 1;
     const InputFile file(picture, size_t(data + size - picture));
     QVariantMap map = QJsonDocument::fromJson(line).object().toVariantMap();
-    map.insert(QStringLiteral("editedImagePath"), QString()); // it would be removed
+    // A drawing is the picture itself, which has no name to be removed by.
+    if (map.contains(QStringLiteral("editedImagePath")))
+        map.insert(QStringLiteral("editedImagePath"), file.name());
     const ImageEdit::EditDescription description(map);
+    // Larger ones, and a GIF's larger screens, only cost the time to clear memory.
+    if (data + size - picture > 9 && *picture == 'G' && (picture[7] > 7 || picture[9] > 7))
+        return;
     PictureReader reader(file.name());
     const QSize stored = reader.size();
     if (!reader.isReadable() || qint64(stored.width()) * stored.height() > kMostPixels)
@@ -28,5 +33,5 @@ void fuzz(const uint8_t* data, size_t size)
     saveImage(image, resultFolder() + QStringLiteral("/out.bmp"));
     QImageIOHandler::Transformations turn;
     const QImage whole = loadImage(file.name(), &turn);
-    toStored(toUpright(whole, turn), turn);
+    saveStored(toStored(toUpright(whole, turn), turn), turn, resultFolder() + QStringLiteral("/out.jpg"));
 }
