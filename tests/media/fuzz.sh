@@ -7,6 +7,8 @@ film() { make -f lavfi -i "testsrc2=s=48x32:r=${rate:-10}:d=0.4" -f lavfi -i sin
 for kind in mp4 mkv ts; do film "$kind" -c:v libx264 -c:a aac; done
 film webm -c:v libvpx -c:a libopus
 film avi -c:v mpeg4 -c:a mp3
+film h264.avi -c:v libx264 -c:a mp3
+turned 90 film.mp4 film.turned.mp4
 film flv -c:v flv -c:a mp3
 film wmv -c:v wmv2 -c:a wmav2
 film ogv -c:v libtheora -c:a libvorbis
@@ -28,6 +30,7 @@ for kind in mp3 flac wav aiff au caf ac3 eac3 wv tta aac w64 voc opus; do
     make -f lavfi -i sine=r=48000:d=0.3 -metadata title=T "sound.$kind"
 done
 make -f lavfi -i sine=r=48000:d=0.3 -c:a flac sound.oga
+make -f lavfi -i sine=r=48000:d=0.3 -metadata title=T -id3v2_version 3 sound.id3v23.mp3
 make -f lavfi -i sine=r=48000:d=0.3 -c:a aac sound.latm
 make -f lavfi -i sine=r=8000:d=3 -c:a libgsm sound.gsm
 make -f lavfi -i anullsrc=r=48000:cl=stereo -t 0.1 -c:a dca -strict experimental sound.dts
