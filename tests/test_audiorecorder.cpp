@@ -158,6 +158,7 @@ void TestAudioRecorder::encoder_takesHalfOfWaitingFrames()
     QVERIFY(recorder->stopRecord(true));
     // The encoder gives one more for what it held back.
     QCOMPARE(adtsFrames(recorder->recordPath()), encoded + 1);
+    QVERIFY(!(QFileInfo(recorder->recordPath()).permissions() & (QFile::ReadGroup | QFile::ReadOther)));
     QCOMPARE(reports.last().duration_ms, qlonglong(durationOf(total * kFrameBytes)));
 }
 

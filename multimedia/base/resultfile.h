@@ -50,4 +50,11 @@ private:
     std::string name; ///< of the file beside the target; empty while it has none
 };
 
+/// Makes an empty file that only its owner may read, for a recording to be written into: what there is of it
+/// is kept, however it ends, so that it is no `ResultFile`. False if it cannot, or if there is something of
+/// that name.
+///
+/// @param path  UTF-8
+bool makePrivateFile(const std::string& path);
+
 } // namespace multimedia

@@ -26,6 +26,15 @@ std::string folderOf(const std::string& path)
 
 } // namespace
 
+bool makePrivateFile(const std::string& path)
+{
+    const int descriptor = ::open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (descriptor < 0)
+        return false;
+    ::close(descriptor);
+    return true;
+}
+
 ResultFile::ResultFile(std::string target)
     : target(std::move(target))
 {}

@@ -1,6 +1,9 @@
 #include "multimedia/mediahandler/cmediaoutput.h"
 
+#include "multimedia/base/resultfile.h"
 #include "multimedia/mediahandler/mediaerror.h"
+
+using namespace multimedia;
 
 int CMediaOutput::setOutput(const QString& output)
 {
@@ -67,6 +70,7 @@ int CMediaOutput::open()
 {
     if (!context || path.isEmpty())
         return mediaError(AVERROR(EINVAL));
+    makePrivateFile(path.toStdString());
     int result = avio_open2(&context->pb, path.toUtf8().constData(), AVIO_FLAG_WRITE, nullptr, nullptr);
     if (result < 0)
         return mediaError(result);

@@ -27,7 +27,7 @@ public:
     /// Null before the first `addStream` and after `close`.
     AVFormatContext* getOutputContext() const { return context.get(); }
 
-    /// Makes the file, or empties it, and writes the header.
+    /// Makes the file, for its owner only, or empties it, and writes the header.
     int open();
     /// Takes the content of `packet`.
     int write(AVPacket* packet);

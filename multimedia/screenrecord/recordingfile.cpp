@@ -5,10 +5,6 @@
 #include "multimedia/base/mediasource.h"
 #include "multimedia/base/resultfile.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 namespace multimedia {
 
 namespace {
@@ -97,15 +93,6 @@ int rewrite(const std::string& path, int64_t index_bytes)
 }
 
 } // namespace
-
-bool makePrivateFile(const std::string& path)
-{
-    const int descriptor = ::open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    if (descriptor < 0)
-        return false;
-    ::close(descriptor);
-    return true;
-}
 
 int putIndexInFront(const std::string& path, int64_t packets)
 {

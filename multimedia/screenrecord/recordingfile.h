@@ -8,10 +8,6 @@
 
 namespace multimedia {
 
-/// Makes an empty file that only its owner may read, for a recording to be written into. False if it cannot,
-/// or if there is something of that name.
-bool makePrivateFile(const std::string& path);
-
 /// Turns an MP4 of fragments, as a recording is while it runs, into an ordinary one with its index in front.
 /// The packets are copied as they are, beside the file, which is replaced at the end; after a failure it is
 /// as it was.

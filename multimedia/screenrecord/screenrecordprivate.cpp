@@ -1,5 +1,6 @@
 #include "multimedia/screenrecord/screenrecordprivate.h"
 
+#include "multimedia/base/resultfile.h"
 #include "multimedia/base/threadinfo.h"
 #include "multimedia/base/warning.h"
 #include "multimedia/devicemgr/permission.h"
