@@ -17,6 +17,7 @@ using facedetectcnn::ConvolutionSpan;
 using facedetectcnn::KernelFamily;
 using facedetectcnn::kernelFamily;
 using facedetectcnn::kFiltersPerBlock;
+using facedetectcnn::kPieceBytes;
 using facedetectcnn::PackedFilters;
 
 constexpr std::int32_t kWindow = 3;
@@ -108,6 +109,8 @@ ConvolutionSpan spanTemplate(const CDataBlob<unsigned char>& input, const Filter
     span.rowStep = static_cast<std::ptrdiff_t>(input.width) * input.channelStep;
     span.weightRowStep = static_cast<std::ptrdiff_t>(kWindow) * input.channelStep * kFiltersPerBlock;
     span.blockStep = packed.weights.channelStep;
+    span.weights = packed.weights.pixel(firstBlock, 0);
+    span.isNarrow = packed.isNarrow.data() + firstBlock * span.blockStep / kPieceBytes;
     span.biases = packed.biases.data + firstBlock * kFiltersPerBlock;
     span.inputBias = input.bias;
     span.blocks = std::min(blocksAtOnce, packed.blockCount - firstBlock);
@@ -123,7 +126,6 @@ std::int32_t packedConvolution1x1(const KernelFamily& family, const CDataBlob<un
     for (std::int32_t block = 0; block < filters.packed->blockCount; block += family.blocksAtOnce) {
         ConvolutionSpan span = spanTemplate(input, filters, *output, block, family.blocksAtOnce);
         span.pixelStep = input.channelStep;
-        span.weights = filters.packed->weights.pixel(block, 0);
         span.outputStep = output->channelStep / static_cast<std::ptrdiff_t>(sizeof(std::int32_t));
         span.input = input.data;
         span.output = output->data + block * kFiltersPerBlock;
@@ -178,8 +180,11 @@ std::int32_t convolveRectangle(const KernelFamily& family, const CDataBlob<unsig
     span.outputStep = isUpright ? outputRow : outputPixel;
     span.rows = rows.taps.end - rows.taps.first;
     span.runBytes = (columns.taps.end - columns.taps.first) * input.channelStep;
-    span.weights += static_cast<std::ptrdiff_t>(rows.taps.first * kWindow + columns.taps.first) *
-                    input.channelStep * kFiltersPerBlock;
+    const std::ptrdiff_t skipped =
+        static_cast<std::ptrdiff_t>(rows.taps.first * kWindow + columns.taps.first) * input.channelStep *
+        kFiltersPerBlock;
+    span.weights += skipped;
+    span.isNarrow += skipped / kPieceBytes;
 
     std::int32_t largest = 0;
     const std::int32_t lastRow = isUpright ? rows.begin + 1 : rows.end;
@@ -203,7 +208,6 @@ std::int32_t packedConvolution3x3(const KernelFamily& family, const CDataBlob<un
     std::int32_t largest = 0;
     for (std::int32_t block = 0; block < filters.packed->blockCount; block += family.blocksAtOnce) {
         ConvolutionSpan span = spanTemplate(input, filters, *output, block, family.blocksAtOnce);
-        span.weights = filters.packed->weights.pixel(block, 0);
         for (std::int32_t i = 0; i < rowCount; ++i) {
             for (std::int32_t j = 0; j < columnCount; ++j)
                 largest =

@@ -26,10 +26,14 @@ struct ConvolutionSpan
     const signed char* weights;   ///< of the first run in the first block
     std::ptrdiff_t weightRowStep; ///< bytes from a run's weights to the next run's
     std::ptrdiff_t blockStep;     ///< bytes from a block to the next
-    const std::int32_t* biases;   ///< 16 a block
-    std::int32_t inputBias;       ///< factor of the biases
-    std::int32_t blocks;          ///< 1 to `blocksAtOnce`
-    std::int32_t filters;         ///< filters in these blocks; lanes beyond are not written
+    /// Likewise of the first run in the first block, one for each 128 bytes of weights, that is eight of
+    /// input: not 0 where any input's products with four weights, the first or the second pair of both
+    /// groups, add up to 16 bits.
+    const unsigned char* isNarrow;
+    const std::int32_t* biases; ///< 16 a block
+    std::int32_t inputBias;     ///< factor of the biases
+    std::int32_t blocks;        ///< 1 to `blocksAtOnce`
+    std::int32_t filters;       ///< filters in these blocks; lanes beyond are not written
 
     std::int32_t* output;      ///< first filter of the first pixel
     std::ptrdiff_t outputStep; ///< values from a pixel to the next
