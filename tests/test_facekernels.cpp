@@ -26,6 +26,18 @@ struct EmulatedTiles
     static inline std::array<std::array<std::array<unsigned char, 64>, 16>, 8> tiles;
     static inline int faults = 0;
 
+    struct Largest
+    {
+        void take(const std::int32_t* sums, std::int32_t count, std::int32_t* target)
+        {
+            std::copy_n(sums, count, target);
+            top = std::max(top, *std::max_element(sums, sums + 16));
+        }
+        std::int32_t value() const { return top; }
+
+        std::int32_t top = 0;
+    };
+
     static void configure(const TileShapes& wanted)
     {
         shapes = wanted;

@@ -105,6 +105,7 @@ ConvolutionSpan spanTemplate(const CDataBlob<unsigned char>& input, const Filter
     const PackedFilters& packed = *filters.packed;
     ConvolutionSpan span = {};
     span.rows = 1;
+    span.lines = 1;
     span.runBytes = input.channelStep;
     span.rowStep = static_cast<std::ptrdiff_t>(input.width) * input.channelStep;
     span.weightRowStep = static_cast<std::ptrdiff_t>(kWindow) * input.channelStep * kFiltersPerBlock;
@@ -165,7 +166,7 @@ std::int32_t cutAxis(std::int32_t inputSize, std::int32_t outputSize, std::int32
     return count;
 }
 
-/// One rectangle of the output, as spans along its longer side.
+/// One rectangle of the output, as one line where it is one pixel wide.
 std::int32_t convolveRectangle(const KernelFamily& family, const CDataBlob<unsigned char>& input,
                                std::int32_t stride, const Stretch& columns, const Stretch& rows,
                                ConvolutionSpan span, CDataBlob<std::int32_t>* output,
@@ -186,15 +187,13 @@ std::int32_t convolveRectangle(const KernelFamily& family, const CDataBlob<unsig
     span.weights += skipped;
     span.isNarrow += skipped / kPieceBytes;
 
-    std::int32_t largest = 0;
-    const std::int32_t lastRow = isUpright ? rows.begin + 1 : rows.end;
-    for (std::int32_t y = rows.begin; y < lastRow; ++y) {
-        span.input =
-            input.pixel(columns.begin * stride - 1 + columns.taps.first, y * stride - 1 + rows.taps.first);
-        span.output = output->pixel(columns.begin, y) + firstFilter;
-        largest = std::max(largest, family.convolve(span));
-    }
-    return largest;
+    span.lines = isUpright ? 1 : rows.end - rows.begin;
+    span.inputLineStep = stride * span.rowStep;
+    span.outputLineStep = outputRow;
+    span.input = input.pixel(columns.begin * stride - 1 + columns.taps.first,
+                             rows.begin * stride - 1 + rows.taps.first);
+    span.output = output->pixel(columns.begin, rows.begin) + firstFilter;
+    return family.convolve(span);
 }
 
 std::int32_t packedConvolution3x3(const KernelFamily& family, const CDataBlob<unsigned char>& input,

@@ -131,7 +131,7 @@ using Tile = void (*)(const ConvolutionSpan&, const unsigned char*, std::int32_t
 constexpr Tile kTiles[kPixelsAtOnce + 1] = {nullptr, convolveTile<1>, convolveTile<2>, convolveTile<3>,
                                             convolveTile<4>};
 
-std::int32_t convolve(const ConvolutionSpan& span)
+std::int32_t convolveLine(const ConvolutionSpan& span)
 {
     __m256i largest = _mm256_setzero_si256();
     const unsigned char* input = span.input;
@@ -151,6 +151,11 @@ std::int32_t convolve(const ConvolutionSpan& span)
     for (const std::int32_t lane : lanes)
         result = lane > result ? lane : result;
     return result;
+}
+
+std::int32_t convolve(const ConvolutionSpan& span)
+{
+    return convolveLines(span, convolveLine);
 }
 
 } // namespace
