@@ -5,6 +5,7 @@
 #include "multimedia/facedetectcnn/kernels.h"
 #include "multimedia/facedetectcnn/modellayout.h"
 #include "multimedia/facedetectcnn/network.h"
+#include "tests/support/slowfacenet.h"
 
 #include <benchmark/benchmark.h>
 
@@ -222,6 +223,29 @@ void benchFaces(benchmark::State& state, ImageSize image)
     });
 }
 
+/// From the heads to the faces, with weights that make some six thousand prior boxes candidates. No ratio.
+void benchDecoding(benchmark::State& state, ImageSize image)
+{
+    const slowfacenet::Model model = slowfacenet::randomModel(1);
+    std::array<ConvInfo, 24> table = param_pConvInfo;
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        table[i].weights = model[i].weights.data();
+        table[i].biases = model[i].biases.data();
+    }
+    facedetectcnn::buildBank(table, &g_pFilters);
+    const auto pixels = randomBytes(3U * image.width * image.height);
+    std::vector<double> times;
+    while (state.KeepRunning()) {
+        facedetectcnn::Branches branches;
+        facedetectcnn::runNetwork(pixels.data(), image.width, image.height, 3 * image.width, &branches);
+        times.push_back(microseconds(
+            [&] { benchmark::DoNotOptimize(facedetectcnn::facesIn(branches, image.width, image.height)); }));
+        state.SetIterationTime(times.back() * 1e-6);
+    }
+    state.counters["us"] = median(times);
+    facedetectcnn::buildBank(param_pConvInfo, &g_pFilters);
+}
+
 void registerBenchmark(const std::string& part, ImageSize image, const facedetectcnn::KernelFamily* family,
                        const std::function<void(benchmark::State&)>& work)
 {
@@ -240,6 +264,8 @@ void registerAll(const facedetectcnn::KernelFamily* family, ImageSize image)
 {
     registerBenchmark("faces", image, family, [image](benchmark::State& state) { benchFaces(state, image); });
     registerBenchmark("heads", image, family, [image](benchmark::State& state) { benchHeads(state, image); });
+    registerBenchmark("decoding", image, family,
+                      [image](benchmark::State& state) { benchDecoding(state, image); });
     registerBenchmark("convolutions", image, family,
                       [image](benchmark::State& state) { benchConvolutions(state, image); });
     for (std::size_t layer = 0; layer < kLayers.size(); ++layer)

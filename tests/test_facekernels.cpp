@@ -26,6 +26,18 @@ struct EmulatedTiles
     static inline std::array<std::array<std::array<unsigned char, 64>, 16>, 8> tiles;
     static inline int faults = 0;
 
+    struct Largest
+    {
+        void take(const std::int32_t* sums, std::int32_t count, std::int32_t* target)
+        {
+            std::copy_n(sums, count, target);
+            top = std::max(top, *std::max_element(sums, sums + 16));
+        }
+        std::int32_t value() const { return top; }
+
+        std::int32_t top = 0;
+    };
+
     static void configure(const TileShapes& wanted)
     {
         shapes = wanted;
@@ -113,13 +125,16 @@ public:
     void fill(Filters* filters, int size, int channels, int count, Values values)
     {
         filters->scale = 41.5F;
+        // Four products with weights of up to 32 just fit into 16 bits.
+        const int limit = std::array<int, 4>{32, 33, 80, 128}[number(0, 3)];
         for (int f = 0; f < count; ++f) {
             auto filter = std::make_unique<CDataBlob<signed char>>();
             filter->create(size, size, channels);
             std::vector<signed char> planar(static_cast<std::size_t>(size) * size * channels);
-            const int extreme = f % 2 == 0 ? -128 : 127;
+            const int extreme = f % 2 == 0 ? -limit : std::min(limit, 127);
             for (signed char& weight : planar)
-                weight = static_cast<signed char>(values == Values::Extreme ? extreme : number(-128, 127));
+                weight = static_cast<signed char>(
+                    values == Values::Extreme ? extreme : number(-limit, std::min(limit, 127)));
             const int bias = values == Values::Extreme ? std::numeric_limits<std::int32_t>::min() + f
                                                        : number(-100000, 100000);
             filter->setInt8FilterData(planar.data(), bias, size, size, channels);

@@ -17,6 +17,7 @@ using facedetectcnn::ConvolutionSpan;
 using facedetectcnn::KernelFamily;
 using facedetectcnn::kernelFamily;
 using facedetectcnn::kFiltersPerBlock;
+using facedetectcnn::kPieceBytes;
 using facedetectcnn::PackedFilters;
 
 constexpr std::int32_t kWindow = 3;
@@ -104,10 +105,13 @@ ConvolutionSpan spanTemplate(const CDataBlob<unsigned char>& input, const Filter
     const PackedFilters& packed = *filters.packed;
     ConvolutionSpan span = {};
     span.rows = 1;
+    span.lines = 1;
     span.runBytes = input.channelStep;
     span.rowStep = static_cast<std::ptrdiff_t>(input.width) * input.channelStep;
     span.weightRowStep = static_cast<std::ptrdiff_t>(kWindow) * input.channelStep * kFiltersPerBlock;
     span.blockStep = packed.weights.channelStep;
+    span.weights = packed.weights.pixel(firstBlock, 0);
+    span.isNarrow = packed.isNarrow.data() + firstBlock * span.blockStep / kPieceBytes;
     span.biases = packed.biases.data + firstBlock * kFiltersPerBlock;
     span.inputBias = input.bias;
     span.blocks = std::min(blocksAtOnce, packed.blockCount - firstBlock);
@@ -123,7 +127,6 @@ std::int32_t packedConvolution1x1(const KernelFamily& family, const CDataBlob<un
     for (std::int32_t block = 0; block < filters.packed->blockCount; block += family.blocksAtOnce) {
         ConvolutionSpan span = spanTemplate(input, filters, *output, block, family.blocksAtOnce);
         span.pixelStep = input.channelStep;
-        span.weights = filters.packed->weights.pixel(block, 0);
         span.outputStep = output->channelStep / static_cast<std::ptrdiff_t>(sizeof(std::int32_t));
         span.input = input.data;
         span.output = output->data + block * kFiltersPerBlock;
@@ -163,7 +166,7 @@ std::int32_t cutAxis(std::int32_t inputSize, std::int32_t outputSize, std::int32
     return count;
 }
 
-/// One rectangle of the output, as spans along its longer side.
+/// One rectangle of the output, as one line where it is one pixel wide.
 std::int32_t convolveRectangle(const KernelFamily& family, const CDataBlob<unsigned char>& input,
                                std::int32_t stride, const Stretch& columns, const Stretch& rows,
                                ConvolutionSpan span, CDataBlob<std::int32_t>* output,
@@ -178,18 +181,19 @@ std::int32_t convolveRectangle(const KernelFamily& family, const CDataBlob<unsig
     span.outputStep = isUpright ? outputRow : outputPixel;
     span.rows = rows.taps.end - rows.taps.first;
     span.runBytes = (columns.taps.end - columns.taps.first) * input.channelStep;
-    span.weights += static_cast<std::ptrdiff_t>(rows.taps.first * kWindow + columns.taps.first) *
-                    input.channelStep * kFiltersPerBlock;
+    const std::ptrdiff_t skipped =
+        static_cast<std::ptrdiff_t>(rows.taps.first * kWindow + columns.taps.first) * input.channelStep *
+        kFiltersPerBlock;
+    span.weights += skipped;
+    span.isNarrow += skipped / kPieceBytes;
 
-    std::int32_t largest = 0;
-    const std::int32_t lastRow = isUpright ? rows.begin + 1 : rows.end;
-    for (std::int32_t y = rows.begin; y < lastRow; ++y) {
-        span.input =
-            input.pixel(columns.begin * stride - 1 + columns.taps.first, y * stride - 1 + rows.taps.first);
-        span.output = output->pixel(columns.begin, y) + firstFilter;
-        largest = std::max(largest, family.convolve(span));
-    }
-    return largest;
+    span.lines = isUpright ? 1 : rows.end - rows.begin;
+    span.inputLineStep = stride * span.rowStep;
+    span.outputLineStep = outputRow;
+    span.input = input.pixel(columns.begin * stride - 1 + columns.taps.first,
+                             rows.begin * stride - 1 + rows.taps.first);
+    span.output = output->pixel(columns.begin, rows.begin) + firstFilter;
+    return family.convolve(span);
 }
 
 std::int32_t packedConvolution3x3(const KernelFamily& family, const CDataBlob<unsigned char>& input,
@@ -203,7 +207,6 @@ std::int32_t packedConvolution3x3(const KernelFamily& family, const CDataBlob<un
     std::int32_t largest = 0;
     for (std::int32_t block = 0; block < filters.packed->blockCount; block += family.blocksAtOnce) {
         ConvolutionSpan span = spanTemplate(input, filters, *output, block, family.blocksAtOnce);
-        span.weights = filters.packed->weights.pixel(block, 0);
         for (std::int32_t i = 0; i < rowCount; ++i) {
             for (std::int32_t j = 0; j < columnCount; ++j)
                 largest =

@@ -8,10 +8,17 @@
 
 namespace {
 
+using facedetectcnn::Candidate;
+
 constexpr float kCentreVariance = 0.1F;
 constexpr float kSizeVariance = 0.2F;
-constexpr std::int32_t kLocationValues = 14;
 constexpr std::int32_t kOutputValues = 15;
+
+bool isApart(const NormalizedBBox_& a, const NormalizedBBox_& b)
+{
+    return (std::min(a.xmax, b.xmax) <= std::max(a.xmin, b.xmin)) |
+           (std::min(a.ymax, b.ymax) <= std::max(a.ymin, b.ymin));
+}
 
 bool complain(const char* text)
 {
@@ -24,61 +31,14 @@ float area(const NormalizedBBox_& box)
     return (box.xmax - box.xmin) * (box.ymax - box.ymin);
 }
 
-/// Landmarks are relative to the prior, as the box is, and are not clipped.
-NormalizedBBox_ decode(const float* prior, const float* location)
+/// Of equal candidates the one of the later prior is worse. A type, so that the heap's loops have it inline.
+struct IsWorse
 {
-    const float priorWidth = prior[2] - prior[0];
-    const float priorHeight = prior[3] - prior[1];
-    const float priorX = (prior[0] + prior[2]) * 0.5F;
-    const float priorY = (prior[1] + prior[3]) * 0.5F;
-
-    const float x = location[0] * kCentreVariance * priorWidth + priorX;
-    const float y = location[1] * kCentreVariance * priorHeight + priorY;
-    const float width = std::exp(location[2] * kSizeVariance) * priorWidth;
-    const float height = std::exp(location[3] * kSizeVariance) * priorHeight;
-
-    NormalizedBBox_ box = {};
-    box.xmin = std::max(x - width * 0.5F, 0.0F);
-    box.ymin = std::max(y - height * 0.5F, 0.0F);
-    box.xmax = std::min(x + width * 0.5F, 1.0F);
-    box.ymax = std::min(y + height * 0.5F, 1.0F);
-    for (std::size_t i = 0; i < box.lm.size(); i += 2) {
-        box.lm[i] = location[4 + i] * kCentreVariance * priorWidth + priorX;
-        box.lm[i + 1] = location[5 + i] * kCentreVariance * priorHeight + priorY;
+    bool operator()(const Candidate& a, const Candidate& b) const
+    {
+        return a.score < b.score || (a.score == b.score && a.prior > b.prior);
     }
-    return box;
-}
-
-std::vector<ScoredBox> candidates(const CDataBlob<float>& priors, const CDataBlob<float>& locations,
-                                  const CDataBlob<float>& confidences, float threshold)
-{
-    std::vector<ScoredBox> found;
-    for (std::int32_t i = 0; i < confidences.channels / 2; ++i) {
-        const float score = confidences.data[2 * i + 1];
-        if (score > threshold)
-            found.emplace_back(score,
-                               decode(priors.data + 4 * static_cast<std::ptrdiff_t>(i),
-                                      locations.data + kLocationValues * static_cast<std::ptrdiff_t>(i)));
-    }
-    return found;
-}
-
-/// Those of the sorted boxes that overlap no better one kept, at most `limit`.
-std::vector<ScoredBox> suppressOverlaps(const std::vector<ScoredBox>& sorted, float threshold,
-                                        std::size_t limit)
-{
-    std::vector<ScoredBox> kept;
-    for (const ScoredBox& candidate : sorted) {
-        if (kept.size() >= limit)
-            break;
-        const bool overlaps = std::any_of(kept.begin(), kept.end(), [&](const ScoredBox& better) {
-            return JaccardOverlap(candidate.second, better.second) > threshold;
-        });
-        if (!overlaps)
-            kept.push_back(candidate);
-    }
-    return kept;
-}
+};
 
 /// Negative limits stand for none.
 std::size_t limitOf(std::int32_t limit)
@@ -104,6 +64,54 @@ bool writeBoxes(const std::vector<ScoredBox>& boxes, CDataBlob<float>* output)
 }
 
 } // namespace
+
+namespace facedetectcnn {
+
+NormalizedBBox_ decodedBox(const float* prior, const float* location)
+{
+    const float priorWidth = prior[2] - prior[0];
+    const float priorHeight = prior[3] - prior[1];
+    const float priorX = (prior[0] + prior[2]) * 0.5F;
+    const float priorY = (prior[1] + prior[3]) * 0.5F;
+
+    const float x = location[0] * kCentreVariance * priorWidth + priorX;
+    const float y = location[1] * kCentreVariance * priorHeight + priorY;
+    const float width = std::exp(location[2] * kSizeVariance) * priorWidth;
+    const float height = std::exp(location[3] * kSizeVariance) * priorHeight;
+
+    NormalizedBBox_ box = {};
+    box.xmin = std::max(x - width * 0.5F, 0.0F);
+    box.ymin = std::max(y - height * 0.5F, 0.0F);
+    box.xmax = std::min(x + width * 0.5F, 1.0F);
+    box.ymax = std::min(y + height * 0.5F, 1.0F);
+    for (std::size_t i = 0; i < box.lm.size(); i += 2) {
+        box.lm[i] = location[4 + i] * kCentreVariance * priorWidth + priorX;
+        box.lm[i + 1] = location[5 + i] * kCentreVariance * priorHeight + priorY;
+    }
+    return box;
+}
+
+std::vector<ScoredBox> bestBoxes(std::vector<Candidate> candidates, float overlapThreshold, std::int32_t topK,
+                                 std::int32_t keepTopK,
+                                 const std::function<NormalizedBBox_(std::int32_t prior)>& boxOf)
+{
+    std::vector<ScoredBox> kept;
+    std::make_heap(candidates.begin(), candidates.end(), IsWorse());
+    for (std::size_t left = std::min(candidates.size(), limitOf(topK));
+         left > 0 && kept.size() < limitOf(keepTopK); --left) {
+        std::pop_heap(candidates.begin(), candidates.end(), IsWorse());
+        const NormalizedBBox_ box = boxOf(candidates.back().prior);
+        const bool overlaps = std::any_of(kept.begin(), kept.end(), [&](const ScoredBox& better) {
+            return !isApart(box, better.second) && JaccardOverlap(box, better.second) > overlapThreshold;
+        });
+        if (!overlaps)
+            kept.emplace_back(candidates.back().score, box);
+        candidates.pop_back();
+    }
+    return kept;
+}
+
+} // namespace facedetectcnn
 
 bool priorbox(const CDataBlob<unsigned char>& featureData, std::int32_t imageWidth, std::int32_t imageHeight,
               std::int32_t step, std::int32_t numSizes, const float* sizes, CDataBlob<float>* outputData)
@@ -191,10 +199,17 @@ bool detection_output(const CDataBlob<float>& priorbox, const CDataBlob<float>& 
         return false;
     }
 
-    std::vector<ScoredBox> boxes = candidates(priorbox, loc, conf, confidenceThreshold);
-    std::stable_sort(boxes.begin(), boxes.end(), SortScoreBBoxPairDescend);
-    boxes.resize(std::min(boxes.size(), limitOf(topK)));
-    boxes = suppressOverlaps(boxes, overlapThreshold, limitOf(keepTopK));
+    std::vector<Candidate> candidates;
+    for (std::int32_t i = 0; i < conf.channels / 2; ++i) {
+        const float score = conf.data[2 * i + 1];
+        if (score > confidenceThreshold)
+            candidates.push_back({score, i});
+    }
+    const std::vector<ScoredBox> boxes = facedetectcnn::bestBoxes(
+        std::move(candidates), overlapThreshold, topK, keepTopK, [&](std::ptrdiff_t prior) {
+            return facedetectcnn::decodedBox(priorbox.data + 4 * prior,
+                                             loc.data + facedetectcnn::kLocationValues * prior);
+        });
 
     if (boxes.empty()) {
         output->clear();

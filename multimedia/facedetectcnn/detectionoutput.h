@@ -3,7 +3,9 @@
 #include "multimedia/facedetectcnn/datablob.h"
 
 #include <array>
+#include <functional>
 #include <utility>
+#include <vector>
 
 /// @file
 /// From the network's heads to boxes: the boxes that the heads correct, probabilities, decoding, suppression.
@@ -55,3 +57,26 @@ bool SortScoreBBoxPairDescend(const ScoredBox& pair1, const ScoredBox& pair2);
 bool detection_output(const CDataBlob<float>& priorbox, const CDataBlob<float>& loc,
                       const CDataBlob<float>& conf, float overlapThreshold, float confidenceThreshold,
                       std::int32_t topK, std::int32_t keepTopK, CDataBlob<float>* output);
+
+namespace facedetectcnn {
+
+inline constexpr std::int32_t kLocationValues = 14; ///< of a prior box: 4 of the box, 10 of the landmarks
+
+/// A prior box that could be a face's.
+struct Candidate
+{
+    float score;
+    std::int32_t prior; ///< its place in the order of the priors
+};
+
+/// A prior box (left, top, right, bottom) as its location values correct it. Landmarks are relative to the
+/// prior, as the box is, and are not clipped.
+NormalizedBBox_ decodedBox(const float* prior, const float* location);
+
+/// The best of those candidates that overlap by more than `overlapThreshold`, in order of their scores, with
+/// the limits of `detection_output`. `boxOf` is asked for the boxes of those only that come up.
+std::vector<ScoredBox> bestBoxes(std::vector<Candidate> candidates, float overlapThreshold, std::int32_t topK,
+                                 std::int32_t keepTopK,
+                                 const std::function<NormalizedBBox_(std::int32_t prior)>& boxOf);
+
+} // namespace facedetectcnn

@@ -57,6 +57,29 @@ void packFilter(const CDataBlob<signed char>& filter, signed char* lane)
         std::memcpy(lane, filter.data + i, kChannelsPerGroup);
 }
 
+/// Whether 16 bits hold the sum of these four weights' products with any bytes.
+bool isNarrow(const std::array<signed char, 4>& weights)
+{
+    constexpr int kLimit = 32767 / 255;
+    int positive = 0;
+    int negative = 0;
+    for (const signed char weight : weights)
+        (weight > 0 ? positive : negative) += weight;
+    return positive <= kLimit && -negative <= kLimit;
+}
+
+/// The same for all pairs of weights that meet in a piece: first with first, second with second ones of the
+/// two groups.
+bool isNarrowPiece(const signed char* piece)
+{
+    constexpr int kGroup = facedetectcnn::kPieceBytes / 2;
+    for (int i = 0; i < kGroup; i += 2) {
+        if (!isNarrow({piece[i], piece[i + 1], piece[kGroup + i], piece[kGroup + i + 1]}))
+            return false;
+    }
+    return true;
+}
+
 } // namespace
 
 namespace facedetectcnn {
@@ -113,6 +136,9 @@ void packFilters(Filters* filters)
         packFilter(filter, packed->weights.pixel(i / kFiltersPerBlock, 0) +
                                (i % kFiltersPerBlock) * kChannelsPerGroup);
     }
+    const signed char* const weights = packed->weights.data;
+    for (std::int32_t i = 0; i < packed->blockCount * packed->blockBytes; i += kPieceBytes)
+        packed->isNarrow.push_back(isNarrowPiece(weights + i) ? 1 : 0);
     filters->packed = std::move(packed);
 }
 

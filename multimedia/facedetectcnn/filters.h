@@ -24,10 +24,14 @@ struct PackedFilters
     CDataBlob<std::int32_t> biases; ///< one a filter, blocks filled up with 0
     std::int32_t blockCount = 0;
     std::int32_t blockBytes = 0; ///< of one block's weights
+    /// One for each `kPieceBytes` of weights: whether no input makes the sums of a filter's even pairs, or of
+    /// its odd ones, leave 16 bits.
+    std::vector<unsigned char> isNarrow;
 };
 
 inline constexpr std::int32_t kFiltersPerBlock = 16;
 inline constexpr std::int32_t kChannelsPerGroup = 4;
+inline constexpr std::int32_t kPieceBytes = 128; ///< two groups of channels
 
 } // namespace facedetectcnn
 

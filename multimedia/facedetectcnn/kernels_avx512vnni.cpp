@@ -143,7 +143,7 @@ constexpr Tile kNarrowTiles[kPixelsAtOnce + 1] = {
     convolveNarrowTile<8>,
 };
 
-std::int32_t convolve(const ConvolutionSpan& span)
+std::int32_t convolveLine(const ConvolutionSpan& span)
 {
     __m512i largest = _mm512_setzero_si512();
     const std::int32_t atOnce = pixelsAtOnce(span.blocks);
@@ -165,6 +165,11 @@ std::int32_t convolve(const ConvolutionSpan& span)
     for (const std::int32_t lane : lanes)
         result = lane > result ? lane : result;
     return result;
+}
+
+std::int32_t convolve(const ConvolutionSpan& span)
+{
+    return convolveLines(span, convolveLine);
 }
 
 } // namespace

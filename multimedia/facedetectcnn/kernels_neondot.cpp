@@ -94,7 +94,7 @@ using Tile = void (*)(const ConvolutionSpan&, const int32x4_t*, const unsigned c
 constexpr Tile kTiles[kPixelsAtOnce + 1] = {nullptr, convolveTile<1>, convolveTile<2>, convolveTile<3>,
                                             convolveTile<4>};
 
-std::int32_t convolve(const ConvolutionSpan& span)
+std::int32_t convolveLine(const ConvolutionSpan& span)
 {
     int32x4_t start[kQuarters];
     startingSums(span, start);
@@ -110,6 +110,11 @@ std::int32_t convolve(const ConvolutionSpan& span)
         left -= pixels;
     }
     return vmaxvq_s32(largest);
+}
+
+std::int32_t convolve(const ConvolutionSpan& span)
+{
+    return convolveLines(span, convolveLine);
 }
 
 int32x4_t requantised(const std::int32_t* values, float ratio)
