@@ -3,7 +3,7 @@
 #include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
-#include "tests/support/silentrecorder.h"
+#include "tests/support/recorder.h"
 
 #include <QtGui/QPainter>
 #include <QtGui/QRasterWindow>
