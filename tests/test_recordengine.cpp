@@ -1,4 +1,3 @@
-#include "multimedia/audiorecorder/audiorecorder.h"
 #include "multimedia/audiorecorder/recordengine.h"
 #include "multimedia/mediahandler/cwavewriter.h"
 #include "multimedia/multimediaprovider.h"
@@ -11,7 +10,6 @@
 #include "tests/support/soundcheck.h"
 #include "tests/support/soundserver.h"
 
-#include <QtGui/QGuiApplication>
 #include <QtMultimedia/QAudioDeviceInfo>
 #include <QtQml/QQmlComponent>
 #include <QtQml/QQmlContext>
@@ -20,9 +18,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <map>
 #include <memory>
-#include <tuple>
 
 /// Recordings of a real microphone, that of the private desktop.
 
@@ -30,7 +26,6 @@ namespace {
 
 constexpr int kRate = 24000;
 constexpr int kPatience_ms = 20'000;
-constexpr auto kLeaveRecording = "--leave-recording";
 
 bool isListed(const QString& device)
 {
@@ -63,7 +58,6 @@ private Q_SLOTS:
     void cleanup();
 
     void qml_recordsSpeech();
-    void record_changesVoice_inEveryType();
     void stopRecord_removesFile_whenNotSaved();
     void cancelRecord_leavesFile_thatWasReported();
     void startRecord_leavesRunningOne_alone();
@@ -72,7 +66,6 @@ private Q_SLOTS:
     void config_isReplaced_andForgotten();
     void convertToPCM_givesNothing_ofBadFile();
     void convertSamples_stretchesAndShrinks();
-    void record_ends_withProcess();
     void record_ends_whenMicrophoneVanishes();
     void record_survives_deathOfServer();
 
@@ -201,73 +194,6 @@ void TestRecordEngine::qml_recordsSpeech()
     const double correlation = soundcheck::bestCorrelation(recorded, fed);
     qInfo("correlation with what was fed: %.4f", correlation);
     QVERIFY(correlation > 0.9);
-}
-
-void TestRecordEngine::record_changesVoice_inEveryType()
-{
-    constexpr double kVoice_hz = 120;
-    RecordConfig config;
-    config.setInputDevice("mic");
-    const QString fed = writeWave(dir, soundcheck::vowel(kRate, kVoice_hz, 1));
-    const Program voice("feed-microphone", {"--loop", fed});
-
-    // The first one hears when the voice begins; all others record it at once.
-    const int threads = countOf("task");
-    std::map<int, std::unique_ptr<AudioRecorder>> recorders;
-    std::map<int, qlonglong> durations;
-    std::map<int, soundcheck::Samples> sounds;
-    const auto start = [&](int type) {
-        auto& recorder = recorders[type] = std::make_unique<AudioRecorder>();
-        recorder->setRecordPath(dir.filePath(QStringLiteral("type%1.aac").arg(type)));
-        return recorder->startRecord(&config, type);
-    };
-    QVERIFY(start(0));
-    QSignalSpy heard(recorders[0].get(), &AudioRecorder::calcutedFFFTComplated);
-    QTRY_VERIFY_WITH_TIMEOUT(!heard.isEmpty() && hasSound(heard.last().first().toList()), kPatience_ms);
-    for (const int type : {1, 2, 3, 4, 5, 8})
-        QVERIFY(start(type));
-    QSignalSpy reports(engine, &RecordEngine::updateRecordInfo);
-    qlonglong result_ms = 0;
-    connect(engine, &RecordEngine::updateRecordInfo, &reports, [&](qlonglong duration, bool stopped) {
-        if (stopped)
-            result_ms = duration;
-    });
-    const auto recordedLately_ms = [&] {
-        return reports.isEmpty() ? 0 : reports.last().first().toLongLong();
-    };
-    QTRY_VERIFY_WITH_TIMEOUT(recordedLately_ms() > 2500, kPatience_ms);
-
-    for (auto& [type, recorder] : recorders) {
-        QSignalSpy finished(recorder.get(), &AudioRecorder::recordFinish);
-        QVERIFY(recorder->stopRecord(true));
-        QTRY_COMPARE(recorder->state(), RECORDER_IDLE);
-        QCOMPARE(finished.count(), recorder->isChangeVoice() ? 1 : 0);
-        durations[type] = result_ms;
-    }
-    for (const auto& [type, recorder] : recorders) {
-        QCOMPARE(mediacheck::decodeErrors(recorder->recordPath()), QString());
-        sounds[type] = mediacheck::decodeAudio(recorder->recordPath(), kRate);
-        const auto sound_ms = qlonglong(sounds[type].size()) * 1000 / kRate;
-        qInfo("type %d: %lld ms, in the file %lld ms", type, durations[type], sound_ms);
-        QVERIFY(std::abs(durations[type] - sound_ms) < (type == 5 ? 800 : 400));
-    }
-    recorders.clear();
-    QTRY_VERIFY(countOf("task") <= threads);
-
-    const std::map<int, double> pitches = {{0, 1}, {1, 2.6}, {2, 0.5}, {4, 1}, {5, 1}, {8, 1}};
-    for (const auto& [type, factor] : pitches) {
-        const double expected = kVoice_hz * factor;
-        const double found =
-            soundcheck::pitch(sounds[type], kRate, expected / 1.5, expected * 1.5, sounds[type].size() / 2);
-        qInfo("type %d: %.1f Hz", type, found);
-        QVERIFY(std::abs(found / expected - 1) < 0.03);
-    }
-    // 300 Hz on harmonics of 120: the sound has moved to the odd multiples of 60 Hz.
-    const soundcheck::Samples middle(sounds[3].begin() + kRate / 2, sounds[3].begin() + kRate * 3 / 2);
-    double odd_share = 0;
-    for (int hz = 60; hz < 4000; hz += 120)
-        odd_share += soundcheck::energyShare(middle, kRate, hz);
-    QVERIFY2(odd_share > 0.2, qPrintable(QString::number(odd_share)));
 }
 
 void TestRecordEngine::stopRecord_removesFile_whenNotSaved()
@@ -419,15 +345,6 @@ void TestRecordEngine::convertSamples_stretchesAndShrinks()
     }
 }
 
-void TestRecordEngine::record_ends_withProcess()
-{
-    for (const char* type : {"0", "1", "8"}) {
-        Program process(QCoreApplication::applicationFilePath(), {kLeaveRecording, type});
-        QVERIFY2(process.waitForFinished(), type);
-        QVERIFY2(process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0, type);
-    }
-}
-
 void TestRecordEngine::record_ends_whenMicrophoneVanishes()
 {
     // Everything else that can be recorded from hears a tone.
@@ -489,26 +406,5 @@ void TestRecordEngine::record_survives_deathOfServer()
     QTRY_VERIFY(countOf("task") <= threads);
 }
 
-/// A host that ends without stopping its recording.
-int leaveRecording(int argc, char** argv)
-{
-    const QCoreApplication application(argc, argv);
-    RecordEngine* engine = RecordEngine::instance();
-    if (!engine->startRecord(QCoreApplication::arguments().value(2).toInt()))
-        return 1;
-    // A changed voice tells nothing before half a second of it.
-    QObject::connect(engine, &RecordEngine::updateRecordInfo, &application,
-                     [] { QCoreApplication::exit(0); });
-    return QCoreApplication::exec();
-}
-
-int main(int argc, char** argv)
-{
-    if (argc > 1 && QLatin1String(argv[1]) == QLatin1String(kLeaveRecording))
-        return leaveRecording(argc, argv);
-    const QGuiApplication application(argc, argv);
-    TestRecordEngine test;
-    return QTest::qExec(&test, argc, argv);
-}
-
+QTEST_MAIN(TestRecordEngine)
 #include "test_recordengine.moc"
