@@ -1,7 +1,6 @@
 #include "multimedia/videoeditor/videoclipthread.h"
 #include "multimedia/videoeditor/videoeditor.h"
 #include "tests/support/files.h"
-#include "tests/support/fulldisk.h"
 #include "tests/support/incase.h"
 #include "tests/support/mediacheck.h"
 #include "tests/support/row.h"
@@ -16,8 +15,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <thread>
-#include <tuple>
-#include <utility>
 
 namespace {
 
@@ -41,8 +38,7 @@ public:
             codes += code;
         };
     }
-    Request(const Request&) = delete;
-    Request& operator=(const Request&) = delete;
+    Q_DISABLE_COPY(Request)
 
     BaseFile file;
     EditFileFilterPtr filter;
@@ -136,7 +132,6 @@ private Q_SLOTS:
     void clip_keepsRotation();
     void clip_reportsFailure_andLeavesNothing();
     void clip_keepsFiles_unlessItSucceeds();
-    void clip_fails_onFullDisk();
     void clip_ends_withDamagedSource();
     void cancel_takesEffectAtNextPacket_andLeavesNothing();
     void clip_fails_whenSourceIsCut_meanwhile();
@@ -287,26 +282,6 @@ void TestVideoClip::clip_keepsFiles_unlessItSucceeds()
     QVERIFY(!(QFileInfo(source).permissions() & QFile::ReadOther));
     QVERIFY(mediacheck::stream(mediacheck::probe(source), "audio").isEmpty());
     QVERIFY(QDir(folder.path()).entryList({QStringLiteral(".*")}, QDir::Files | QDir::Hidden).isEmpty());
-}
-
-void TestVideoClip::clip_fails_onFullDisk()
-{
-    const QString source = media("base.mp4");
-    for (const QString& path : {target("full.mp4"), target("full.mkv")}) {
-        QCOMPARE(clipSync(source, path, 0, 5000), int(VideoClipThread::kDone));
-        const auto size = rlim_t(QFileInfo(path).size());
-        QVERIFY(QFile::remove(path));
-        for (const rlim_t room : {size - 1, size - 100, size - 4000, rlim_t(0)}) {
-            const InCase in_case(path, size - room);
-            int code = -1;
-            {
-                const FullDisk disk(room);
-                code = clipSync(source, path, 0, 5000);
-            }
-            QCOMPARE(code, int(VideoClipThread::kFailed));
-            QVERIFY(!QFile::exists(path));
-        }
-    }
 }
 
 /// What can be read of it is there, and can be played.
