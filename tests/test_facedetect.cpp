@@ -7,14 +7,11 @@
 #include "tests/support/logcapture.h"
 #include "tests/support/stderrcapture.h"
 
-#include <QtConcurrent/QtConcurrent>
 #include <QtGui/QImage>
 #include <QtTest/QtTest>
 
 #include <cmath>
 #include <limits>
-#include <tuple>
-#include <utility>
 
 namespace {
 
@@ -75,7 +72,6 @@ private Q_SLOTS:
 
     void faceDetect_seesScaledImage();
     void faceMask_givesImageBack_withoutFaces();
-    void faceMask_givesSameImage_fromManyThreads();
     void smear_isExponentialFilter();
     void blur_hidesFaceOnly_inEveryFormat();
     void blur_obeysScoreRule();
@@ -117,17 +113,6 @@ void TestFaceDetect::faceMask_givesImageBack_withoutFaces()
     QCOMPARE(multimedia::faceMask(small), small);
     const QImage line = portrait().scaled(2000, 1);
     QCOMPARE(multimedia::faceMask(line), line);
-}
-
-void TestFaceDetect::faceMask_givesSameImage_fromManyThreads()
-{
-    const QImage image = portrait().scaledToHeight(160);
-    const QImage expected = multimedia::faceMask(image);
-    QVector<QFuture<QImage>> results;
-    for (int i = 0; i < 4; ++i)
-        results += QtConcurrent::run([image] { return multimedia::faceMask(image); });
-    for (const QFuture<QImage>& result : qAsConst(results))
-        QCOMPARE(result.result(), expected);
 }
 
 void TestFaceDetect::smear_isExponentialFilter()
