@@ -17,7 +17,6 @@ extern "C" {
 #include <chrono>
 #include <random>
 #include <thread>
-#include <tuple>
 
 /// The recognisers of this system, on spoken sentences: every test runs with each. Of Qt there is the test
 /// frame only, and Vosk's reading of JSON.

@@ -11,7 +11,6 @@ make -f lavfi -i "$(tone 20)" -b:a 64k -movflags +faststart long.m4a
 
 # One of every accepted extension, but APE, which FFmpeg cannot write.
 make -f lavfi -i testsrc=size=64x48:duration=0.04 -frames:v 1 cover.png
-make -i cover.png cover.bmp
 tags=(-metadata "title=Lied über Regen" -metadata "artist=A & B" -metadata "album=Album 1")
 for name in plain.mp3 plain.aac plain.ogg plain.wav plain.flac plain.ac3 plain.wma plain.mp2; do
     make -f lavfi -i "$(tone 1)" "$name"
@@ -21,7 +20,6 @@ make -f lavfi -i "$(tone 1)" "${tags[@]}" tagged.ogg
 make -f lavfi -i "$(tone 1)" -i cover.png -map 0 -map 1 -c:v copy -disposition:v attached_pic "${tags[@]}" covered.mp3
 make -f lavfi -i "$(tone 1)" -i cover.png -map 0 -map 1 -c:v copy -disposition:v attached_pic "${tags[@]}" covered.flac
 make -f lavfi -i "$(tone 1)" -i cover.png -map 0 -map 1 -c:v copy -disposition:v attached_pic "${tags[@]}" -f ipod covered.m4r
-make -f lavfi -i "$(tone 1)" -i cover.bmp -map 0 -map 1 -c:v copy -disposition:v attached_pic covered-bmp.mp3
 
 # What is not what its name says, or not whole.
 cp plain.mp3 "mp3 called.dat"
