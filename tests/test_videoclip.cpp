@@ -14,6 +14,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstdlib>
+#include <functional>
 #include <thread>
 
 namespace {
@@ -143,6 +144,10 @@ private Q_SLOTS:
 
 private:
     QString target(const QString& name) const { return folder.filePath(name); }
+    /// Clips on another thread and does `act` while that stands before a packet; the code that was reported,
+    /// -1 if there was not exactly one.
+    static int clipHeld(const QString& source, const QString& path,
+                        const std::function<void(VideoClipThread&)>& act);
 
     QTemporaryDir folder;
 };
@@ -295,23 +300,32 @@ void TestVideoClip::clip_ends_withDamagedSource()
     }
 }
 
+int TestVideoClip::clipHeld(const QString& source, const QString& path,
+                            const std::function<void(VideoClipThread&)>& act)
+{
+    Gate::instance().close();
+    VideoClipThread thread;
+    QSignalSpy finished(&thread, &VideoClipThread::clipFinish);
+    thread.startClip(source, path, 0, 5000, false);
+    const bool is_held = QTest::qWaitFor([] { return Gate::instance().isWaitedFor(); });
+    act(thread);
+    Gate::instance().open();
+    thread.wait();
+    const bool is_told = QTest::qWaitFor([&] { return !finished.isEmpty(); });
+    return is_held && is_told && finished.size() == 1 ? finished.first().at(1).toInt() : -1;
+}
+
 void TestVideoClip::cancel_takesEffectAtNextPacket_andLeavesNothing()
 {
     const QString path = target("slow.mkv");
-    Gate& gate = Gate::instance();
-    gate.close();
-    VideoClipThread thread;
-    QSignalSpy finished(&thread, &VideoClipThread::clipFinish);
-    thread.startClip(media("heavy.mkv"), path, 0, 5000, false);
-    QTRY_VERIFY(gate.isWaitedFor());
-    QVERIFY(isUnderWay(folder.path()));
-    const int written = gate.passed();
-    thread.cancelClip();
-    gate.open();
-    QVERIFY(thread.wait(5000));
-    QTRY_COMPARE(finished.size(), 1);
-    QCOMPARE(finished.first().at(1).toInt(), int(VideoClipThread::kCancelled));
-    QCOMPARE(gate.passed(), written + 1);
+    int written = 0;
+    const auto cancel = [&](VideoClipThread& thread) {
+        QVERIFY(isUnderWay(folder.path()));
+        written = Gate::instance().passed();
+        thread.cancelClip();
+    };
+    QCOMPARE(clipHeld(media("heavy.mkv"), path, cancel), int(VideoClipThread::kCancelled));
+    QCOMPARE(Gate::instance().passed(), written + 1);
     QVERIFY(!isUnderWay(folder.path()));
     QVERIFY(!QFile::exists(path));
 }
@@ -321,17 +335,8 @@ void TestVideoClip::clip_fails_whenSourceIsCut_meanwhile()
     const QString source = target("cut.mkv");
     QVERIFY(QFile::copy(media("heavy.mkv"), source));
     const QString path = target("ofcut.mkv");
-    Gate& gate = Gate::instance();
-    gate.close();
-    VideoClipThread thread;
-    QSignalSpy finished(&thread, &VideoClipThread::clipFinish);
-    thread.startClip(source, path, 0, 5000, false);
-    QTRY_VERIFY(gate.isWaitedFor());
-    QVERIFY(QFile::resize(source, 2'000'000));
-    gate.open();
-    QVERIFY(thread.wait(5000));
-    QTRY_COMPARE(finished.size(), 1);
-    QCOMPARE(finished.first().at(1).toInt(), int(VideoClipThread::kFailed));
+    const auto cut = [&](VideoClipThread&) { QVERIFY(QFile::resize(source, 2'000'000)); };
+    QCOMPARE(clipHeld(source, path, cut), int(VideoClipThread::kFailed));
     QVERIFY(!QFile::exists(path));
 }
 

@@ -42,6 +42,19 @@ public:
         return told && getState() == Waiting ? finished.back()[0].toString() : QString();
     }
 
+    /// Records for so long, which `recorded_s` tells then as it really was. Its file; empty without one.
+    QString record(int duration_ms)
+    {
+        if (!begin())
+            return {};
+        QElapsedTimer clock;
+        clock.start();
+        QTest::qWait(duration_ms);
+        recorded_s = double(clock.elapsed()) / 1000;
+        return end();
+    }
+
+    double recorded_s = 0;
     QSignalSpy finished;
 };
 
