@@ -50,7 +50,7 @@ QImage corners(const QSize& size)
 /// By quarters, counter-clockwise.
 QImage turned(const QImage& image, int quarters)
 {
-    return image.transformed(QTransform().rotate(-90 * quarters));
+    return image.transformed(QTransform().rotate(90 * ((4 - quarters % 4) % 4)));
 }
 
 QRect fractionOf(const QSize& size, const QRectF& part)
