@@ -1,8 +1,6 @@
 #include "multimedia/base/captureinput.h"
 #include "multimedia/base/formatin.h"
-#include "multimedia/base/getqaudio.h"
 #include "multimedia/base/grabscreen.h"
-#include "multimedia/base/threadinfo.h"
 #include "multimedia/devicemgr/permission.h"
 #include "multimedia/screenrecord/steppedgrabber.h"
 #include "tests/support/logcapture.h"
@@ -19,19 +17,6 @@ extern "C" {
 
 using namespace multimedia;
 
-static std::unique_ptr<GetQaudio> openMicrophone(std::function<void(FrameHandle)> on_frame)
-{
-    GetQaudio::Params params;
-    params.on_frame = std::move(on_frame);
-    params.sample_rate = 44100;
-    params.channels = 2;
-    params.sample_size = 16;
-    auto microphone = std::make_unique<GetQaudio>(std::move(params));
-    moveToThread(*microphone);
-    QMetaObject::invokeMethod(microphone.get(), &GetQaudio::init);
-    return microphone;
-}
-
 class TestCapture : public QObject
 {
     Q_OBJECT
@@ -41,7 +26,6 @@ private Q_SLOTS:
     void cleanupTestCase() { picture.reset(); }
     void captureInput_asksForThePointer();
     void captureInput_isEmpty_whereNoScreenIs();
-    void getQaudio_endsCleanly_atAnyMoment();
     void grabScreen_keepsItsPace();
     void grabScreen_reports_whenThereIsNothingToGrab();
     void takeFrame_isEmpty_beforeTheFirst();
@@ -80,24 +64,6 @@ void TestCapture::captureInput_isEmpty_whereNoScreenIs()
         QVERIFY(captureInput(25, nowhere).format.empty());
         QVERIFY(!FormatIn::createVideo({25, nowhere}));
         QCOMPARE(log.count("[createVideo]:\terror in open video format\t"), 1);
-    }
-}
-
-void TestCapture::getQaudio_endsCleanly_atAnyMoment()
-{
-    for (int round = 0; round < 30; ++round) {
-        auto microphone = openMicrophone([](FrameHandle) {});
-        QTest::qWait(round);
-        if (round % 3 == 0)
-            microphone->stop();
-        // As the recorder does it: from the pool, with this thread blocked.
-        Worker worker([&] {
-            microphone.reset();
-            return false;
-        });
-        worker.start();
-        worker.stop();
-        QVERIFY(!microphone);
     }
 }
 

@@ -11,8 +11,6 @@
 #include <cmath>
 #include <cstring>
 #include <future>
-#include <tuple>
-#include <utility>
 
 using multimedia::EffectEngine;
 using soundcheck::Samples;

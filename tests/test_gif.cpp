@@ -12,8 +12,6 @@
 
 #include <future>
 #include <memory>
-#include <tuple>
-#include <utility>
 
 namespace {
 

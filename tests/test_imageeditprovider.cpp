@@ -5,7 +5,6 @@
 #include "tests/support/imagebytes.h"
 #include "tests/support/incase.h"
 #include "tests/support/process.h"
-#include "tests/support/row.h"
 
 #include <QtGui/QImage>
 #include <QtGui/QImageReader>
@@ -77,7 +76,6 @@ private Q_SLOTS:
     void initTestCase();
     void init();
     void cleanup();
-    void editImage_takesOnly_whatItMayEdit_data();
     void editImage_takesOnly_whatItMayEdit();
     void properties_tellChanges();
     void editReset_restoresDefaults();
@@ -171,43 +169,37 @@ QVariant TestImageEditProvider::call(const char* function, const QVariantList& a
     return result;
 }
 
-void TestImageEditProvider::editImage_takesOnly_whatItMayEdit_data()
+void TestImageEditProvider::editImage_takesOnly_whatItMayEdit()
 {
-    columns<QByteArray, QString, bool>("content", "name", "isTaken");
     QImage image(80, 64, QImage::Format_RGB32);
     image.fill(Qt::darkCyan);
     const QByteArray gif = QByteArray::fromBase64("R0lGODlhAQABAIAAAP///wAAACwAAAAAAQABAAACAkQBADs=");
     const QByteArray png = ImageBytes::encoded(image, "PNG");
-    row("PNG", png, "a.png", true);
-    row("JPEG", ImageBytes::encoded(image, "JPEG"), "a", true);
-    row("BMP called GIF", ImageBytes::encoded(image, "BMP"), "a.gif", true);
-    row("PNG cut short", png.left(png.size() / 2), "a.png", true);
-    row("GIF called PNG", gif, "a.png", false);
-    row("GIF and PNG", gif + png, "a.png", false);
-    row("PPM", ImageBytes::encoded(image, "PPM"), "a.png", false);
-    row("nothing", QByteArray(), "a.png", false);
-    row("PNG of 60000x60000", ImageBytes::boastfulPng(60000), "a.png", false);
-    row("BMP of 20000x20000", ImageBytes::boastfulBmp(20000), "a.bmp", false);
-}
+    for (const auto& [what, content, name, is_taken] :
+         {std::tuple("PNG", png, "a.png", true),
+          {"JPEG", ImageBytes::encoded(image, "JPEG"), "a", true},
+          {"BMP called GIF", ImageBytes::encoded(image, "BMP"), "a.gif", true},
+          {"PNG cut short", png.left(png.size() / 2), "a.png", true},
+          {"GIF called PNG", gif, "a.png", false},
+          {"GIF and PNG", gif + png, "a.png", false},
+          {"PPM", ImageBytes::encoded(image, "PPM"), "a.png", false},
+          {"nothing", QByteArray(), "a.png", false},
+          {"PNG of 60000x60000", ImageBytes::boastfulPng(60000), "a.png", false},
+          {"BMP of 20000x20000", ImageBytes::boastfulBmp(20000), "a.bmp", false}}) {
+        const InCase in_case(what);
+        writeFile(at(name), content);
+        handler->editImage(sky(QStringLiteral("before.png"), {96, 96}));
+        handler->setRotation(45.0);
+        QSignalSpy sizes(handler, &ImageEditProvider::imageSizeChanged);
+        const qint64 before = peakBytes();
 
-void TestImageEditProvider::editImage_takesOnly_whatItMayEdit()
-{
-    QFETCH(QByteArray, content);
-    QFETCH(QString, name);
-    QFETCH(bool, isTaken);
-    writeFile(at(name), content);
-    handler->editImage(sky(QStringLiteral("before.png"), {96, 96}));
-    handler->setRotation(45.0);
-    QSignalSpy sizes(handler, &ImageEditProvider::imageSizeChanged);
-    const qint64 before = peakBytes();
-
-    handler->editImage(at(name), QSize(3, 3));
-    QCOMPARE(handler->srcPath(), at(isTaken ? name : "before.png"));
-    QCOMPARE(handler->imageSize(), isTaken ? QSize(80, 64) : QSize(96, 96));
-    QCOMPARE(handler->rotation(), isTaken ? 0.0 : 45.0);
-    QCOMPARE(sizes.size(), isTaken ? 2 : 0); // reset, then set
-
-    QVERIFY(peakBytes() - before < 500'000'000);
+        handler->editImage(at(name), QSize(3, 3));
+        QCOMPARE(handler->srcPath(), at(is_taken ? name : "before.png"));
+        QCOMPARE(handler->imageSize(), is_taken ? QSize(80, 64) : QSize(96, 96));
+        QCOMPARE(handler->rotation(), is_taken ? 0.0 : 45.0);
+        QCOMPARE(sizes.size(), is_taken ? 2 : 0); // reset, then set
+        QVERIFY(peakBytes() - before < 500'000'000);
+    }
 }
 
 void TestImageEditProvider::properties_tellChanges()

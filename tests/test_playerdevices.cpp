@@ -28,7 +28,6 @@ private Q_SLOTS:
     void playback_movesToOtherSink_whenSinkIsRemoved();
     void playback_soundsAgain_whenSinkReturns();
     void playback_soundsAgain_whenServerReturns();
-    void playback_goesOnInSilence_whenServerDies();
     void playback_isSilentAndWhole_withoutServer();
 
 private:
@@ -132,19 +131,9 @@ void TestPlayerDevices::playback_soundsAgain_whenServerReturns()
     QVERIFY(sound.longest_gap_s < 0.06);
 }
 
-void TestPlayerDevices::playback_goesOnInSilence_whenServerDies()
-{
-    host->play(kTone);
-    QTRY_VERIFY(host->playTime() > 1000);
-    server.kill();
-    QTRY_COMPARE_WITH_TIMEOUT(host->order(), kWhole, 10'000);
-    qInfo("3 s lasted %.3f s", lasted());
-    QVERIFY(lasted() > 2.5 && lasted() < 4); // a busy machine wakes late
-    QVERIFY(std::abs(host->playTime() - 3000) < 100);
-}
-
 void TestPlayerDevices::playback_isSilentAndWhole_withoutServer()
 {
+    server.kill();
     QTRY_COMPARE(outputs()->count(), 0);
     host->play(kTone, 1500);
     QTRY_COMPARE(host->order(), kWhole);

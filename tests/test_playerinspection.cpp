@@ -7,8 +7,6 @@
 #include <QtGui/QImageReader>
 #include <QtTest/QtTest>
 
-#include <utility>
-
 namespace {
 QStringList temporaryPictures()
 {
@@ -27,7 +25,6 @@ private Q_SLOTS:
     void audioFormat_tellsFormat_byContent();
     void covers_areSaved_asJpeg();
     void getAlbumInfo_readsTags_thatAreThere();
-    void cover_isRefused_whenItsSizeIsHostile();
 
 private:
     QTemporaryDir folder;
@@ -135,19 +132,6 @@ void TestPlayerInspection::getAlbumInfo_readsTags_thatAreThere()
         QCOMPARE(AudioPlayer::getAlbumInfo(media(name)), tags);
     for (const char* name : {"plain.wav", "text.mp3"})
         QCOMPARE(AudioPlayer::getAlbumInfo(media(name)), QVariantMap());
-}
-
-void TestPlayerInspection::cover_isRefused_whenItsSizeIsHostile()
-{
-    // A BMP of 64 x 48 pixels that claims 11000 x 10000.
-    QVERIFY(!AudioPlayer::getCover(media("covered-bmp.mp3")).isEmpty());
-    QByteArray bytes = contentOf(media("covered-bmp.mp3"));
-    const int header = bytes.indexOf(contentOf(media("cover.bmp")).left(26));
-    QVERIFY(header > 0);
-    bytes.replace(header + 18, 8, QByteArray::fromHex("f82a000010270000"));
-    writeFile(folder.filePath("hostile.mp3"), bytes);
-    QTest::ignoreMessage(QtWarningMsg, "[readImage]:\tpicture has over 100 megapixels");
-    QCOMPARE(AudioPlayer::getCover(folder.filePath("hostile.mp3")), QString());
 }
 
 QTEST_GUILESS_MAIN(TestPlayerInspection)

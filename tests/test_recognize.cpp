@@ -4,13 +4,13 @@
 #include "tests/support/files.h"
 #include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/row.h"
 #include "tests/support/scriptedspeech.h"
 
 #include <QtTest/QtTest>
 
 #include <memory>
 #include <utility>
+#include <vector>
 
 /// The queue and the recogniser, on a service that follows a script: what `RecordEngine` tells.
 
@@ -50,9 +50,7 @@ private Q_SLOTS:
     void files_runInOrder_askedForOnce();
     void batch_skipsIncompleteEntries();
     void buffer_reachesService();
-    void badRequest_endsFalse_andNextFollows_data();
     void badRequest_endsFalse_andNextFollows();
-    void authorization_startsOrEmptiesQueue_data();
     void authorization_startsOrEmptiesQueue();
     void language_fallsBack_onSystems();
     void models_areTold();
@@ -63,7 +61,6 @@ private Q_SLOTS:
     void refusedTask_completes();
     void releaseInstance_silencesTask_andMakesRoom();
     void system_understandsFilesAndBuffers();
-    void system_survivesRelease_atAnyTime();
 
 private:
     /// Lets the queued reports through; what came since the last time, as "id:text", "id=completed".
@@ -188,74 +185,69 @@ void TestRecognize::buffer_reachesService()
     }
 }
 
-void TestRecognize::badRequest_endsFalse_andNextFollows_data()
+void TestRecognize::badRequest_endsFalse_andNextFollows()
 {
-    columns<QString, QVariantMap, QString>("path", "map", "line");
-    QTest::newRow("no file") << "/no/such/file.wav" << QVariantMap()
-                             << "Path is not exist: /no/such/file.wav";
-    QTest::newRow("a folder") << "/tmp" << QVariantMap() << "Path is not exist: /tmp";
     const QString invalid = "Parameter is invalid";
-    QTest::newRow("empty map") << QString() << QVariantMap() << invalid;
-    QTest::newRow("no data") << QString() << without(pcm(), "pcmData") << invalid;
-    QTest::newRow("no info") << QString() << without(pcm(), "pcmInfo") << invalid;
+    std::vector<std::tuple<QString, QVariantMap, QString>> requests{
+        {"/no/such/file.wav", {}, "Path is not exist: /no/such/file.wav"},
+        {"/tmp", {}, "Path is not exist: /tmp"},
+        {"", {}, invalid},
+        {"", without(pcm(), "pcmData"), invalid},
+        {"", without(pcm(), "pcmInfo"), invalid},
+        {"", pcm("PCMFormatInt24"), "PCMFormat is not support"}};
     for (const char* key : {"sampleFormat", "sampleRate", "channels", "interleaved"}) {
         QVariantMap map = pcm();
         map[QStringLiteral("pcmInfo")] = without(map[QStringLiteral("pcmInfo")].toMap(), key);
-        QTest::newRow(key) << QString() << map << invalid;
+        requests.emplace_back("", map, invalid);
     }
-    QTest::newRow("unknown format") << QString() << pcm("PCMFormatInt24") << "PCMFormat is not support";
-}
-
-void TestRecognize::badRequest_endsFalse_andNextFollows()
-{
-    QFETCH(QString, path);
-    QFETCH(QVariantMap, map);
-    QFETCH(QString, line);
-    const LogCapture log;
-    if (path.isEmpty())
-        engine->recognizeBuffer("bad", map);
-    else
-        engine->recognizeFile("bad", path);
-    request("good");
-    QVERIFY(service->tasks.empty());
-    QCOMPARE(told(), QStringList("bad=false"));
-    QCOMPARE(log.count(line), 1);
-    service->tell(1, 1, "a", true);
-    QCOMPARE(told(), (QStringList{"good:a", "good=true"}));
-}
-
-void TestRecognize::authorization_startsOrEmptiesQueue_data()
-{
-    columns<int, int, bool>("status", "answer", "runs");
-    row("authorized", int(Authorization::Authorized), -1, true);
-    row("restricted", int(Authorization::Restricted), -1, false);
-    row("asked and granted", int(Authorization::NotDetermined), int(Authorization::Authorized), true);
-    row("asked and denied", int(Authorization::NotDetermined), int(Authorization::Denied), false);
-    row("denied before and granted", int(Authorization::Denied), int(Authorization::Authorized), true);
-    row("denied before and restricted", int(Authorization::Denied), int(Authorization::Restricted), false);
+    for (const auto& [path, map, line] : requests) {
+        const InCase in_case(path, map);
+        const auto tasks = service->tasks.size();
+        const LogCapture log;
+        if (path.isEmpty())
+            engine->recognizeBuffer("bad", map);
+        else
+            engine->recognizeFile("bad", path);
+        request("good");
+        QCOMPARE(service->tasks.size(), tasks);
+        QCOMPARE(told(), QStringList("bad=false"));
+        QCOMPARE(log.count(line), 1);
+        service->tell(tasks + 1, 1, "a", true);
+        QCOMPARE(told(), (QStringList{"good:a", "good=true"}));
+    }
 }
 
 void TestRecognize::authorization_startsOrEmptiesQueue()
 {
-    QFETCH(int, status);
-    QFETCH(int, answer);
-    QFETCH(bool, runs);
-    service->status = Authorization(status);
-    QSignalSpy answers(engine->recognizeMgr(), &speechRecognize::RecognizeManger::sigRequestedAuthorization);
-    const bool asks = answer >= 0;
-    request("one");
-    if (asks) {
-        request("two");
-        QCOMPARE(answers.count(), 0);
-        QCOMPARE(service->questions.size(), 1U);
-        service->answer(Authorization(answer));
+    constexpr auto kNotAsked = Authorization::NotDetermined;
+    for (const auto& [status, answer, runs] :
+         {std::tuple(Authorization::Authorized, kNotAsked, true),
+          {Authorization::Restricted, kNotAsked, false},
+          {Authorization::NotDetermined, Authorization::Authorized, true},
+          {Authorization::NotDetermined, Authorization::Denied, false},
+          {Authorization::Denied, Authorization::Authorized, true},
+          {Authorization::Denied, Authorization::Restricted, false}}) {
+        const InCase in_case("status", int(status), int(answer));
+        service->status = status;
+        QSignalSpy answers(engine->recognizeMgr(),
+                           &speechRecognize::RecognizeManger::sigRequestedAuthorization);
+        const bool asks = answer != kNotAsked;
+        request("one");
+        if (asks) {
+            request("two");
+            QCOMPARE(answers.count(), 0);
+            QCOMPARE(service->questions.size(), 1U);
+            service->answer(answer);
+        }
+        QCOMPARE(told(), QStringList());
+        QCOMPARE(answers.count(), 1);
+        QCOMPARE(answers[0][0].toBool(), runs);
+        QCOMPARE(service->tasks.size(), runs ? 1U : 0U);
+        QCOMPARE(engine->recognizeMgr()->header().isNull(), !runs);
+        QCOMPARE(engine->recognizeMgr()->existRecognize("two"), runs && asks);
+        cleanup();
+        init();
     }
-    QCOMPARE(told(), QStringList());
-    QCOMPARE(answers.count(), 1);
-    QCOMPARE(answers[0][0].toBool(), runs);
-    QCOMPARE(service->tasks.size(), runs ? 1U : 0U);
-    QCOMPARE(engine->recognizeMgr()->header().isNull(), !runs);
-    QCOMPARE(engine->recognizeMgr()->existRecognize("two"), runs && asks);
 }
 
 void TestRecognize::language_fallsBack_onSystems()
@@ -398,24 +390,6 @@ void TestRecognize::system_understandsFilesAndBuffers()
         QCOMPARE(all[end - 1], QLatin1String(id) + (":" + text));
         QVERIFY(all.filter(QLatin1String(id) + ":there").size() > 4);
     }
-}
-
-void TestRecognize::system_survivesRelease_atAnyTime()
-{
-    service.reset();
-    const QString path = media("hour.mp3");
-    for (int round = 0; round < 30; ++round) {
-        engine->recognizeFile("one", path);
-        engine->recognizeFile("two", path);
-        QTest::qWait(round * 3);
-        engine->releaseInstance();
-    }
-    told();
-    QSignalSpy ends(engine, &RecordEngine::recognizeCompletedChanged);
-    engine->recognizeFile("last", path);
-    engine->cancelRecognize("last");
-    QTRY_COMPARE_WITH_TIMEOUT(ends.count(), 1, kPatience_ms);
-    QCOMPARE(told(), QStringList("last=true"));
 }
 
 QTEST_GUILESS_MAIN(TestRecognize)

@@ -1,7 +1,8 @@
-#include "multimedia/screenrecord/screenrecord.h"
 #include "tests/support/filmclock.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
+#include "tests/support/process.h"
+#include "tests/support/recorder.h"
 #include "tests/support/slowmachine.h"
 #include "tests/support/soundserver.h"
 
@@ -9,22 +10,8 @@
 
 #include <functional>
 #include <thread>
-#include <unistd.h>
 
-using multimedia::ScreenRecord;
 using namespace std::chrono_literals;
-
-namespace {
-
-qint64 residentBytes()
-{
-    QFile statm("/proc/self/statm");
-    return statm.open(QIODevice::ReadOnly)
-               ? statm.readAll().split(' ')[1].toLongLong() * sysconf(_SC_PAGESIZE)
-               : 0;
-}
-
-} // namespace
 
 /// The machine made slow on purpose.
 class TestRecordClock : public QObject
@@ -39,11 +26,6 @@ private Q_SLOTS:
     void encoder_isMpeg4_withoutH264();
 
 private:
-    void waitFor(ScreenRecord& recorder, ScreenRecord::State state)
-    {
-        QTRY_COMPARE_WITH_TIMEOUT(recorder.getState(), state, 30'000);
-    }
-
     filmclock::PlayerPtr picture;
 };
 
@@ -63,11 +45,8 @@ void TestRecordClock::cleanup()
 void TestRecordClock::film_keepsItsTime_whateverTheMachineDoes()
 {
     SlowMachine::instance().capture_rate = "33/1";
-    ScreenRecord recorder;
-    recorder.setScreen(QGuiApplication::primaryScreen());
-    recorder.setRect({0, 0, 640, 360});
-    recorder.start();
-    waitFor(recorder, ScreenRecord::Running);
+    Recorder recorder({0, 0, 640, 360});
+    QVERIFY(recorder.begin());
     QElapsedTimer clock;
     clock.start();
     const auto slowly = [] { std::this_thread::sleep_for(60ms); };
@@ -91,13 +70,7 @@ void TestRecordClock::film_keepsItsTime_whateverTheMachineDoes()
         QTest::qWait(std::max<int>(0, hour.until_s * 1000 - int(clock.elapsed())));
     }
     const double recorded_s = double(clock.elapsed()) / 1000;
-    recorder.stop();
-    QElapsedTimer stopping;
-    stopping.start();
-    waitFor(recorder, ScreenRecord::Waiting);
-    qInfo("stopped within %lld ms", stopping.elapsed());
-
-    const QString file = recorder.getFile();
+    const QString file = recorder.end();
     QCOMPARE(mediacheck::decodeErrors(file), QString());
     const QJsonObject probed = mediacheck::probe(file);
     for (const char* kind : {"video", "audio"}) {
@@ -110,58 +83,45 @@ void TestRecordClock::film_keepsItsTime_whateverTheMachineDoes()
         qInfo("%6.2f s: %4.0f ms", offset.film_s, offset.offset_s * 1000);
     QVERIFY2(offsets.size() > 45, qPrintable(QString::number(offsets.size())));
     QVERIFY2(filmclock::spread(offsets) < 0.04, qPrintable(QString::number(filmclock::spread(offsets))));
-    QFile::remove(file);
 }
 
 void TestRecordClock::memory_isBounded_whenTheEncoderIsSlow()
 {
     constexpr int kMegabyte = 1 << 20;
-    ScreenRecord recorder;
-    recorder.setScreen(QGuiApplication::primaryScreen());
-    recorder.setRect({0, 0, 1920, 1080});
-    recorder.start();
-    waitFor(recorder, ScreenRecord::Running);
+    Recorder recorder({0, 0, 1920, 1080});
+    QVERIFY(recorder.begin());
     QElapsedTimer clock;
     clock.start();
     QTest::qWait(500);
-    const auto before = residentBytes();
+    const auto before = memoryOf("VmRSS");
     // A second of pictures is 200 MB as captured and 75 MB as scaled.
     SlowMachine::instance().set({}, [] { std::this_thread::sleep_for(400ms); });
     qint64 most = 0;
     while (clock.elapsed() < 6000) {
         QTest::qWait(50);
-        most = std::max(most, residentBytes() - before);
+        most = std::max(most, memoryOf("VmRSS") - before);
     }
     SlowMachine::instance().set({});
     const double recorded_s = double(clock.elapsed()) / 1000;
-    recorder.stop();
-    waitFor(recorder, ScreenRecord::Waiting);
+    const QString file = recorder.end();
     QVERIFY2(most < 400 * kMegabyte, qPrintable(QStringLiteral("%1 MiB").arg(most / kMegabyte)));
-    const double length =
-        mediacheck::seconds(mediacheck::stream(mediacheck::probe(recorder.getFile()), "video"));
+    const double length = mediacheck::seconds(mediacheck::stream(mediacheck::probe(file), "video"));
     QVERIFY2(std::abs(length - recorded_s) < 0.1, qPrintable(QString::number(length)));
-    QFile::remove(recorder.getFile());
 }
 
 void TestRecordClock::encoder_isMpeg4_withoutH264()
 {
     SlowMachine::instance().has_h264 = false;
     LogCapture log;
-    ScreenRecord recorder;
-    recorder.setScreen(QGuiApplication::primaryScreen());
-    recorder.setRect({0, 0, 640, 360});
-    recorder.start();
-    waitFor(recorder, ScreenRecord::Running);
+    Recorder recorder({0, 0, 640, 360});
+    QVERIFY(recorder.begin());
     QTest::qWait(3000);
-    recorder.stop();
-    waitFor(recorder, ScreenRecord::Waiting);
+    const QString file = recorder.end();
     QCOMPARE(log.count("[openVideo]:\tno H.264 encoder, MPEG-4 is recorded"), 1);
-    const QString file = recorder.getFile();
     QCOMPARE(mediacheck::decodeErrors(file), QString());
     const QJsonObject video = mediacheck::stream(mediacheck::probe(file), "video");
     QCOMPARE(video["codec_name"].toString(), QStringLiteral("mpeg4"));
     QVERIFY(filmclock::offsets(file).size() >= 2); // it can be read
-    QFile::remove(file);
 }
 
 QTEST_MAIN(TestRecordClock)

@@ -1,17 +1,16 @@
-#include "multimedia/screenrecord/screenrecord.h"
 #include "tests/support/filmclock.h"
 #include "tests/support/fulldisk.h"
 #include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
 #include "tests/support/paths.h"
+#include "tests/support/recorder.h"
 #include "tests/support/soundcheck.h"
 #include "tests/support/soundserver.h"
 
 #include <QtMultimedia/QAudioDeviceInfo>
 #include <QtTest/QtTest>
 
-#include <optional>
 #include <sys/stat.h>
 
 using multimedia::ScreenRecord;
@@ -20,6 +19,7 @@ namespace {
 
 constexpr int kPatience_ms = 30'000;
 constexpr int kSampleRate = 44100;
+constexpr QRect kPart(0, 0, 640, 360);
 
 /// Types of the boxes at the top of an MP4, in order.
 QByteArray boxes(const QString& path)
@@ -102,9 +102,8 @@ private Q_SLOTS:
     void screen_endsTheRecording();
 
 private:
-    void start(ScreenRecord& recorder);
-    void pause(ScreenRecord& recorder);
-    void stop(ScreenRecord& recorder);
+    /// Lets it run for a second, pause after that, or pause before it has run at all.
+    static bool bring(Recorder& recorder, ScreenRecord::State to);
 
     filmclock::PlayerPtr picture;
     SoundServer server;
@@ -116,27 +115,14 @@ void TestRecordLoss::initTestCase()
     QVERIFY(picture);
 }
 
-void TestRecordLoss::start(ScreenRecord& recorder)
+bool TestRecordLoss::bring(Recorder& recorder, ScreenRecord::State to)
 {
-    recorder.setScreen(QGuiApplication::primaryScreen());
-    recorder.setRect({0, 0, 640, 360});
-    recorder.start();
-    QTRY_COMPARE_WITH_TIMEOUT(recorder.getState(), ScreenRecord::Running, kPatience_ms);
-}
-
-void TestRecordLoss::pause(ScreenRecord& recorder)
-{
-    recorder.setScreen(QGuiApplication::primaryScreen());
-    recorder.setRect({0, 0, 640, 360});
-    recorder.pause();
-    QTRY_COMPARE_WITH_TIMEOUT(recorder.getState(), ScreenRecord::Pausing, kPatience_ms);
-}
-
-void TestRecordLoss::stop(ScreenRecord& recorder)
-{
-    recorder.stop();
-    QTRY_COMPARE_WITH_TIMEOUT(recorder.getState(), ScreenRecord::Waiting, kPatience_ms);
-    QCoreApplication::sendPostedEvents(&recorder);
+    if (to != ScreenRecord::Waiting) {
+        if (!recorder.begin())
+            return false;
+        QTest::qWait(1000);
+    }
+    return to == ScreenRecord::Running || recorder.reach(&ScreenRecord::pause, ScreenRecord::Pausing);
 }
 
 void TestRecordLoss::kill_leavesWhatPlays()
@@ -198,35 +184,32 @@ void TestRecordLoss::end_finishesTheFile()
 
 void TestRecordLoss::fullDisk_endsTheRecording()
 {
-    ScreenRecord recorder;
-    QSignalSpy finished(&recorder, &ScreenRecord::fileChanged);
+    Recorder recorder(kPart);
     LogCapture log;
-    std::optional<FullDisk> disk(150'000);
-    start(recorder);
-    QTRY_COMPARE_WITH_TIMEOUT(recorder.getState(), ScreenRecord::Waiting, kPatience_ms);
-    QCoreApplication::sendPostedEvents(&recorder);
-    disk.reset();
+    QString file;
+    {
+        const FullDisk disk(150'000);
+        recorder.start();
+        file = recorder.end(true);
+    }
     QCOMPARE(log.count("File too large"), 1);
     QCOMPARE(log.count("[run]:\terror in write frame\tFile too large"), 1);
-    QCOMPARE(finished.size(), 1);
-    const QString file = finished[0][0].toString();
+    QCOMPARE(recorder.finished.size(), 1);
     QVERIFY(pictureLength(file) > 0.3);
     QVERIFY(QFileInfo(file).size() <= 150'000);
-    QFile::remove(file);
 }
 
 void TestRecordLoss::fullDisk_leavesNoName_whenNothingFits()
 {
     const QStringList before = QDir::temp().entryList(QDir::Files | QDir::Hidden);
-    ScreenRecord recorder;
-    QSignalSpy finished(&recorder, &ScreenRecord::fileChanged);
-    std::optional<FullDisk> disk(1000);
-    start(recorder);
-    QTRY_COMPARE_WITH_TIMEOUT(recorder.getState(), ScreenRecord::Waiting, kPatience_ms);
-    QCoreApplication::sendPostedEvents(&recorder);
-    disk.reset();
-    QCOMPARE(finished.size(), 1);
-    QCOMPARE(finished[0][0].toString(), QString());
+    Recorder recorder(kPart);
+    {
+        const FullDisk disk(1000);
+        recorder.start();
+        QCOMPARE(recorder.end(true), QString());
+    }
+    QCOMPARE(recorder.getState(), ScreenRecord::Waiting);
+    QCOMPARE(recorder.finished.size(), 1);
     QCOMPARE(recorder.getFile(), QString());
     QCOMPARE(QDir::temp().entryList(QDir::Files | QDir::Hidden), before);
 }
@@ -234,31 +217,26 @@ void TestRecordLoss::fullDisk_leavesNoName_whenNothingFits()
 void TestRecordLoss::microphone_isNotReplaced()
 {
     // While it runs, and before the start.
-    for (const ScreenRecord::State when : {ScreenRecord::Running, ScreenRecord::Pausing}) {
+    for (const ScreenRecord::State when : {ScreenRecord::Running, ScreenRecord::Waiting}) {
         const InCase in_case(when);
         const QString module = QString::fromLatin1(SoundServer::control(
             {"load-module", "module-remap-source", "source_name=chosen", "master=micbus.monitor"}));
         SoundServer::control({"set-default-source", "chosen"});
         QTRY_COMPARE(QAudioDeviceInfo::defaultInputDevice().deviceName(), QStringLiteral("chosen"));
-        ScreenRecord recorder;
+        Recorder recorder(kPart);
         LogCapture log;
-        if (when == ScreenRecord::Running)
-            start(recorder);
-        else
-            pause(recorder);
-        QTest::qWait(3000);
+        QVERIFY(bring(recorder, when));
+        QTest::qWait(2000);
         SoundServer::unload(module); // the server goes on with "mic", which hears the same
-        start(recorder);
+        QVERIFY(recorder.begin());
         QTest::qWait(3000);
-        stop(recorder);
+        const QString file = recorder.end();
         QCOMPARE(log.count("[run]:\taudio device chosen is gone"), 1);
-        const QString file = recorder.getFile();
         const auto sound = mediacheck::decodeAudio(file, kSampleRate);
         QVERIFY(std::abs(double(sound.size()) / kSampleRate - pictureLength(file)) < 0.1);
         const auto half = sound.begin() + std::ptrdiff_t(sound.size() * 55 / 100);
         QCOMPARE(soundcheck::rms({sound.begin(), half}) > 500, when == ScreenRecord::Running);
         QVERIFY(soundcheck::rms({half, sound.end()}) < 1);
-        QFile::remove(file);
     }
 }
 
@@ -268,27 +246,18 @@ void TestRecordLoss::soundServer_mayGo()
     for (const ScreenRecord::State when :
          {ScreenRecord::Running, ScreenRecord::Pausing, ScreenRecord::Waiting}) {
         const InCase in_case(when);
-        ScreenRecord recorder;
-        if (when == ScreenRecord::Waiting) {
-            pause(recorder);
-        } else {
-            start(recorder);
-            QTest::qWait(1000);
-        }
-        if (when == ScreenRecord::Pausing)
-            pause(recorder);
+        Recorder recorder(kPart);
+        QVERIFY(bring(recorder, when));
         server.kill();
-        start(recorder);
+        QVERIFY(recorder.begin());
         QTest::qWait(2500);
-        stop(recorder);
-        const QString file = recorder.getFile();
+        const QString file = recorder.end();
         QCOMPARE(mediacheck::decodeErrors(file), QString());
         QVERIFY(pictureLength(file) > 2);
         if (when == ScreenRecord::Running) {
             const auto sound = mediacheck::decodeAudio(file, kSampleRate);
             QVERIFY(std::abs(double(sound.size()) / kSampleRate - pictureLength(file)) < 0.1);
         }
-        QFile::remove(file);
         server.start();
     }
 }
@@ -301,31 +270,19 @@ void TestRecordLoss::screen_endsTheRecording()
     for (const ScreenRecord::State when :
          {ScreenRecord::Running, ScreenRecord::Pausing, ScreenRecord::Waiting}) {
         const InCase in_case(when);
-        ScreenRecord recorder;
-        QSignalSpy finished(&recorder, &ScreenRecord::fileChanged);
+        SilentRecorder recorder({0, 0, 320, 180});
         recorder.setScreen(QGuiApplication::screens()[1]);
-        recorder.setRect({0, 0, 320, 180});
-        recorder.setIsMute(true);
-        if (when != ScreenRecord::Waiting) {
-            recorder.start();
-            QTRY_COMPARE_WITH_TIMEOUT(recorder.getState(), ScreenRecord::Running, kPatience_ms);
-            QTest::qWait(1000);
-        }
-        if (when != ScreenRecord::Running) {
-            recorder.pause();
-            QTRY_COMPARE_WITH_TIMEOUT(recorder.getState(), ScreenRecord::Pausing, kPatience_ms);
-        }
+        QVERIFY(bring(recorder, when));
         QCOMPARE(QProcess::execute("xrandr", {"--output", "DUMMY1", "--off"}), 0);
-        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, kPatience_ms);
+        const QString file = recorder.end(true);
+        QCOMPARE(recorder.finished.size(), 1);
         QCOMPARE(recorder.getState(), ScreenRecord::Waiting);
         QVERIFY(!recorder.getScreen());
-        const QString file = recorder.getFile();
-        QCOMPARE(finished[0][0].toString(), file);
+        QCOMPARE(recorder.getFile(), file);
         QCOMPARE(file.isEmpty(), when == ScreenRecord::Waiting);
         if (!file.isEmpty()) {
             QCOMPARE(mediacheck::decodeErrors(file), QString());
             QVERIFY(pictureLength(file) > 0.8);
-            QFile::remove(file);
         }
         const QStringList on = {"--output", "DUMMY1", "--mode", "1280x720", "--pos", "1920x0"};
         QCOMPARE(QProcess::execute("xrandr", on), 0);

@@ -1,13 +1,12 @@
-#include "multimedia/base/warning.h"
-#include "multimedia/screenrecord/screenrecord.h"
+#include "tests/support/colour.h"
 #include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
 #include "tests/support/process.h"
 #include "tests/support/program.h"
+#include "tests/support/recorder.h"
 #include "tests/support/soundcheck.h"
 #include "tests/support/testscreen.h"
-#include "tests/support/threadexecutor.h"
 
 #include <QtTest/QtTest>
 
@@ -26,24 +25,6 @@ constexpr double kTone_hz = 1000;
 /// Of a track's running period, against the time between the commands, which the test learns of by its event
 /// loop.
 constexpr double kLengthError_s = 0.15;
-
-/// Of a part of the primary screen.
-class Recorder : public ScreenRecord
-{
-public:
-    explicit Recorder(const QRect& part, bool is_mute = false)
-    {
-        setScreen(QGuiApplication::primaryScreen());
-        setRect(part);
-        setIsMute(is_mute || !kQueuedCallsAreSeen); // a microphone lives by them
-    }
-};
-
-bool looksLike(const QColor& seen, const QColor& painted)
-{
-    return std::abs(seen.red() - painted.red()) < 20 && std::abs(seen.green() - painted.green()) < 20 &&
-           std::abs(seen.blue() - painted.blue()) < 20;
-}
 
 /// Cells of pure red, green and blue and a ramp of greys, in front of everything.
 class ColourCard : public QRasterWindow
@@ -86,7 +67,6 @@ class TestScreenRecord : public QObject
 
 private Q_SLOTS:
     void initTestCase();
-    void cleanup();
     void cleanupTestCase();
 
     // One screen and a microphone.
@@ -100,7 +80,6 @@ private Q_SLOTS:
     void commands_takenBack_endWhereTheyBegan();
     void pause_beforeTheStart_keepsNoEarlierSound();
     void setters_areRefused_whileProcessing();
-    void destructor_finishesTheFile();
     void commands_fromManyThreads_endConsistently();
     void cycles_leaveNothingBehind();
 
@@ -112,18 +91,12 @@ private Q_SLOTS:
 private:
     void change(ScreenRecord& recorder, void (ScreenRecord::*command)(), ScreenRecord::State end);
     /// Path of the recording; the time that passed between start and stop is `recorded_s` afterwards.
-    QString record(ScreenRecord& recorder, int duration_ms);
+    QString record(Recorder& recorder, int duration_ms);
     /// Lets time pass, and adds it to `recorded_s`.
     void flow(int duration_ms);
-    void keep(const QString& file)
-    {
-        if (!file.isEmpty()) // nothing was recorded
-            files += file;
-    }
 
     std::unique_ptr<TestScreen> picture;
     std::unique_ptr<Program> tone;
-    QStringList files;
     double recorded_s = 0;
 };
 
@@ -135,13 +108,6 @@ void TestScreenRecord::initTestCase()
         return;
     tone = playTone(kTone_hz);
     QVERIFY(tone->waitForStarted());
-}
-
-void TestScreenRecord::cleanup()
-{
-    for (const QString& file : qAsConst(files))
-        QFile::remove(file);
-    files.clear();
 }
 
 void TestScreenRecord::cleanupTestCase()
@@ -171,18 +137,15 @@ void TestScreenRecord::flow(int duration_ms)
     recorded_s += double(clock.elapsed()) / 1000;
 }
 
-QString TestScreenRecord::record(ScreenRecord& recorder, int duration_ms)
+QString TestScreenRecord::record(Recorder& recorder, int duration_ms)
 {
     QCoreApplication::sendPostedEvents(&recorder); // of a recording before this one
-    QSignalSpy finished(&recorder, &ScreenRecord::fileChanged);
+    const int before = recorder.finished.size();
     recorded_s = 0;
     change(recorder, &ScreenRecord::start, ScreenRecord::Running);
     flow(duration_ms);
     change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
-    if (finished.size() != 1)
-        return {};
-    keep(recorder.getFile());
-    return finished[0][0].toString();
+    return recorder.finished.size() == before + 1 ? recorder.finished.back()[0].toString() : QString();
 }
 
 void TestScreenRecord::record_keepsPictureAndSound()
@@ -212,7 +175,7 @@ void TestScreenRecord::record_keepsPictureAndSound()
     QVERIFY2(distinct > frames / 2, qPrintable(QStringLiteral("%1 of %2").arg(distinct).arg(frames)));
     const QImage shot = mediacheck::frameAt(file, 100);
     for (const QPoint at : {QPoint(30, 30), QPoint(1000, 500), QPoint(1900, 900)})
-        QVERIFY(looksLike(shot.pixelColor(at), TestScreen::colourAt(0, at.x(), at.y())));
+        QVERIFY(isNear(shot.pixelColor(at), TestScreen::colourAt(0, at.x(), at.y())));
 
     const auto sound = mediacheck::decodeAudio(file, 44100);
     const std::vector<int16_t> middle(sound.begin() + 44100, sound.end() - 44100);
@@ -236,8 +199,6 @@ void TestScreenRecord::pause_cutsTimeOut_andEndsTheSound()
     change(recorder, &ScreenRecord::pause, ScreenRecord::Pausing);
     change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
     const QString file = recorder.getFile();
-    keep(file);
-
     QCOMPARE(mediacheck::decodeErrors(file), QString());
     const QJsonObject probed = mediacheck::probe(file);
     const double video = mediacheck::seconds(mediacheck::stream(probed, "video"));
@@ -254,8 +215,8 @@ void TestScreenRecord::record_takesOddRectangle_withoutSound_whenMute()
     QVERIFY(mediacheck::stream(mediacheck::probe(file), "audio").isEmpty());
     const QImage shot = mediacheck::frameAt(file, 5);
     QCOMPARE(shot.size(), QSize(102, 78));
-    QVERIFY(looksLike(shot.pixelColor(5, 5), TestScreen::colourAt(0, 305, 205)));
-    QVERIFY(looksLike(shot.pixelColor(97, 72), TestScreen::colourAt(0, 397, 272)));
+    QVERIFY(isNear(shot.pixelColor(5, 5), TestScreen::colourAt(0, 305, 205)));
+    QVERIFY(isNear(shot.pixelColor(97, 72), TestScreen::colourAt(0, 397, 272)));
 }
 
 void TestScreenRecord::record_writesGif_withoutSound()
@@ -286,8 +247,6 @@ void TestScreenRecord::record_limitsGif_toItsShorterSide()
         change(recorder, &ScreenRecord::pause, ScreenRecord::Pausing);
         const int lines = log.count("scaled size:");
         QVERIFY2(*scaled ? lines == 1 && log.count(scaled) == 1 : lines == 0, qPrintable(log.text()));
-        change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
-        keep(recorder.getFile());
     }
 }
 
@@ -307,9 +266,9 @@ void TestScreenRecord::record_endsAtOnce_whenNothingCanCome()
                             Case{inside, "", false, "[createVideo]:\terror in open video format\t"},
                             Case{inside, "TMPDIR", true, "[writeHeader]:\terror in open io\t"}}) {
         const InCase in_case(bad.line, bad.rect, bad.variable);
-        ScreenRecord recorder;
-        recorder.setScreen(bad.has_screen ? QGuiApplication::primaryScreen() : nullptr);
-        recorder.setRect(bad.rect);
+        Recorder recorder(bad.rect);
+        if (!bad.has_screen)
+            recorder.setScreen(nullptr);
         const QByteArray value = qgetenv(qPrintable(bad.variable));
         auto restore = qScopeGuard([&] {
             if (!bad.variable.isEmpty())
@@ -327,7 +286,6 @@ void TestScreenRecord::record_endsAtOnce_whenNothingCanCome()
             const int lines = log.count(QString());
             QVERIFY2(lines < 50 + double(clock.elapsed()) / 10, qPrintable(log.text()));
             change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
-            keep(recorder.getFile());
         }
         if (!bad.variable.isEmpty())
             qputenv(qPrintable(bad.variable), value);
@@ -376,7 +334,6 @@ void TestScreenRecord::commands_takenBack_endWhereTheyBegan()
     connect(&recorder, &ScreenRecord::fileChanged, this, [&](const QString& file) {
         QVERIFY(file.isEmpty() || !told.contains(file));
         told += file;
-        keep(file);
     });
     for (int round = 0; round < 20; ++round) {
         QSignalSpy changed(&recorder, &ScreenRecord::stateChanged);
@@ -459,25 +416,7 @@ void TestScreenRecord::setters_areRefused_whileProcessing()
     QCOMPARE(recorder.getState(), ScreenRecord::Running);
     QCOMPARE(recorder.getFile(), QString());
     change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
-    keep(recorder.getFile());
     QCOMPARE(gif.size() + mute.size() + screens.size() + rects.size(), 4);
-}
-
-void TestScreenRecord::destructor_finishesTheFile()
-{
-    const auto movies = [] { return QDir::temp().entryList({QStringLiteral("*.mp4")}, QDir::Files); };
-    const QStringList before = movies();
-    {
-        Recorder recorder({0, 0, 320, 180});
-        change(recorder, &ScreenRecord::start, ScreenRecord::Running);
-        QTest::qWait(500);
-    }
-    QStringList made = movies();
-    for (const QString& file : before)
-        made.removeAll(file);
-    QCOMPARE(made.size(), 1);
-    keep(QDir::temp().filePath(made[0]));
-    QCOMPARE(mediacheck::decodeErrors(files.last()), QString());
 }
 
 void TestScreenRecord::commands_fromManyThreads_endConsistently()
@@ -485,7 +424,6 @@ void TestScreenRecord::commands_fromManyThreads_endConsistently()
     const unsigned seed = std::random_device()();
     qInfo("seed %u", seed);
     Recorder recorder({0, 0, 64, 64});
-    connect(&recorder, &ScreenRecord::fileChanged, this, [this](const QString& file) { keep(file); });
     const std::array commands = {&ScreenRecord::start, &ScreenRecord::pause, &ScreenRecord::stop};
     std::atomic<int> running = 4;
     std::vector<std::thread> threads;
@@ -546,7 +484,7 @@ void TestScreenRecord::record_findsSecondScreen()
         const QImage shot = mediacheck::frameAt(record(recorder, 500), 5);
         QCOMPARE(shot.size(), QSize(640, 360));
         for (const QPoint at : {QPoint(10, 10), QPoint(400, 200), QPoint(630, 350)})
-            QVERIFY(looksLike(shot.pixelColor(at), TestScreen::colourAt(i, 200 + at.x(), 100 + at.y())));
+            QVERIFY(isNear(shot.pixelColor(at), TestScreen::colourAt(i, 200 + at.x(), 100 + at.y())));
     }
 }
 
@@ -571,7 +509,7 @@ void TestScreenRecord::record_takesDevicePixels()
     const QImage shot = mediacheck::frameAt(record(recorder, 500), 5);
     QCOMPARE(shot.size(), QSize(640, 360));
     for (const QPoint at : {QPoint(5, 5), QPoint(300, 170)})
-        QVERIFY(looksLike(shot.pixelColor(2 * at), TestScreen::colourAt(0, 100 + at.x(), 50 + at.y())));
+        QVERIFY(isNear(shot.pixelColor(2 * at), TestScreen::colourAt(0, 100 + at.x(), 50 + at.y())));
 }
 
 QTEST_MAIN(TestScreenRecord)

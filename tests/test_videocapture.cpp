@@ -17,8 +17,6 @@ extern "C" {
 #include <QtTest/QtTest>
 
 #include <array>
-#include <tuple>
-#include <utility>
 
 namespace {
 
@@ -32,8 +30,7 @@ struct Stream
         , stream(avformat_new_stream(format, nullptr))
     {}
     ~Stream() { avformat_free_context(format); }
-    Stream(const Stream&) = delete;
-    Stream& operator=(const Stream&) = delete;
+    Q_DISABLE_COPY(Stream)
 
     void setMatrix(const std::array<int32_t, 9>& matrix) const
     {

@@ -15,12 +15,10 @@ extern "C" {
 
 #include <QtQml/QQmlContext>
 #include <QtQml/QQmlEngine>
-#include <QtQuick/QQuickItem>
-#include <QtQuick/QQuickView>
+#include <QtQuick/QQuickImageProvider>
 #include <QtTest/QtTest>
 
 #include <random>
-#include <tuple>
 #include <utility>
 
 namespace {
@@ -74,7 +72,6 @@ private Q_SLOTS:
     void images_answerById();
     void images_findKeyFrame();
     void videoSize_answersDefault_withoutName();
-    void qml_showsStrip();
 
 private:
     /// Waits for the end of the strip.
@@ -416,53 +413,5 @@ void TestVideoPreview::videoSize_answersDefault_withoutName()
     QCOMPARE(editor()->videoSize(QUrl::fromLocalFile(media("base.mp4")).toString()), QSize(160, 120));
 }
 
-void TestVideoPreview::qml_showsStrip()
-{
-    QQuickWindow::setSceneGraphBackend(QSGRendererInterface::Software);
-    QQuickView view(&engine, nullptr);
-    const QString file = media("strip.qml");
-    writeFile(file, R"(
-import QtQuick 2.15
-import Quillon 1.0
-Row {
-    id: strip
-    property string video
-    property int ready: 0
-    property bool started: false
-    Component.onCompleted: started = VideoEditor.preview(video)
-    Connections {
-        target: VideoEditor
-        function onGrabFrameID(pts, time) { frames.append({ frame: pts }) }
-    }
-    ListModel { id: frames }
-    Repeater {
-        model: frames
-        Image {
-            width: 60; height: 60; cache: false
-            source: "image://videoimageprovider/" + frame
-            onStatusChanged: if (status === Image.Ready) ++strip.ready
-        }
-    }
-})");
-    view.setInitialProperties({{QStringLiteral("video"), media("base.mp4")}});
-    view.setSource(QUrl::fromLocalFile(file));
-    QCOMPARE(view.errors().size(), 0);
-    QVERIFY(view.rootObject()->property("started").toBool());
-    view.resize(9 * 60, 60);
-    view.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&view));
-    QTRY_COMPARE(view.rootObject()->property("ready").toInt(), 9);
-    const QImage picture = view.grabWindow();
-    QVERIFY(picture.save(media("strip.png")));
-    const QList<int> numbers{0, 0, 50, 50, 100, 100, 150, 150, 150};
-    for (int i = 0; i < numbers.size(); ++i) {
-        QVERIFY(isNumber(picture.copy(60 * i, 0, 60, 60), numbers[i]));
-        QVERIFY(picture.pixelColor(60 * i + 3, 3).red() > 150);
-    }
-    // The software renderer frees its textures with the next picture only.
-    view.setSource({});
-    view.grabWindow();
-}
-
-QTEST_MAIN(TestVideoPreview)
+QTEST_GUILESS_MAIN(TestVideoPreview)
 #include "test_videopreview.moc"

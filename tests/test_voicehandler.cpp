@@ -38,7 +38,6 @@ private Q_SLOTS:
     void handler_givesAsMuchAsItGot_withEffect();
     void handler_givesSecondChannel_ofStereo();
     void close_doesNothing_whenNeverOpened();
-    void close_dropsEverything_immediately();
     void openHandler_takesUpWhatWaits_andOpensAgain();
     void openHandler_staysFinished_onBadFormat();
 };
@@ -108,20 +107,6 @@ void TestVoiceHandler::close_doesNothing_whenNeverOpened()
     QVERIFY(handled.handler.hasOrginalData());
     handled.handler.clear();
     QVERIFY(!handled.handler.hasOrginalData());
-}
-
-void TestVoiceHandler::close_dropsEverything_immediately()
-{
-    for (int round = 0; round < 20; ++round) {
-        Handled handled;
-        handled.handler.openHandler(kRate, 1, 16, round % 4);
-        handled.handler.putOriginalData(QByteArray(round * 5000 + 1, 'x'));
-        if (round % 2 != 0)
-            handled.handler.close(false);
-        handled.handler.close(true);
-        QVERIFY(handled.handler.finished());
-        QVERIFY(!handled.handler.hasOrginalData());
-    }
 }
 
 void TestVoiceHandler::openHandler_takesUpWhatWaits_andOpensAgain()

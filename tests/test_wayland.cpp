@@ -3,7 +3,7 @@
 #include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
-#include "tests/support/silentrecorder.h"
+#include "tests/support/recorder.h"
 
 #include <QtGui/QPainter>
 #include <QtGui/QRasterWindow>
@@ -92,20 +92,15 @@ void TestWayland::recording_showsTheMovingPicture()
     picture = filmclock::play();
     QVERIFY(picture);
     SilentRecorder recorder;
-    QVERIFY(recorder.begin());
-    QElapsedTimer clock;
-    clock.start();
-    QTest::qWait(2000);
-    const double recorded_s = double(clock.elapsed()) / 1000;
-    const QString file = recorder.end();
+    const QString file = recorder.record(2000);
     QCOMPARE(mediacheck::decodeErrors(file), QString());
     const std::vector<int> codes = filmclock::codes(file);
-    QVERIFY2(std::abs(double(codes.size()) / 25 - recorded_s) < 0.15,
+    QVERIFY2(std::abs(double(codes.size()) / 25 - recorder.recorded_s) < 0.15,
              qPrintable(QString::number(codes.size())));
     QVERIFY(std::is_sorted(codes.begin(), codes.end()));
     // 20 ms each, as in the picture itself: the last ones are those of the end.
     const double shown_s = (codes.back() - codes.front()) * 0.02;
-    QVERIFY2(std::abs(shown_s - recorded_s) < 0.3, qPrintable(QString::number(shown_s)));
+    QVERIFY2(std::abs(shown_s - recorder.recorded_s) < 0.3, qPrintable(QString::number(shown_s)));
 }
 
 void TestWayland::recording_showsTheRectangle()
@@ -114,9 +109,7 @@ void TestWayland::recording_showsTheRectangle()
     QVERIFY(picture);
     const double scale = trueScale();
     SilentRecorder part({128, 128, 256, 256}); // its left half lies in the field of colour
-    QVERIFY(part.begin());
-    QTest::qWait(500);
-    const QImage shot = mediacheck::frameAt(part.end(), 5);
+    const QImage shot = mediacheck::frameAt(part.record(500), 5);
     const int side = int(256 * scale);
     QCOMPARE(shot.size(), QSize(side, side));
     for (const int y : {4, side - 5}) {
@@ -125,9 +118,7 @@ void TestWayland::recording_showsTheRectangle()
         QVERIFY(isGrey(shot.pixelColor(side / 2 + 4, y)));
     }
     SilentRecorder corner({0, 0, 512, 100});
-    QVERIFY(corner.begin());
-    QTest::qWait(500);
-    const std::vector<int> codes = filmclock::codes(corner.end(), scale);
+    const std::vector<int> codes = filmclock::codes(corner.record(500), scale);
     QVERIFY(std::is_sorted(codes.begin(), codes.end()));
     QVERIFY(codes.back() > codes.front());
 }
@@ -242,9 +233,7 @@ void TestWayland::recording_showsTheSecondScreen()
     QVERIFY(picture);
     SilentRecorder recorder({0, 0, 512, 100});
     recorder.setScreen(screens[1]);
-    QVERIFY(recorder.begin());
-    QTest::qWait(500);
-    const QString file = recorder.end();
+    const QString file = recorder.record(500);
     QCOMPARE(mediacheck::frameAt(file, 2).size(), QSize(1024, 200));
     const std::vector<int> codes = filmclock::codes(file, 2);
     QVERIFY(codes.back() > codes.front());

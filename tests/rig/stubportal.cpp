@@ -77,7 +77,6 @@ constexpr int kPictures_ns = 40'000'000;
 constexpr int kPixelBytes = 4;
 constexpr int kPadding = 64; ///< bytes behind each line
 constexpr QRect kCrop(40, 30, 560, 340);
-constexpr int kResizedAt = 25;
 constexpr int kEndsAfter_ms = 1000;
 
 QString mode;
@@ -103,7 +102,6 @@ private:
     static Screen& self(void* data) { return *static_cast<Screen*>(data); }
     static pw_stream_events events();
 
-    void onTimer();
     void onFormat();
     void onState(pw_stream_state state);
     void onProcess();
@@ -112,7 +110,7 @@ private:
     int stride() const { return size.width() * kPixelBytes + kPadding; }
 
     const Colour colour;
-    QSize size;
+    const QSize size;
     int number = 0; ///< of the next picture
     pw_stream* stream = nullptr;
     spa_source* timer = nullptr;
@@ -127,7 +125,8 @@ Screen::Screen(pw_core* core, const QRect& geometry, Colour colour)
     static const pw_stream_events stream_events = events();
     pw_thread_loop_lock(loop);
     timer = pw_loop_add_timer(
-        pw_thread_loop_get_loop(loop), [](void* data, uint64_t) { self(data).onTimer(); }, this);
+        pw_thread_loop_get_loop(loop),
+        [](void* data, uint64_t) { pw_stream_trigger_process(self(data).stream); }, this);
     stream = pw_stream_new(core, "stub", pw_properties_new(PW_KEY_MEDIA_CLASS, "Video/Source", nullptr));
     pw_stream_add_listener(stream, &hook, &stream_events, this);
     std::array<uint8_t, 1024> bytes = {};
@@ -201,18 +200,6 @@ void Screen::onState(pw_stream_state state)
     timespec first = {0, state == PW_STREAM_STATE_STREAMING ? 1 : 0};
     timespec interval = {0, kPictures_ns};
     pw_loop_update_timer(pw_thread_loop_get_loop(loop), timer, &first, &interval, false);
-}
-
-void Screen::onTimer()
-{
-    pw_stream_trigger_process(stream);
-    if (mode == "resize" && number == kResizedAt && size == geometry.size()) {
-        size /= 2;
-        std::array<uint8_t, 1024> bytes = {};
-        spa_pod_builder builder = SPA_POD_BUILDER_INIT(bytes.data(), uint32_t(bytes.size()));
-        const spa_pod* format = buildFormat(builder);
-        pw_stream_update_params(stream, &format, 1);
-    }
 }
 
 void Screen::onProcess()

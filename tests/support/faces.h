@@ -28,13 +28,14 @@ inline double detail(const QImage& image, const QRect& area)
     return sum / area.width() / area.height();
 }
 
-/// The rectangle of all pixels that differ by far more than writing a JPEG once more makes them.
-inline QRect patchBetween(const QImage& before, const QImage& after)
+/// The rectangle of all pixels that differ by more than `loss`: by far more than writing a JPEG once more
+/// makes them, unless told otherwise.
+inline QRect patchBetween(const QImage& before, const QImage& after, int loss = 40)
 {
     QRect area;
     for (int y = 0; y < before.height(); ++y)
         for (int x = 0; x < before.width(); ++x)
-            if (qAbs(qGreen(before.pixel(x, y)) - qGreen(after.pixel(x, y))) > 40)
+            if (qAbs(qGreen(before.pixel(x, y)) - qGreen(after.pixel(x, y))) > loss)
                 area |= QRect(x, y, 1, 1);
     return area;
 }

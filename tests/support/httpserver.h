@@ -24,8 +24,7 @@ public:
 
     HttpServer(QByteArray content, Behaviour behaviour);
     ~HttpServer();
-    HttpServer(const HttpServer&) = delete;
-    HttpServer& operator=(const HttpServer&) = delete;
+    Q_DISABLE_COPY(HttpServer)
 
     QString url() const;
     /// Holds for what is sent from now on.

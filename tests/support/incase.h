@@ -3,7 +3,11 @@
 #include <QtCore/QDebug>
 #include <QtTest/QtTest>
 
+#include <tuple>
+#include <utility>
+
 /// Says at which case of a loop a test failed, by these values: QtTest itself names the rows of tables only.
+/// The cases of a loop are pairs or tuples.
 class InCase
 {
 public:

@@ -21,8 +21,7 @@ public:
         qInstallMessageHandler(previous);
         current = nullptr;
     }
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
+    Q_DISABLE_COPY(LogCapture)
 
     /// Number of lines that contain `text`.
     int count(const QString& text) const

@@ -23,8 +23,7 @@ public:
     /// Listens from the time this returns.
     explicit Monitor(const QString& sink = QStringLiteral("spk"));
     ~Monitor();
-    Monitor(const Monitor&) = delete;
-    Monitor& operator=(const Monitor&) = delete;
+    Q_DISABLE_COPY(Monitor)
 
     /// Ends listening a little later than whatever was played before the call is heard.
     Sound stop();

@@ -35,8 +35,7 @@ public:
             qWarning("the player is still at something: %s", qPrintable(order()));
         player()->deregCallBack();
     }
-    PlayerHost(const PlayerHost&) = delete;
-    PlayerHost& operator=(const PlayerHost&) = delete;
+    Q_DISABLE_COPY(PlayerHost)
 
     static AudioPlayer* player() { return AudioPlayer::instance(); }
     static void play(const QString& path, qint64 from_ms = 0, qint64 duration_ms = 0)

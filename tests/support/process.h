@@ -2,16 +2,21 @@
 
 #include <QtCore/QDir>
 #include <QtCore/QFile>
-#include <QtCore/QRegularExpression>
+
+/// A size of memory that the kernel tells of the process, such as "VmPeak", in bytes.
+inline qint64 memoryOf(const QByteArray& field)
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    status.open(QIODevice::ReadOnly);
+    const QByteArray text = status.readAll();
+    const int begin = text.indexOf(field + ':') + field.size() + 1;
+    return text.mid(begin, text.indexOf("kB", begin) - begin).trimmed().toLongLong() * 1024;
+}
 
 /// The most address space that the process ever had.
 inline qint64 peakBytes()
 {
-    QFile status(QStringLiteral("/proc/self/status"));
-    status.open(QIODevice::ReadOnly);
-    const QString text = QString::fromLatin1(status.readAll());
-    static const QRegularExpression peak(QStringLiteral("VmPeak:\\s*(\\d+) kB"));
-    return peak.match(text).captured(1).toLongLong() * 1024;
+    return memoryOf("VmPeak");
 }
 
 /// How many threads ("task") or open files ("fd") the process has.
