@@ -147,7 +147,9 @@ bool Util::scaleThumbImage(const QString& source, const QString& target, const Q
     // It may stand in a folder that others look into.
     if (!file.open(QIODevice::WriteOnly) || !file.setPermissions(QFile::ReadOwner | QFile::WriteOwner))
         return false;
-    return QImageWriter(&file, QFileInfo(target).suffix().toLatin1()).write(thumb) && file.commit();
+    // `commit` by itself does not see that the last bytes could not be written.
+    return QImageWriter(&file, QFileInfo(target).suffix().toLatin1()).write(thumb) && file.flush() &&
+           file.commit();
 }
 
 bool Util::scaleThumbBytes(const QString& path, int limit, QByteArray& bytes)

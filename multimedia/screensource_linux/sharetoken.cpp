@@ -45,7 +45,7 @@ int write(const QJsonObject& tokens)
     QFile file(QString::fromStdString(result.path()));
     const QByteArray bytes = QJsonDocument(tokens).toJson();
     if (!file.open(QIODevice::WriteOnly) || !file.setPermissions(QFile::ReadOwner | QFile::WriteOwner) ||
-        file.write(bytes) != bytes.size())
+        file.write(bytes) != bytes.size() || !file.flush())
         return AVERROR(EIO);
     file.close();
     return result.commit();
