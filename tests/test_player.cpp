@@ -155,6 +155,7 @@ void TestPlayer::play_fails_withItsMessage_data()
          {"missing.mp3", "empty.mp3", "text.mp3", "zeros.mp3", "silent.mp4", "truncated.m4r", "."})
         QTest::newRow(name) << media(name) << refused;
     QTest::newRow("a sample a second") << media("hostile-rate.wav") << "Duration " + refused;
+    QTest::newRow("200 MHz") << media("high-rate.wav") << "Duration " + refused;
     QTest::newRow("playlist in the network") << "https//x"
                                              << "Underload Flowing " + refused;
     for (const char* name : {"-i \"$(x)\" 'é' %d.mp3", "plain.flac", "video.mp4"})

@@ -27,7 +27,7 @@ using ImageEdit::ImageEditProvider;
 namespace {
 
 /// More than any opener needs, and less than what a hostile file asks for.
-constexpr qint64 kMostMegabytes = 450;
+constexpr qint64 kMostMegabytes = 200;
 constexpr std::chrono::seconds kLongest(30);
 
 QByteArray bigEndian(quint32 value)
@@ -65,15 +65,6 @@ QByteArray svgShowing(const QString& path)
            path.toUtf8() + "\"/></svg>";
 }
 
-/// The header of a sound of 16 bits.
-QByteArray waveOf(quint32 rate)
-{
-    QByteArray wave("RIFF\x24\0\0\0WAVEfmt \x10\0\0\0\1\0\1\0", 24);
-    for (const quint32 value : {rate, rate * 2, 0x00100002U})
-        wave += QByteArray(reinterpret_cast<const char*>(&value), 4);
-    return wave + QByteArray("data\0\0\0\0", 8);
-}
-
 } // namespace
 
 /// What strangers have sent, and each opener.
@@ -93,6 +84,7 @@ private Q_SLOTS:
     void firstFrame_isMade_ofFewPictures();
     void firstFrame_isMade_whenAspectIsNone();
     void tags_areFound_inOgg();
+    void tag_isRefused_ofTooManyEntries();
     void gif_needsNoTrailer();
     void results_areWhole_orAsBefore();
 
@@ -121,20 +113,17 @@ void TestStrangers::openers_endSoon_withLittleMemory_data()
     row("cut behind the index", "cut.mp4", film.left(film.indexOf("mdat") + 44));
     const QByteArray parts = contentOf(media("parts.mp4"));
     row("first part only", "init.mp4", parts.left(parts.indexOf("moof") - 4));
-    row("encrypted", "secret.mp4", contentOf(media("encrypted.mp4")));
+    row("encrypted", "secret.webm", contentOf(media("encrypted.webm")));
     row("text that calls itself a picture", "x.jpg", QByteArray("hello\n"));
     row("begin of a PNG", "x.png", QByteArray("\x89PNG\r\n\x1a\n"));
     row("begin of a JPEG", "x.jpg", QByteArray("\xff\xd8\xff"));
     row("playlist that waits", "film.mp4",
         QByteArray("#EXTM3U\n#EXT-X-TARGETDURATION:100000\n#EXTINF:100000,\na.ts\n"));
-    row("sound of 200 MHz", "fast.wav", waveOf(200'000'000));
     row("huge screen", "huge.gif", GifWriter(16000, 16000).frame({0, 0, 1, 1}, 5, 1).finished());
     row("huge film", "huge.mov", contentOf(media("huge.mov")));
     row("huge film whose stream turns up late", "huge.flv", contentOf(media("huge.flv")));
     row("huge cover", "huge.mp3",
         tagOf(coverFrame(GifWriter(16000, 16000).frame({0, 0, 1, 1}, 5, 1).finished())) + sound());
-    row("tag of 50000 entries", "tag.mp3",
-        tagOf(tagFrame("TXXX", QByteArray("\0k\0", 3) + QByteArray(1000, 'v')).repeated(50'000)) + sound());
     QByteArray pictures = GifWriter(1, 1).unfinished();
     const int screen = pictures.size();
     pictures = GifWriter(1, 1).frame({0, 0, 1, 1}, 5, 1).unfinished();
@@ -283,6 +272,18 @@ void TestStrangers::tags_areFound_inOgg()
                  (QVariantMap{{"Album", "A"}, {"Name", "N"}, {"Artist", "B"}}));
 }
 
+/// FFmpeg compares each with all before it.
+void TestStrangers::tag_isRefused_ofTooManyEntries()
+{
+    const QByteArray entry = tagFrame("TXXX", QByteArray("\0k\0v", 4));
+    for (const int count : {4000, 5000}) {
+        long long duration = 0;
+        QString format;
+        const QString file = made("tag.mp3", tagOf(entry.repeated(count)) + sound());
+        QCOMPARE(AudioPlayer::audioFormat(file, duration, format), count == 4000);
+    }
+}
+
 void TestStrangers::gif_needsNoTrailer()
 {
     const QString source = made("open.gif", GifWriter(40, 30).greys(3, 5).unfinished());
@@ -296,20 +297,20 @@ void TestStrangers::results_areWhole_orAsBefore()
     const QString song =
         made("song.mp3",
              tagOf(coverFrame(ImageBytes::encoded(QImage(200, 200, QImage::Format_RGB32), "BMP"))) + sound());
+    const QString gif = made("pictures.gif", GifWriter(40, 30).greys(3, 5).finished());
     QString edited = path("edit.bmp");
     const QVariantMap whole{{"x2", 1}, {"y2", 1}};
     const QVariantMap pcm{
         {"pcmData", QByteArray(5000, 'x')},
         {"pcmInfo", QVariantMap{{"sampleFormat", "PCMFormatInt16"}, {"sampleRate", 8000}, {"channels", 1}}}};
-    const QStringList covers = QDir::temp().entryList({"*.jpg"});
     const auto write = [&](const QString& target) {
-        return QList<bool>{
-            VideoCapture::instance()->syncDecodeCapture(media("base.mp4"), target),
-            AudioPlayer::audioCover(song, target),
-            ImageEditProvider::instance()->doEditSync(media("cover.png"), edited, whole),
-            CWaveWriter::writeWaveFile(pcm, target),
-            GifHandler().compressGifSync("id", path("closed.gif"), path("full.gif"), 0, {40, 30}),
-            !AudioPlayer::getCover(song).isEmpty()};
+        return QList<bool>{VideoCapture::instance()->syncDecodeCapture(media("base.mp4"), target),
+                           AudioPlayer::audioCover(song, target),
+                           ImageEditProvider::instance()->doEditSync(media("cover.png"), edited, whole),
+                           Util::instance()->scaleThumbImage(media("cover.png"), target, {20, 20}, 8, true),
+                           CWaveWriter::writeWaveFile(pcm, target),
+                           GifHandler().compressGifSync("id", gif, path("full.gif"), 0, {40, 30}),
+                           !AudioPlayer::getCover(song).isEmpty()};
     };
     for (const rlim_t room : {0, 60, 1000}) {
         const InCase in_case(room);
@@ -321,13 +322,14 @@ void TestStrangers::results_areWhole_orAsBefore()
             results = write(path("target.bmp"));
         }
         QCOMPARE(results.count(true), room == 1000 ? results.count(true) : 0);
-        QCOMPARE(results.mid(0, 4), (QList<bool>{false, false, false, false}));
+        QCOMPARE(results.mid(0, 5), (QList<bool>{false, false, false, false, false}));
         for (const char* name : {"target.bmp", "edit.bmp"})
             QCOMPARE(contentOf(path(name)), former);
     }
-    QCOMPARE(write(path("target.bmp")), (QList<bool>{true, true, true, true, true, true}));
+    QVERIFY(!write(path("target.bmp")).contains(false));
     QVERIFY(contentOf(path("target.bmp")).startsWith("RIFF"));
-    QCOMPARE(QDir(folder.path()).entryList({".*"}, QDir::Files | QDir::Hidden), QStringList());
+    QCOMPARE(QDir(folder.path()).entryList({".*", "target.bmp.*"}, QDir::Files | QDir::Hidden),
+             QStringList());
 }
 
 QTEST_GUILESS_MAIN(TestStrangers)

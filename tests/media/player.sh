@@ -31,6 +31,8 @@ head -c 100000 /dev/zero >zeros.mp3
 echo "this is no music" >text.mp3
 # Claims one sample a second, so that a packet lasts for hours.
 make -f lavfi -i "$(tone 1)" -t 0.1 -c:a pcm_s16le hostile-rate.wav
+cp hostile-rate.wav high-rate.wav
 printf '\x01\0\0\0' | dd of=hostile-rate.wav bs=1 seek=24 conv=notrunc status=none
+printf '\x00\xc2\xeb\x0b' | dd of=high-rate.wav bs=1 seek=24 conv=notrunc status=none # 200 MHz
 make -f lavfi -i testsrc=size=64x48:duration=0.2 silent.mp4
 make -f lavfi -i testsrc=size=64x48:duration=0.2 -f lavfi -i "$(tone 0.2)" video.mp4

@@ -63,16 +63,15 @@ for size in 1920x1080 1000x700 1001x700; do
 done
 make -f lavfi -i "color=white:s=854x480:r=25:d=0.4" -c:v libx264 -pix_fmt yuv420p white.mp4
 # 108 million pixels in a few kilobytes.
-make -f lavfi -i color=black:s=12000x9000 -frames:v 1 -pix_fmt monob -c:v png huge.mov
+make -f lavfi -i color=black:s=12000x9000 -frames:v 1 -pix_fmt rgb24 -c:v png huge.mov
 # Some 200 kilobytes a picture.
 make -f lavfi -i "testsrc=s=848x480:r=25:d=1,noise=alls=100:allf=t" -c:v mpeg4 -q:v 4 heavy.mkv
 make -i 1000x700.mp4 -c copy -metadata rotation=90 containerrotation.mkv
 
 # What strangers send.
 copy -movflags empty_moov+frag_keyframe parts.mp4
-make -i base.mp4 -c copy -encryption_scheme cenc-aes-ctr -encryption_key 00112233445566778899aabbccddeeff \
-     -encryption_kid 00112233445566778899aabbccddeeff encrypted.mp4
-make -f lavfi -i color=black:s=12000x9000 -frames:v 1 -c:v flv huge.flv
+make -i base.mp4 -an -frames:v 5 -c:v libvpx-vp9 -deadline realtime -bsf:v noise=1 encrypted.webm
+make -f lavfi -i color=black:s=16000x16000 -frames:v 1 -c:v flv huge.flv
 make -i silent.mp4 "${x264[@]}" -frames:v 1 one.mp4
 make -i silent.mp4 "${x264[@]}" -frames:v 2 two.mp4
 make -i sound.m4a plain.mp3
