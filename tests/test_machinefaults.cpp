@@ -47,7 +47,8 @@ private:
 
 } // namespace
 
-// In the place of the system's.
+// In the place of the system's, for all libraries.
+#pragma GCC visibility push(default)
 extern "C" {
 // NOLINTBEGIN(bugprone-reserved-identifier): glibc calls them so
 void* __libc_malloc(size_t size);
@@ -88,6 +89,7 @@ ssize_t write(int descriptor, const void* bytes, size_t count)
     return real(descriptor, bytes, count);
 }
 }
+#pragma GCC visibility pop
 
 class TestMachineFaults : public QObject
 {
@@ -116,7 +118,7 @@ void TestMachineFaults::initTestCase()
 void TestMachineFaults::source_survives_whenAnyAllocationFails_data()
 {
     columns<QString>("name");
-    // Not Ogg and not MP3: there FFmpeg 5.1 itself does not survive it.
+    // No Ogg, no MP3 file and no AAC: there FFmpeg 5.1 itself does not survive it.
     for (const char* name : {"short.mp4", "short.mkv", "short.avi", "short.mpg", "short.flv"})
         row(name, QString(name));
 }
@@ -199,8 +201,10 @@ void TestMachineFaults::results_areWhole_orAsBefore_whenAnyWriteFails()
         QCOMPARE(is_made, !has_come);
         QCOMPARE(contentOf(target) == "precious", has_come);
         QCOMPARE(QDir(folder.path()).entryList({".*"}, QDir::Files | QDir::Hidden), QStringList());
-        if (!has_come)
+        if (!has_come) {
+            QVERIFY(number > 1);
             break;
+        }
     }
 }
 
