@@ -12,6 +12,9 @@
 #ifdef BENCH_WITH_ONEDNN
 #    include "bench/onednnconvolution.h"
 #endif
+#ifdef BENCH_WITH_OPENCV
+#    include "bench/opencvnetwork.h"
+#endif
 
 #include <algorithm>
 #include <chrono>
@@ -27,8 +30,9 @@
 /// as well; all figures are medians. Seeds are fixed; the time does not depend on the values but for the
 /// decoding.
 ///
-/// Counters: `us` ours, `GMAC/s`, `peak` the share of the measured int8 peak, `oneDNN_us`, and `ratio` = ours
-/// / oneDNN. The whole network counts everything from the image to the faces, against the sum of oneDNN's
+/// Counters: `us` ours, `GMAC/s`, `peak` the share of the measured int8 peak, `theirs_us`, and `ratio` = ours
+/// / theirs, which is oneDNN but in `opencv`: there OpenCV's DNN module runs the whole network in floats. The
+/// whole network counts everything from the image to the faces, against the sum of oneDNN's
 /// convolutions alone. `DNNL_MAX_CPU_ISA=AVX2` holds oneDNN down to AVX2.
 
 namespace {
@@ -117,7 +121,7 @@ void compare(benchmark::State& state, double products, const std::function<void(
     if (peak() > 0.0)
         state.counters["peak"] = products / (time * 1e-6) / peak();
     if (theirs) {
-        state.counters["oneDNN_us"] = median(theirTimes);
+        state.counters["theirs_us"] = median(theirTimes);
         state.counters["ratio"] = median(ratios);
     }
 }
@@ -184,12 +188,17 @@ void benchLayer(benchmark::State& state, ImageSize image, std::size_t layer)
         state, run.products(), [&] { blobs.run(); }, oneDnnLayer(run));
 }
 
-void benchAllLayers(benchmark::State& state, ImageSize image, const std::function<void()>& ours)
+double productsOf(ImageSize image)
 {
     double products = 0.0;
     for (std::size_t layer = 0; layer < kLayers.size(); ++layer)
         products += layerRun(layer, image).products();
-    compare(state, products, ours, oneDnnNetwork(image));
+    return products;
+}
+
+void benchAllLayers(benchmark::State& state, ImageSize image, const std::function<void()>& ours)
+{
+    compare(state, productsOf(image), ours, oneDnnNetwork(image));
 }
 
 /// The convolutions alone, into 32-bit sums, as oneDNN does them.
@@ -222,6 +231,21 @@ void benchFaces(benchmark::State& state, ImageSize image)
         benchmark::DoNotOptimize(objectdetect_cnn(pixels.data(), image.width, image.height, 3 * image.width));
     });
 }
+
+#ifdef BENCH_WITH_OPENCV
+void benchBesideOpenCv(benchmark::State& state, ImageSize image)
+{
+    const auto pixels = randomBytes(3U * image.width * image.height);
+    OpenCvNetwork network(image.width, image.height);
+    compare(
+        state, productsOf(image),
+        [&] {
+            benchmark::DoNotOptimize(
+                objectdetect_cnn(pixels.data(), image.width, image.height, 3 * image.width));
+        },
+        [&] { network.run(); });
+}
+#endif
 
 /// From the heads to the faces, with weights that make some six thousand prior boxes candidates. No ratio.
 void benchDecoding(benchmark::State& state, ImageSize image)
@@ -263,6 +287,10 @@ void registerBenchmark(const std::string& part, ImageSize image, const facedetec
 void registerAll(const facedetectcnn::KernelFamily* family, ImageSize image)
 {
     registerBenchmark("faces", image, family, [image](benchmark::State& state) { benchFaces(state, image); });
+#ifdef BENCH_WITH_OPENCV
+    registerBenchmark("opencv", image, family,
+                      [image](benchmark::State& state) { benchBesideOpenCv(state, image); });
+#endif
     registerBenchmark("heads", image, family, [image](benchmark::State& state) { benchHeads(state, image); });
     registerBenchmark("decoding", image, family,
                       [image](benchmark::State& state) { benchDecoding(state, image); });

@@ -98,11 +98,10 @@ std::int32_t referenceConvolution3x3(const CDataBlob<unsigned char>& input, cons
 }
 
 /// What all spans of a group of blocks have in common.
-ConvolutionSpan spanTemplate(const CDataBlob<unsigned char>& input, const Filters& filters,
+ConvolutionSpan spanTemplate(const CDataBlob<unsigned char>& input, const PackedFilters& packed,
                              const CDataBlob<std::int32_t>& output, std::int32_t firstBlock,
                              std::int32_t blocksAtOnce)
 {
-    const PackedFilters& packed = *filters.packed;
     ConvolutionSpan span = {};
     span.rows = 1;
     span.lines = 1;
@@ -120,12 +119,12 @@ ConvolutionSpan spanTemplate(const CDataBlob<unsigned char>& input, const Filter
 }
 
 std::int32_t packedConvolution1x1(const KernelFamily& family, const CDataBlob<unsigned char>& input,
-                                  const Filters& filters, CDataBlob<std::int32_t>* output)
+                                  const PackedFilters& packed, CDataBlob<std::int32_t>* output)
 {
     constexpr std::size_t kPixelsAtOnce = 1U << 20U;
     std::int32_t largest = 0;
-    for (std::int32_t block = 0; block < filters.packed->blockCount; block += family.blocksAtOnce) {
-        ConvolutionSpan span = spanTemplate(input, filters, *output, block, family.blocksAtOnce);
+    for (std::int32_t block = 0; block < packed.blockCount; block += family.blocksAtOnce) {
+        ConvolutionSpan span = spanTemplate(input, packed, *output, block, family.blocksAtOnce);
         span.pixelStep = input.channelStep;
         span.outputStep = output->channelStep / static_cast<std::ptrdiff_t>(sizeof(std::int32_t));
         span.input = input.data;
@@ -197,21 +196,21 @@ std::int32_t convolveRectangle(const KernelFamily& family, const CDataBlob<unsig
 }
 
 std::int32_t packedConvolution3x3(const KernelFamily& family, const CDataBlob<unsigned char>& input,
-                                  const Filters& filters, CDataBlob<std::int32_t>* output)
+                                  const PackedFilters& packed, std::int32_t stride,
+                                  CDataBlob<std::int32_t>* output)
 {
     std::array<Stretch, 3> columns = {};
     std::array<Stretch, 3> rows = {};
-    const std::int32_t columnCount = cutAxis(input.width, output->width, filters.stride, &columns);
-    const std::int32_t rowCount = cutAxis(input.height, output->height, filters.stride, &rows);
+    const std::int32_t columnCount = cutAxis(input.width, output->width, stride, &columns);
+    const std::int32_t rowCount = cutAxis(input.height, output->height, stride, &rows);
 
     std::int32_t largest = 0;
-    for (std::int32_t block = 0; block < filters.packed->blockCount; block += family.blocksAtOnce) {
-        ConvolutionSpan span = spanTemplate(input, filters, *output, block, family.blocksAtOnce);
+    for (std::int32_t block = 0; block < packed.blockCount; block += family.blocksAtOnce) {
+        ConvolutionSpan span = spanTemplate(input, packed, *output, block, family.blocksAtOnce);
         for (std::int32_t i = 0; i < rowCount; ++i) {
             for (std::int32_t j = 0; j < columnCount; ++j)
-                largest =
-                    std::max(largest, convolveRectangle(family, input, filters.stride, columns[j], rows[i],
-                                                        span, output, block * kFiltersPerBlock));
+                largest = std::max(largest, convolveRectangle(family, input, stride, columns[j], rows[i],
+                                                              span, output, block * kFiltersPerBlock));
         }
     }
     return largest;
@@ -220,15 +219,16 @@ std::int32_t packedConvolution3x3(const KernelFamily& family, const CDataBlob<un
 std::int32_t sums1x1(const KernelFamily& family, const CDataBlob<unsigned char>& input,
                      const Filters& filters, CDataBlob<std::int32_t>* output)
 {
-    return family.convolve && filters.packed ? packedConvolution1x1(family, input, filters, output)
+    return family.convolve && filters.packed ? packedConvolution1x1(family, input, *filters.packed, output)
                                              : referenceConvolution1x1(input, filters, output);
 }
 
 std::int32_t sums3x3(const KernelFamily& family, const CDataBlob<unsigned char>& input,
                      const Filters& filters, CDataBlob<std::int32_t>* output)
 {
-    return family.convolve && filters.packed ? packedConvolution3x3(family, input, filters, output)
-                                             : referenceConvolution3x3(input, filters, output);
+    return family.convolve && filters.packed
+               ? packedConvolution3x3(family, input, *filters.packed, filters.stride, output)
+               : referenceConvolution3x3(input, filters, output);
 }
 
 bool complain(const char* text)
@@ -281,6 +281,12 @@ bool checkConvolution(const CDataBlob<unsigned char>& input, const Filters& filt
     return true;
 }
 
+void setScale(const CDataBlob<unsigned char>& input, const Filters& filters, CDataBlob<std::int32_t>* output)
+{
+    output->scale = input.scale * filters.scale;
+    output->bias = truncateToInt(std::roundf(output->scale));
+}
+
 /// `convolution`, which tells the largest value on the way.
 bool convolve(const KernelFamily& family, const CDataBlob<unsigned char>& input, const Filters& filters,
               CDataBlob<std::int32_t>* output, std::int32_t* largest)
@@ -293,8 +299,7 @@ bool convolve(const KernelFamily& family, const CDataBlob<unsigned char>& input,
 
     *largest = filters.filters.front()->width == 1 ? sums1x1(family, input, filters, output)
                                                    : sums3x3(family, input, filters, output);
-    output->scale = input.scale * filters.scale;
-    output->bias = truncateToInt(std::roundf(output->scale));
+    setScale(input, filters, output);
     return true;
 }
 
@@ -332,6 +337,38 @@ bool convolution(const CDataBlob<unsigned char>& input, const Filters& filters,
 {
     std::int32_t largest = 0;
     return convolve(kernelFamily(), input, filters, output, &largest);
+}
+
+bool convolutionPair(const CDataBlob<unsigned char>& input, const Filters& first, const Filters& second,
+                     CDataBlob<std::int32_t>* firstOutput, CDataBlob<std::int32_t>* secondOutput)
+{
+    const KernelFamily& family = kernelFamily();
+    std::int32_t width = 0;
+    std::int32_t height = 0;
+    if (!family.convolve || !first.packedWithNext || !input.data) {
+        const bool isFirstDone = convolution(input, first, firstOutput);
+        return convolution(input, second, secondOutput) && isFirstDone;
+    }
+    const auto firstCount = static_cast<std::int32_t>(first.filters.size());
+    const auto secondCount = static_cast<std::int32_t>(second.filters.size());
+    CDataBlob<std::int32_t> sums;
+    if (!checkConvolution(input, first, &width, &height) ||
+        !checkConvolution(input, second, &width, &height) ||
+        !sums.create(width, height, firstCount + secondCount) ||
+        !firstOutput->create(width, height, firstCount) || !secondOutput->create(width, height, secondCount))
+        return false;
+
+    packedConvolution3x3(family, input, *first.packedWithNext, first.stride, &sums);
+    for (std::int32_t y = 0; y < height; ++y) {
+        for (std::int32_t x = 0; x < width; ++x) {
+            const std::int32_t* values = sums.pixel(x, y);
+            std::copy_n(values, firstCount, firstOutput->pixel(x, y));
+            std::copy_n(values + firstCount, secondCount, secondOutput->pixel(x, y));
+        }
+    }
+    setScale(input, first, firstOutput);
+    setScale(input, second, secondOutput);
+    return true;
 }
 
 bool convolution_relu(const CDataBlob<unsigned char>& input, const Filters& filters,

@@ -80,6 +80,44 @@ bool isNarrowPiece(const signed char* piece)
     return true;
 }
 
+using facedetectcnn::PackedFilters;
+
+/// The filters of these layers one behind the other; null when they are none, empty or not alike, or without
+/// memory.
+std::unique_ptr<PackedFilters> packed(std::initializer_list<const Filters*> layers)
+{
+    using namespace facedetectcnn;
+    std::vector<const CDataBlob<signed char>*> filters;
+    for (const Filters* layer : layers) {
+        if (!areFiltersFilled(*layer) || !areFiltersAlike(*layer))
+            return nullptr;
+        for (const auto& filter : layer->filters)
+            filters.push_back(filter.get());
+    }
+    const auto count = static_cast<std::int32_t>(filters.size());
+    const CDataBlob<signed char>& first = *filters.front();
+
+    auto packed = std::make_unique<PackedFilters>();
+    packed->blockCount = (count + kFiltersPerBlock - 1) / kFiltersPerBlock;
+    packed->blockBytes = first.width * first.height * first.channelStep * kFiltersPerBlock;
+    if (!packed->weights.create(packed->blockCount, 1, packed->blockBytes) ||
+        !packed->biases.create(1, 1, packed->blockCount * kFiltersPerBlock))
+        return nullptr;
+
+    signed char* const weights = packed->weights.data;
+    const std::int32_t bytes = packed->blockCount * packed->blockBytes;
+    std::memset(weights, 0, bytes);
+    std::memset(packed->biases.data, 0, sizeof(std::int32_t) * packed->biases.channels);
+    for (std::int32_t i = 0; i < count; ++i) {
+        packed->biases.data[i] = filters[i]->bias;
+        packFilter(*filters[i], packed->weights.pixel(i / kFiltersPerBlock, 0) +
+                                    (i % kFiltersPerBlock) * kChannelsPerGroup);
+    }
+    for (std::int32_t i = 0; i < bytes; i += kPieceBytes)
+        packed->isNarrow.push_back(isNarrowPiece(weights + i) ? 1 : 0);
+    return packed;
+}
+
 } // namespace
 
 namespace facedetectcnn {
@@ -95,6 +133,8 @@ void buildBank(const std::array<ConvInfo, 24>& table, std::array<Filters, 24>* b
             buildLayer(table[i], &layer);
         packFilters(&layer);
     }
+    for (std::size_t i = kFirstHead; i < table.size(); i += 2)
+        (*bank)[i].packedWithNext = packed({&(*bank)[i], &(*bank)[i + 1]});
 }
 
 bool areFiltersFilled(const Filters& filters)
@@ -115,31 +155,7 @@ bool areFiltersAlike(const Filters& filters)
 
 void packFilters(Filters* filters)
 {
-    filters->packed.reset();
-    if (!areFiltersFilled(*filters) || !areFiltersAlike(*filters))
-        return;
-    const auto count = static_cast<std::int32_t>(filters->filters.size());
-    const CDataBlob<signed char>& first = *filters->filters.front();
-
-    auto packed = std::make_unique<PackedFilters>();
-    packed->blockCount = (count + kFiltersPerBlock - 1) / kFiltersPerBlock;
-    packed->blockBytes = first.width * first.height * first.channelStep * kFiltersPerBlock;
-    if (!packed->weights.create(packed->blockCount, 1, packed->blockBytes) ||
-        !packed->biases.create(1, 1, packed->blockCount * kFiltersPerBlock))
-        return;
-
-    std::memset(packed->weights.data, 0, packed->weights.pixelCount() * packed->blockBytes);
-    std::memset(packed->biases.data, 0, sizeof(std::int32_t) * packed->biases.channels);
-    for (std::int32_t i = 0; i < count; ++i) {
-        const CDataBlob<signed char>& filter = *filters->filters[i];
-        packed->biases.data[i] = filter.bias;
-        packFilter(filter, packed->weights.pixel(i / kFiltersPerBlock, 0) +
-                               (i % kFiltersPerBlock) * kChannelsPerGroup);
-    }
-    const signed char* const weights = packed->weights.data;
-    for (std::int32_t i = 0; i < packed->blockCount * packed->blockBytes; i += kPieceBytes)
-        packed->isNarrow.push_back(isNarrowPiece(weights + i) ? 1 : 0);
-    filters->packed = std::move(packed);
+    filters->packed = packed({filters});
 }
 
 } // namespace facedetectcnn

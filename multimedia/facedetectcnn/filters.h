@@ -44,6 +44,8 @@ struct Filters
     float scale = 0.0F; ///< stored weight = real weight * scale
     /// The same weights for the vector kernels; without it the reference kernel runs.
     std::unique_ptr<facedetectcnn::PackedFilters> packed;
+    /// These filters and behind them the next layer's, where that is the other head of the same branch.
+    std::unique_ptr<facedetectcnn::PackedFilters> packedWithNext;
 };
 
 /// One row of the model table. The arrays are constant data of the library.
@@ -74,6 +76,8 @@ extern std::mutex g_mutex;
 void init_parameters();
 
 namespace facedetectcnn {
+
+inline constexpr std::size_t kFirstHead = 16; ///< from here on two heads a branch: location, confidence
 
 /// Makes the bank of a table, in place of what it held. The stem, row 0, is laid out for the unfolded image.
 void buildBank(const std::array<ConvInfo, 24>& table, std::array<Filters, 24>* bank);

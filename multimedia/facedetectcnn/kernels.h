@@ -25,6 +25,12 @@ struct KernelFamily;
 bool convolution(const CDataBlob<unsigned char>& input, const Filters& filters,
                  CDataBlob<std::int32_t>* output);
 
+/// `convolution` by two layers of 3x3 filters that see the same input, in that order. Where `first` is packed
+/// with `second` both run as one, since the filters of both share blocks: 42 and 6 fill three, but four when
+/// each is by itself. False when either fails.
+bool convolutionPair(const CDataBlob<unsigned char>& input, const Filters& first, const Filters& second,
+                     CDataBlob<std::int32_t>* firstOutput, CDataBlob<std::int32_t>* secondOutput);
+
 /// The sums of `convolution` for filters and an output that fit.
 bool convolution1x1P0S1(const CDataBlob<unsigned char>& input, const Filters& filters,
                         CDataBlob<std::int32_t>* output);

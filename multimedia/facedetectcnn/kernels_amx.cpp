@@ -1,5 +1,5 @@
 #include "multimedia/facedetectcnn/amxspan.h"
-#include "multimedia/facedetectcnn/kernels_x86.h"
+#include "multimedia/facedetectcnn/kernels_avx512.h"
 
 /// @file
 /// AMX: tiles of 16 by 64 bytes. The register numbers are part of the instructions, hence the assembly: the
@@ -69,7 +69,7 @@ std::int32_t convolve(const ConvolutionSpan& span)
 
 } // namespace
 
-const KernelFamily kAmxKernels = {"amx",    AmxSpan<AmxTiles>::kBlocksAtOnce, convolve, requantise, poolRow,
-                                  unfoldRow};
+const KernelFamily kAmxKernels = {
+    "amx", AmxSpan<AmxTiles>::kBlocksAtOnce, convolve, requantise512, poolRow, unfoldRow};
 
 } // namespace facedetectcnn

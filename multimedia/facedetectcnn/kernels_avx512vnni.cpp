@@ -1,4 +1,4 @@
-#include "multimedia/facedetectcnn/kernels_x86.h"
+#include "multimedia/facedetectcnn/kernels_avx512.h"
 
 /// @file
 /// AVX-512 with VNNI: one instruction multiplies four bytes of input by four weights of 16 filters and adds
@@ -174,7 +174,7 @@ std::int32_t convolve(const ConvolutionSpan& span)
 
 } // namespace
 
-const KernelFamily kAvx512VnniKernels = {"avx512vnni", kBlocksAtOnce, convolve,
-                                         requantise,   poolRow,       unfoldRow};
+const KernelFamily kAvx512VnniKernels = {"avx512vnni",  kBlocksAtOnce, convolve,
+                                         requantise512, poolRow,       unfoldRow};
 
 } // namespace facedetectcnn

@@ -15,8 +15,6 @@ struct ImageSize
     std::int32_t height;
 };
 
-constexpr std::size_t kFirstHead = 16;
-
 Activation convolved(const Activation& input, std::size_t layer)
 {
     Activation output;
@@ -37,8 +35,7 @@ void runHeads(const Activation& source, std::size_t index, ImageSize image,
 {
     const std::size_t head = kFirstHead + 2 * index;
     const std::int32_t step = 8 << index;
-    convolution(source, g_pFilters[head], &branch->locations);
-    convolution(source, g_pFilters[head + 1], &branch->confidences);
+    convolutionPair(source, g_pFilters[head], g_pFilters[head + 1], &branch->locations, &branch->confidences);
     priorbox(source, image.width, image.height, step, static_cast<std::int32_t>(Sizes), sizes.data(),
              &branch->priors);
 }
