@@ -1,7 +1,9 @@
-// What playing costs beside the `ffmpeg` tool decoding the same file through the same filters, how soon a
-// local file sounds, and what a look into a file takes.
+// What playing costs, in processor time and in wake-ups, beside `mpv` and `ffplay` playing the same file and
+// beside the `ffmpeg` tool decoding it through the same filters; how soon a local file sounds, and what a
+// look into a file takes.
 //
-// Runs inside tests/rig/with-desktop. Both sides play in turn, several times; the ratio is of the medians.
+// Runs inside tests/rig/with-desktop. All sides take turns, several times; the ratios are of the medians. A
+// player plays two files, and what it takes to start is no part of the difference.
 
 #include "multimedia/audioplayer/audioplayer.h"
 
@@ -34,7 +36,15 @@ constexpr int kFiles = 200;
 std::atomic<Clock::rep> first_write = 0; ///< 0 until the sound server was given something
 QSemaphore closed;
 QString source;
+QString long_source;                                         ///< twice as long
 std::map<double, std::vector<double>> library_cpu, tool_cpu; ///< by speed, seconds per played second
+
+struct Cost
+{
+    std::vector<double> cpu;     ///< seconds per played second
+    std::vector<double> wakeups; ///< per played second
+};
+std::map<std::string, Cost> players; ///< at speed 1
 } // namespace
 
 /// Stands before the sound server's own function, which Qt's output calls.
@@ -49,12 +59,20 @@ extern "C" Q_DECL_EXPORT int pa_stream_write(pa_stream* stream, const void* data
 }
 
 namespace {
-double cpuSeconds(int who)
+struct Usage
+{
+    double cpu_s;
+    double wakeups; ///< what the system counts as leaving the processor of one's own accord
+
+    Usage operator-(const Usage& other) const { return {cpu_s - other.cpu_s, wakeups - other.wakeups}; }
+};
+
+Usage usageOf(int who)
 {
     rusage usage = {};
     getrusage(who, &usage);
     const auto seconds = [](const timeval& time) { return double(time.tv_sec) + double(time.tv_usec) / 1e6; };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    return {seconds(usage.ru_utime) + seconds(usage.ru_stime), double(usage.ru_nvcsw)};
 }
 
 double median(std::vector<double> values)
@@ -89,15 +107,27 @@ Clock::time_point play(const QString& path)
     return start;
 }
 
+void note(benchmark::State& state, const std::string& player, const Usage& of_source)
+{
+    Cost& cost = players[player];
+    cost.cpu.push_back(of_source.cpu_s / kSourceSeconds);
+    cost.wakeups.push_back(of_source.wakeups / kSourceSeconds);
+    state.counters["cpu_s_per_played_s"] = cost.cpu.back();
+    state.counters["wakeups_per_s"] = cost.wakeups.back();
+}
+
 void playing(benchmark::State& state, double speed)
 {
     AudioPlayer::instance()->setSpeed(speed);
     for ([[maybe_unused]] auto _ : state) {
-        const double before = cpuSeconds(RUSAGE_SELF);
+        const Usage before = usageOf(RUSAGE_SELF);
         play(source);
         closed.acquire();
-        library_cpu[speed].push_back((cpuSeconds(RUSAGE_SELF) - before) * speed / kSourceSeconds);
+        const Usage used = usageOf(RUSAGE_SELF) - before;
+        library_cpu[speed].push_back(used.cpu_s * speed / kSourceSeconds);
         state.counters["cpu_s_per_played_s"] = library_cpu[speed].back();
+        if (speed == 1.0)
+            note(state, "library", used);
     }
     AudioPlayer::instance()->setSpeed(1.0);
 }
@@ -105,13 +135,27 @@ void playing(benchmark::State& state, double speed)
 void tool(benchmark::State& state, double speed)
 {
     for ([[maybe_unused]] auto _ : state) {
-        const double before = cpuSeconds(RUSAGE_CHILDREN);
+        const Usage before = usageOf(RUSAGE_CHILDREN);
         const QString filters =
             QStringLiteral("aresample=44100,aformat=sample_fmts=s16:channel_layouts=stereo,atempo=%1")
                 .arg(speed);
         ffmpeg(state, {"-i", source, "-af", filters, "-f", "s16le", "/dev/null"});
-        tool_cpu[speed].push_back((cpuSeconds(RUSAGE_CHILDREN) - before) * speed / kSourceSeconds);
+        tool_cpu[speed].push_back((usageOf(RUSAGE_CHILDREN) - before).cpu_s * speed / kSourceSeconds);
         state.counters["cpu_s_per_played_s"] = tool_cpu[speed].back();
+    }
+}
+
+void otherPlayer(benchmark::State& state, const QString& program, const QStringList& options)
+{
+    const auto cost = [&](const QString& path) {
+        const Usage before = usageOf(RUSAGE_CHILDREN);
+        if (QProcess::execute(program, options + QStringList{path}) != 0)
+            state.SkipWithError("the player failed; is it installed?");
+        return usageOf(RUSAGE_CHILDREN) - before;
+    };
+    for ([[maybe_unused]] auto _ : state) {
+        const Usage once = cost(source);
+        note(state, program.toStdString(), cost(long_source) - once);
     }
 }
 
@@ -163,6 +207,10 @@ int main(int argc, char* argv[])
                           {"-v", "error", "-nostdin", "-f", "lavfi", "-i", sound, "-t",
                            QString::number(kSourceSeconds), "-b:a", "128k", source}) != 0)
         return 1;
+    long_source = folder.filePath(QStringLiteral("long.mp3"));
+    if (QProcess::execute(QStringLiteral("ffmpeg"), {"-v", "error", "-nostdin", "-stream_loop", "1", "-i",
+                                                     source, "-c", "copy", long_source}) != 0)
+        return 1;
 
     AudioPlayer::instance()->regCallBack(announce, &source);
     benchmark::RegisterBenchmark("first_sound", firstSound)
@@ -171,6 +219,15 @@ int main(int argc, char* argv[])
         ->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("audioFormat/200_files", inspection)->Unit(benchmark::kMillisecond);
     for (int round = 0; round < kRounds; ++round) {
+        for (const auto& [program, options] :
+             {std::pair(QStringLiteral("mpv"), QStringList{"--no-video", "--no-config", "--really-quiet"}),
+              {QStringLiteral("ffplay"), {"-nodisp", "-autoexit", "-v", "error"}}})
+            benchmark::RegisterBenchmark(("player/" + program).toLatin1(),
+                                         [program = program, options = options](benchmark::State& state) {
+                                             otherPlayer(state, program, options);
+                                         })
+                ->Iterations(1)
+                ->UseRealTime();
         for (const double speed : {1.0, 2.0}) {
             const std::string suffix = "/speed_" + std::to_string(int(speed));
             benchmark::RegisterBenchmark(("playing" + suffix).c_str(), playing, speed)
@@ -185,6 +242,11 @@ int main(int argc, char* argv[])
     for (const auto& [speed, cpu] : tool_cpu)
         std::printf("CPU seconds per played second at %.1f, medians: library %.4f, tool %.4f, ratio %.2f\n",
                     speed, median(library_cpu[speed]), median(cpu), median(library_cpu[speed]) / median(cpu));
+    for (const auto& [player, cost] : players)
+        std::printf("Playing by %s: CPU seconds per played second %.4f (library %.2f of that), wake-ups a "
+                    "second %.0f\n",
+                    player.c_str(), median(cost.cpu), median(players["library"].cpu) / median(cost.cpu),
+                    median(cost.wakeups));
     AudioPlayer::instance()->release();
     return 0;
 }

@@ -9,6 +9,8 @@
 #include <QtCore/QStringList>
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <utility>
 
 namespace multimedia {
@@ -18,7 +20,6 @@ std::atomic<std::chrono::milliseconds> g_readTimeout{std::chrono::seconds(20)};
 namespace {
 constexpr std::chrono::seconds kRetryPause(1);
 constexpr std::chrono::milliseconds kBusyPause(20);
-constexpr std::chrono::milliseconds kWritePause(5);
 constexpr int64_t kNearEndMs = 1000;
 constexpr int kLongFrameMs = 49; ///< a longer frame is reported on its own
 constexpr int kFramesPerProgress = 3;
@@ -31,8 +32,11 @@ QStringList sampleTexts(const AVFrame& frame)
     const int total = frame.nb_samples * channelCount(frame);
     QStringList texts;
     texts.reserve(total / 2);
-    for (int i = 0; i < total; i += 2)
-        texts.append(QString::number(values[i]));
+    std::array<char, 6> text{}; // as long as -32768
+    for (int i = 0; i < total; i += 2) {
+        const char* end = std::to_chars(text.begin(), text.end(), values[i]).ptr;
+        texts.append(QString::fromLatin1(text.data(), static_cast<int>(end - text.data())));
+    }
     return texts;
 }
 
@@ -371,8 +375,9 @@ bool Playback::writeFrame(const AVFrame& filtered)
         remaining -= written;
         if (remaining <= 0)
             break;
-        waitUnlessAsked(kWritePause);
         data += written;
+        if (const std::chrono::microseconds pause = output.untilRoom(); pause.count() > 0)
+            waitUnlessAsked(pause);
     }
     return true;
 }
