@@ -222,7 +222,7 @@ int main(int argc, char* argv[])
         for (const auto& [program, options] :
              {std::pair(QStringLiteral("mpv"), QStringList{"--no-video", "--no-config", "--really-quiet"}),
               {QStringLiteral("ffplay"), {"-nodisp", "-autoexit", "-v", "error"}}})
-            benchmark::RegisterBenchmark(("player/" + program).toLatin1(),
+            benchmark::RegisterBenchmark(("player/" + program).toLatin1().constData(),
                                          [program = program, options = options](benchmark::State& state) {
                                              otherPlayer(state, program, options);
                                          })

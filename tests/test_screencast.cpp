@@ -74,7 +74,7 @@ void TestScreencast::refusal_endsInWaiting_withoutFile()
     for (const auto& [mode, line] :
          {std::pair("cancel", "the user has cancelled the sharing of the screen"),
           {"denied", "the desktop has denied the sharing of the screen"},
-          {"dmabuf", "the desktop has offered no format that can be read in memory within 5 s"},
+          {"dmabuf", "the desktop has offered no format that can be read in memory"},
           {"", "this desktop has no portal that shares screens: "}}) {
         const InCase in_case(mode);
         std::unique_ptr<Stub> stub;
@@ -152,7 +152,7 @@ void TestScreencast::end_ofTheShare_keepsTheFile()
             stub.kill();
         }
         const QString file = recorder.end(true);
-        QVERIFY(clock.elapsed() < 5000);
+        QVERIFY2(clock.elapsed() < 5000, qPrintable(log.text()));
         QVERIFY(!file.isEmpty());
         QCOMPARE(mediacheck::decodeErrors(file), QString());
         QVERIFY(mediacheck::pictureTimes(file).back() > 0.5);

@@ -26,6 +26,8 @@ namespace {
 
 constexpr int kPixelBytes = 4;
 constexpr uint32_t kLargestSide = 16384;
+const char* const kNoLongerShared = "the desktop shares the screen no longer";
+const char* const kNoFormat = "the desktop has offered no format that can be read in memory";
 
 struct PixelFormat
 {
@@ -76,6 +78,7 @@ timespec toTimespec(int64_t duration_ns)
 struct PipeWireStream::Hooks
 {
     spa_hook core{};
+    spa_hook registry{};
     spa_hook stream{};
 };
 
@@ -88,6 +91,7 @@ struct PipeWireStream::Events
     {
         self(data).onError(id, code, message);
     }
+    static void globalRemoved(void* data, uint32_t id) { self(data).onRemoved(id); }
     static void stateChanged(void* data, pw_stream_state, pw_stream_state state, const char* error)
     {
         self(data).onState(state, error);
@@ -106,6 +110,13 @@ struct PipeWireStream::Events
         pw_core_events events{};
         events.version = PW_VERSION_CORE_EVENTS;
         events.error = error;
+        return events;
+    }
+    static pw_registry_events registry()
+    {
+        pw_registry_events events{};
+        events.version = PW_VERSION_REGISTRY_EVENTS;
+        events.global_remove = globalRemoved;
         return events;
     }
     static pw_stream_events stream()
@@ -144,6 +155,10 @@ PipeWireStream::~PipeWireStream()
         spa_hook_remove(&hooks->stream);
         pw_stream_destroy(stream);
     }
+    if (registry) {
+        spa_hook_remove(&hooks->registry);
+        pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
+    }
     if (core) {
         spa_hook_remove(&hooks->core);
         pw_core_disconnect(core);
@@ -180,12 +195,17 @@ void PipeWireStream::locked(const std::function<void()>& function)
 void PipeWireStream::connect(int descriptor, uint32_t node)
 {
     static const pw_core_events core_events = Events::core();
+    static const pw_registry_events registry_events = Events::registry();
     static const pw_stream_events stream_events = Events::stream();
     pw_thread_loop_lock(loop);
+    shared_node = node;
     setPatience(true);
     core = pw_context_connect_fd(context, descriptor, nullptr, 0);
     if (core) {
         pw_core_add_listener(core, &hooks->core, &core_events, this);
+        registry = pw_core_get_registry(core, PW_VERSION_REGISTRY, 0);
+        if (registry)
+            pw_registry_add_listener(registry, &hooks->registry, &registry_events, this);
         stream = pw_stream_new(core, "screen",
                                pw_properties_new(PW_KEY_MEDIA_TYPE, "Video", PW_KEY_MEDIA_CATEGORY, "Capture",
                                                  PW_KEY_MEDIA_ROLE, "Screen", nullptr));
@@ -243,14 +263,24 @@ void PipeWireStream::onError(uint32_t id, int code, const char* message)
         qCDebug(MultimediaCategoryLogging, "[screen]: %s", message);
 }
 
+/// PipeWire 1 leaves a stream paused whose node has gone.
+void PipeWireStream::onRemoved(uint32_t id)
+{
+    if (id == shared_node)
+        params.on_end(kNoLongerShared);
+}
+
 void PipeWireStream::onState(int state, const char* error)
 {
     qCDebug(MultimediaCategoryLogging, "[screen]: stream %s",
             pw_stream_state_as_string(pw_stream_state(state)));
-    if (state == PW_STREAM_STATE_ERROR)
-        params.on_end(std::string("the stream of the screen has failed: ") + (error ? error : ""));
+    const std::string reason = error ? error : "";
+    if (state == PW_STREAM_STATE_ERROR && !has_format && reason == "no more input formats") // PipeWire 1
+        params.on_end(kNoFormat);
+    else if (state == PW_STREAM_STATE_ERROR)
+        params.on_end("the stream of the screen has failed: " + reason);
     else if (state == PW_STREAM_STATE_UNCONNECTED && was_linked)
-        params.on_end("the desktop shares the screen no longer");
+        params.on_end(kNoLongerShared);
     was_linked = was_linked || state == PW_STREAM_STATE_STREAMING;
     // It pauses for a moment while the screen gets another mode.
     if (has_picture)
@@ -265,7 +295,7 @@ void PipeWireStream::onPatience()
     else if (has_format)
         params.on_end("no picture has come" + time);
     else
-        params.on_end("the desktop has offered no format that can be read in memory" + time);
+        params.on_end(kNoFormat + time);
 }
 
 void PipeWireStream::onFormat(const spa_pod* format)

@@ -10,6 +10,7 @@
 
 struct pw_context;
 struct pw_core;
+struct pw_registry;
 struct pw_stream;
 struct pw_thread_loop;
 struct spa_pod;
@@ -56,6 +57,7 @@ private:
     struct Hooks;
 
     void onError(uint32_t id, int code, const char* message);
+    void onRemoved(uint32_t id);
     void onState(int state, const char* error);
     void onFormat(const spa_pod* format);
     void onProcess();
@@ -68,12 +70,14 @@ private:
     pw_thread_loop* loop = nullptr;
     pw_context* context = nullptr;
     pw_core* core = nullptr;
+    pw_registry* registry = nullptr;
     pw_stream* stream = nullptr;
     spa_source* patience = nullptr;
     spa_source* alarm = nullptr;
     std::unique_ptr<Hooks> hooks;
 
     // The loop's thread only.
+    uint32_t shared_node = 0;
     QSize size; ///< of the pictures, by the present format
     int pixel_format = -1;
     bool has_format = false;
