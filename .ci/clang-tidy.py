@@ -16,6 +16,7 @@ import subprocess
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
+GCC_ONLY = {"-fschedule-insns", "-fsched-pressure"}  # clang takes no optimisation that it does not know
 CLEAN = pathlib.Path(os.environ.get("XDG_CACHE_HOME", pathlib.Path.home() / ".cache")) / "multimedia-clang-tidy"
 
 
@@ -64,6 +65,11 @@ def main():
     CLEAN.mkdir(parents=True, exist_ok=True)
     tracked = {ROOT / os.fsdecode(name) for name in output("git", "ls-files", "-z", cwd=ROOT).split(b"\0")}
     database = json.loads((build / "compile_commands.json").read_text(encoding="utf-8"))
+    for entry in database:
+        entry["command"] = shlex.join(word for word in shlex.split(entry["command"]) if word not in GCC_ONLY)
+    build = build / "clang"
+    build.mkdir(exist_ok=True)
+    (build / "compile_commands.json").write_text(json.dumps(database), encoding="utf-8")
     entries = {entry["file"]: entry for entry in database if pathlib.Path(entry["file"]) in tracked}
     missing = [str(path) for path in sorted(tracked) if path.suffix == ".cpp" and str(path) not in entries]
     if missing:

@@ -198,7 +198,7 @@ bool AudioRecorder::openRecordDev()
     if (!hasVisibleAudioInputDev(m_config->inputDevice(), info))
         return false;
     m_inputDevice = info;
-    m_inputCanVanish = info.preferredFormat().isValid();
+    m_inputPresence = multimedia::InputPresence(info);
     const QAudioFormat format = info.isFormatSupported(m_wanted) ? m_wanted : info.nearestFormat(m_wanted);
     m_audioInput = new QAudioInput(info, format, this);
     static const multimedia::ProcessEnd before_sound_goes([] {});
@@ -432,14 +432,13 @@ void AudioRecorder::clearData()
 
 /// Whether what the input delivers still is the sound of the device that was opened. When that one vanishes
 /// the sound server goes on with another.
-bool AudioRecorder::canGoOn() const
+bool AudioRecorder::canGoOn()
 {
     if (m_capture.size() > kMaxBytes || m_pcm.size() > kMaxBytes) {
         qWarning("the recording is too long");
         return false;
     }
-    // A vanished device has no preferred format any more. To list the devices would take too long here.
-    if (!m_inputCanVanish || m_inputDevice.preferredFormat().isValid())
+    if (m_inputPresence.isThere())
         return true;
     qWarning("audio input device %s is gone", qUtf8Printable(m_inputDevice.deviceName()));
     return false;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "multimedia/base/currentrequest.h"
+#include "multimedia/base/inputpresence.h"
 #include "multimedia/base/mediahandle.h"
 #include "multimedia/mediahandler/cmediaencode.h"
 #include "multimedia/mediahandler/cmediaoutput.h"
@@ -108,7 +109,7 @@ private:
 
     bool openRecordDev();
     void stopRecordDev();
-    bool canGoOn() const;
+    bool canGoOn();
     void openEncoder();
     void closeEncoder();
     void makeFrame(unsigned long long layout);
@@ -130,7 +131,7 @@ private:
 
     QAudioInput* m_audioInput = nullptr;
     QAudioDeviceInfo m_inputDevice; ///< that was opened
-    bool m_inputCanVanish = false;  ///< the system tells when `m_inputDevice` does
+    multimedia::InputPresence m_inputPresence;
     QByteArray m_capture;
     QByteArray m_pcm;
     QBuffer m_buffer;      ///< `m_capture` as the input's device

@@ -83,7 +83,7 @@ bool GetQaudio::openInput()
         warning("init", "error to find audio device");
         return false;
     }
-    device_can_vanish = device.preferredFormat().isValid();
+    presence = InputPresence(device);
     format = wantedFormat();
     if (!device.isFormatSupported(format)) {
         format = device.nearestFormat(format);
@@ -118,12 +118,6 @@ QAudioFormat GetQaudio::wantedFormat() const
     return wanted;
 }
 
-/// A vanished device has no preferred format any more. To list the devices would take too long here.
-bool GetQaudio::isOwnDevice() const
-{
-    return !device_can_vanish || device.preferredFormat().isValid();
-}
-
 void GetQaudio::run()
 {
     if (exit)
@@ -132,7 +126,7 @@ void GetQaudio::run()
         closeInput();
         return;
     }
-    if (!io || audio_input->error() == QAudio::FatalError || !isOwnDevice()) {
+    if (!io || audio_input->error() == QAudio::FatalError || !presence.isThere()) {
         warning("run", "audio device " + device.deviceName().toStdString() + " is gone");
         closeInput();
         return;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "multimedia/base/inputpresence.h"
 #include "multimedia/base/mediahandle.h"
 
 #include <QtCore/QByteArray>
@@ -63,7 +64,6 @@ private:
     QAudioFormat wantedFormat() const;
     bool openInput();
     void closeInput();
-    bool isOwnDevice() const;
     void run();
     bool fillFrame();
     bool makeFrame();
@@ -75,7 +75,7 @@ private:
     // On the object's own thread only.
     QTimer timer; ///< when to read; child of this object, so that it lives on the same thread
     QAudioDeviceInfo device;
-    bool device_can_vanish = false;
+    InputPresence presence;
     QAudioFormat format;
     QAudioInput* audio_input = nullptr; ///< child of this object
     QPointer<QIODevice> io;             ///< owned by `audio_input`, which may delete it
