@@ -1,3 +1,4 @@
+#include "multimedia/base/worker.h"
 #include "tests/support/colour.h"
 #include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
@@ -8,6 +9,8 @@
 #include "tests/support/soundcheck.h"
 #include "tests/support/testscreen.h"
 
+#include <QtCore/QSemaphore>
+#include <QtCore/QThreadPool>
 #include <QtTest/QtTest>
 
 #include <array>
@@ -402,13 +405,19 @@ void TestScreenRecord::setters_areRefused_whileProcessing()
         recorder.setRect({0, 0, 64, 64});
     }
     LogCapture log;
+    QSemaphore go; // until then the recorder's machine finds no thread
+    QThreadPool& pool = *multimedia::Worker::getThreadPool();
+    for (int i = 0; i < pool.maxThreadCount(); ++i)
+        pool.start([&go] { go.acquire(); });
     recorder.start();
     recorder.start();
-    QVERIFY(recorder.getState() != ScreenRecord::Waiting); // it runs soon
+    const ScreenRecord::State state = recorder.getState();
     recorder.setIsGif(false);
     recorder.setIsMute(false);
     recorder.setScreen(nullptr);
     recorder.setRect({});
+    go.release(pool.maxThreadCount());
+    QCOMPARE(state, ScreenRecord::Processing);
     QCOMPARE(log.count("is not valid"), 4);
     QVERIFY(recorder.getIsGif() && recorder.getIsMute() && recorder.getScreen() == screen);
     QCOMPARE(recorder.getRect(), QRect(0, 0, 64, 64));
