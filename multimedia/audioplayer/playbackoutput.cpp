@@ -1,6 +1,6 @@
 #include "multimedia/audioplayer/playbackoutput.h"
 
-#include "multimedia/base/processend.h"
+#include "multimedia/base/soundend.h"
 #include "multimedia/base/warning.h"
 #include "multimedia/devicemgr/audiodevice.h"
 
@@ -69,7 +69,7 @@ bool PlaybackOutput::initAudio()
     output = std::make_unique<QAudioOutput>(QAudioDeviceInfo::defaultOutputDevice(), outputFormat(), nullptr);
     output->setBufferSize(kBufferBytes);
     device = output->start();
-    static const ProcessEnd before_sound_goes([] {});
+    soundHasOpened();
     has_output = true;
     started = false;
     since_write.start();
@@ -90,6 +90,7 @@ void PlaybackOutput::close()
     device = nullptr;
     output->stop();
     output.reset();
+    soundHasClosed();
 }
 
 void PlaybackOutput::followDevice()

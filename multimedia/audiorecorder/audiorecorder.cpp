@@ -5,7 +5,7 @@
 #include "multimedia/audiorecorder/recordengine.h"
 #include "multimedia/audiorecorder/voicehandler.h"
 #include "multimedia/base/ffmpegversion.h"
-#include "multimedia/base/processend.h"
+#include "multimedia/base/soundend.h"
 #include "multimedia/devicemgr/permission.h"
 
 #include <QtCore/QtDebug>
@@ -201,7 +201,7 @@ bool AudioRecorder::openRecordDev()
     m_inputPresence = multimedia::InputPresence(info);
     const QAudioFormat format = info.isFormatSupported(m_wanted) ? m_wanted : info.nearestFormat(m_wanted);
     m_audioInput = new QAudioInput(info, format, this);
-    static const multimedia::ProcessEnd before_sound_goes([] {});
+    multimedia::soundHasOpened();
     m_buffer.setBuffer(&m_capture);
     if (!m_buffer.isOpen() && !m_buffer.open(QIODevice::ReadWrite | QIODevice::Truncate))
         return false;
@@ -215,6 +215,7 @@ void AudioRecorder::stopRecordDev()
     if (!input)
         return;
     input->stop();
+    multimedia::soundHasClosed();
     // Its destructor runs the event loop: the host must not get a word in amidst the end of a recording.
     input->deleteLater();
 }

@@ -1,6 +1,7 @@
 #include "multimedia/base/getqaudio.h"
 
 #include "multimedia/base/ffmpegversion.h"
+#include "multimedia/base/soundend.h"
 #include "multimedia/base/threadinfo.h"
 #include "multimedia/base/warning.h"
 
@@ -91,6 +92,7 @@ bool GetQaudio::openInput()
     }
     audio_input = new QAudioInput(device, format, this);
     io = audio_input->start();
+    soundHasOpened();
     if (!io)
         warning("init", "error to open audio device");
     return io;
@@ -102,8 +104,10 @@ void GetQaudio::closeInput()
 {
     timer.stop();
     io.clear();
-    if (audio_input)
-        audio_input->stop();
+    if (!audio_input)
+        return;
+    audio_input->stop();
+    soundHasClosed();
 }
 
 QAudioFormat GetQaudio::wantedFormat() const
