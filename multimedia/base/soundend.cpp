@@ -15,15 +15,19 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kAnswersTake(100);
 
 std::atomic<Clock::time_point> last_closed{Clock::time_point::min()};
+/// Never destroyed: it is called after the ends of those who close their devices then.
+std::atomic<ProcessEnd*> answers_come{nullptr};
 
 } // namespace
 
 void soundHasOpened()
 {
-    // Never destroyed: it is called after the ends of those who close their devices then.
-    static const ProcessEnd& answers_come =
-        *new ProcessEnd([] { std::this_thread::sleep_until(last_closed.load() + kAnswersTake); });
-    static_cast<void>(answers_come);
+    static const bool is_made = [] {
+        answers_come =
+            new ProcessEnd([] { std::this_thread::sleep_until(last_closed.load() + kAnswersTake); });
+        return true;
+    }();
+    static_cast<void>(is_made);
 }
 
 void soundHasClosed()
