@@ -1,4 +1,5 @@
 #include "bench/int8peak.h"
+#include "bench/median.h"
 #include "multimedia/facedetectcnn/facedetectcnn.h"
 #include "multimedia/facedetectcnn/filters.h"
 #include "multimedia/facedetectcnn/kernelchoice.h"
@@ -85,13 +86,6 @@ double microseconds(const std::function<void()>& work)
     const Clock::time_point start = Clock::now();
     work();
     return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
-}
-
-double median(std::vector<double> values)
-{
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
 }
 
 double peak()

@@ -4,6 +4,7 @@
 // run; each ratio is of the medians. The tool is a process that has to start; what that takes is told, and in
 // neither ratio hidden.
 
+#include "bench/median.h"
 #include "multimedia/gifhandler/gifhandler.h"
 
 #include <QtCore/QCoreApplication>
@@ -14,7 +15,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <vector>
@@ -29,12 +29,6 @@ bool runTool(const QStringList& arguments)
                              QStringList{QStringLiteral("-v"), QStringLiteral("error"),
                                          QStringLiteral("-nostdin"), QStringLiteral("-y")} +
                                  arguments) == 0;
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
 }
 
 double seconds(const std::function<bool()>& work, benchmark::State& state)

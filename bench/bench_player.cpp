@@ -5,6 +5,7 @@
 // Runs inside tests/rig/with-desktop. All sides take turns, several times; the ratios are of the medians. A
 // player plays two files, and what it takes to start is no part of the difference.
 
+#include "bench/median.h"
 #include "multimedia/audioplayer/audioplayer.h"
 
 #include <QtCore/QFile>
@@ -17,7 +18,6 @@
 #include <benchmark/benchmark.h>
 #include <pulse/stream.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -73,12 +73,6 @@ Usage usageOf(int who)
     getrusage(who, &usage);
     const auto seconds = [](const timeval& time) { return double(time.tv_sec) + double(time.tv_usec) / 1e6; };
     return {seconds(usage.ru_utime) + seconds(usage.ru_stime), double(usage.ru_nvcsw)};
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values.empty() ? 0 : values[values.size() / 2];
 }
 
 void ffmpeg(benchmark::State& state, const QStringList& arguments)

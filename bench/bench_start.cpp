@@ -3,6 +3,8 @@
 //
 // Runs inside tests/rig/with-desktop. Both hosts are processes of their own and take turns; medians are told.
 
+#include "bench/median.h"
+
 #include <QtCore/QFile>
 #include <QtCore/QLibrary>
 #include <QtCore/QProcess>
@@ -10,7 +12,6 @@
 #include <QtQml/QQmlApplicationEngine>
 #include <QtQuick/QQuickWindow>
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -100,11 +101,6 @@ int host(int argc, char* argv[])
     return QGuiApplication::exec();
 }
 
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
 } // namespace
 
 int main(int argc, char* argv[])

@@ -3,6 +3,7 @@
 // Both sides take turns in one run; each ratio is of the medians. The tool is a process that has to start:
 // what that takes is told, and in neither ratio hidden.
 
+#include "bench/median.h"
 #include "quillon/util.h"
 
 #include <QtCore/QCoreApplication>
@@ -13,7 +14,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
 #include <functional>
 #include <vector>
 
@@ -29,12 +29,6 @@ bool run(const QString& program, const QStringList& arguments)
     process.start(program, arguments);
     return process.waitForFinished() && process.exitStatus() == QProcess::NormalExit &&
            process.exitCode() == 0;
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
 }
 
 double milliseconds(const std::function<bool()>& work, benchmark::State& state)

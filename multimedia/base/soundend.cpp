@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <mutex>
 #include <thread>
 
 namespace multimedia {
@@ -22,12 +23,11 @@ std::atomic<ProcessEnd*> answers_come{nullptr};
 
 void soundHasOpened()
 {
-    static const bool is_made = [] {
+    static std::once_flag made;
+    std::call_once(made, [] {
         answers_come =
             new ProcessEnd([] { std::this_thread::sleep_until(last_closed.load() + kAnswersTake); });
-        return true;
-    }();
-    static_cast<void>(is_made);
+    });
 }
 
 void soundHasClosed()
