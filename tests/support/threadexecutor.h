@@ -2,6 +2,7 @@
 
 #include "multimedia/base/executor.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <list>
@@ -10,7 +11,7 @@
 #include <utility>
 
 /// An executor that Qt has no part in, so that ThreadSanitizer sees all of it. It has as many threads as
-/// tasks want to run at once; they live as long as the process.
+/// tasks want to run at once; one that has nothing to do ends, as those of Qt's pool do.
 class ThreadExecutor : public multimedia::Executor
 {
 public:
@@ -26,13 +27,17 @@ public:
     void reserveThread() override {}
 
 private:
+    static constexpr std::chrono::milliseconds kIdleTime{100};
+
     void work()
     {
         std::unique_lock lock(mutex);
         while (true) {
             ++idle;
-            changed.wait(lock, [this] { return !tasks.empty(); });
+            const bool is_wanted = changed.wait_for(lock, kIdleTime, [this] { return !tasks.empty(); });
             --idle;
+            if (!is_wanted)
+                return;
             const std::function<void()> task = std::move(tasks.front());
             tasks.pop_front();
             lock.unlock();
