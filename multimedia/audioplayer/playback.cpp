@@ -20,7 +20,6 @@ std::atomic<std::chrono::milliseconds> g_readTimeout{std::chrono::seconds(20)};
 namespace {
 constexpr std::chrono::seconds kRetryPause(1);
 constexpr std::chrono::milliseconds kBusyPause(20);
-constexpr std::chrono::milliseconds kWritePause(5);
 constexpr int64_t kNearEndMs = 1000;
 constexpr int kLongFrameMs = 49; ///< a longer frame is reported on its own
 constexpr int kFramesPerProgress = 3;
@@ -376,8 +375,9 @@ bool Playback::writeFrame(const AVFrame& filtered)
         remaining -= written;
         if (remaining <= 0)
             break;
-        waitUnlessAsked(kWritePause);
         data += written;
+        if (const std::chrono::microseconds pause = output.untilRoom(); pause.count() > 0)
+            waitUnlessAsked(pause);
     }
     return true;
 }

@@ -20,7 +20,9 @@ constexpr int kRateHz = 44100;
 constexpr int kChannels = 2;
 constexpr int kFrameBytes = kChannels * 2;
 constexpr int kBufferBytes = 40960; ///< about 232 ms
-constexpr int kDrainedBytes = 500;  ///< so little left to play counts as played
+constexpr int kPeriodsAwaited = 3;  ///< 60 ms, a quarter of the buffer
+constexpr std::chrono::milliseconds kWritePause(5);
+constexpr int kDrainedBytes = 500; ///< so little left to play counts as played
 constexpr int kDrainPolls = 50;
 constexpr std::chrono::milliseconds kDrainPause(20);
 /// A device that took nothing for so long, ten times its buffer, is lost.
@@ -115,6 +117,19 @@ bool PlaybackOutput::hasRoom()
     const int free = output->bytesFree();
     watchStart(free);
     return period > 0 && free >= period;
+}
+
+std::chrono::microseconds PlaybackOutput::untilRoom() const
+{
+    if (!ready)
+        return {};
+    const int period = output->periodSize();
+    const int free = output->bytesFree();
+    if (free >= period)
+        return {};
+    const std::chrono::milliseconds waited(since_write.elapsed());
+    return std::max<std::chrono::microseconds>(kWritePause,
+                                               playingTime(qint64{kPeriodsAwaited} * period - free) - waited);
 }
 
 qint64 PlaybackOutput::write(const char* data, qint64 size)

@@ -36,6 +36,10 @@ public:
     bool hasRoom();
     /// Writes at most a period; only after `hasRoom`. What was written, or -1.
     qint64 write(const char* data, qint64 size);
+    /// How long to wait before the next attempt: not at all while there is room, else until some periods
+    /// should have played, so that not each of them wakes the processor. A device that is late is looked at
+    /// often.
+    std::chrono::microseconds untilRoom() const;
     /// Tells how an attempt went: a device that takes nothing for long is given up.
     void watch(bool written);
     /// Plays out what was written, up to a second.
