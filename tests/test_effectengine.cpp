@@ -82,7 +82,6 @@ class TestEffectEngine : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void stream_isUnchanged_withoutEffect();
     void stream_keepsSecondChannel_ofThree();
     void pitchShifter_movesPitch_andKeepsDuration();
     void pitchShifter_staysInRange_onFullScale();
@@ -92,16 +91,6 @@ private Q_SLOTS:
     void engine_ends_whileTapWorks();
     void start_refuses_badStream();
 };
-
-void TestEffectEngine::stream_isUnchanged_withoutEffect()
-{
-    Samples input = soundcheck::vowel(kRate, 120, 1);
-    input[0] = -32768;
-    input[1] = 32767;
-    Run run(input, input.size());
-    QCOMPARE(run(1), input);
-    QVERIFY(run.same_channels);
-}
 
 void TestEffectEngine::stream_keepsSecondChannel_ofThree()
 {

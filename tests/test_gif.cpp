@@ -74,7 +74,8 @@ private Q_SLOTS:
 private:
     QString path(const QString& name) const { return folder->filePath(name); }
     QString write(const QString& name, const QByteArray& content) const;
-    QString shortGif() const { return write("in.gif", GifWriter(40, 30).greys(3, 5).finished()); }
+    /// It has no trailer, and needs none.
+    QString shortGif() const { return write("in.gif", GifWriter(40, 30).greys(3, 5).unfinished()); }
     /// A GIF that takes several seconds.
     QString longGif() const;
 

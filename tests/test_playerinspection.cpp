@@ -128,7 +128,7 @@ void TestPlayerInspection::getAlbumInfo_readsTags_thatAreThere()
 {
     const QVariantMap tags{
         {"Album", "Album 1"}, {"Name", QString::fromUtf8("Lied über Regen")}, {"Artist", "A & B"}};
-    for (const char* name : {"covered.mp3", "covered.flac", "covered.m4r"})
+    for (const char* name : {"covered.mp3", "covered.flac", "covered.m4r", "tagged.ogg", "tagged.opus"})
         QCOMPARE(AudioPlayer::getAlbumInfo(media(name)), tags);
     for (const char* name : {"plain.wav", "text.mp3"})
         QCOMPARE(AudioPlayer::getAlbumInfo(media(name)), QVariantMap());

@@ -80,12 +80,8 @@ private Q_SLOTS:
     void pictures_showNothingElse();
     void pictures_areNotWaitedFor();
     void crop_ofHugePhoto_needsNoMore();
-    void duration_isZero_whenUnknown();
-    void firstFrame_isMade_ofFewPictures();
     void firstFrame_isMade_whenAspectIsNone();
-    void tags_areFound_inOgg();
     void tag_isRefused_ofTooManyEntries();
-    void gif_needsNoTrailer();
     void results_areWhole_orAsBefore();
 
 private:
@@ -233,25 +229,6 @@ void TestStrangers::crop_ofHugePhoto_needsNoMore()
     QVERIFY2(memory.megabytes() < 100, qPrintable(QString::number(memory.megabytes())));
 }
 
-void TestStrangers::duration_isZero_whenUnknown()
-{
-    long long duration = -1;
-    QString format;
-    QSize size;
-    QVERIFY(VideoCapture::instance()->syncDecodeFormat(media("endless.h264"), duration, format, size));
-    QCOMPARE(duration, 0);
-}
-
-void TestStrangers::firstFrame_isMade_ofFewPictures()
-{
-    for (const char* name : {"one.mp4", "two.mp4"}) {
-        const QString image = path("few.png");
-        QVERIFY2(VideoCapture::instance()->syncDecodeCapture(media(name), image), name);
-        QCOMPARE(QImage(image).size(), QSize(160, 120));
-        QVERIFY(QFile::remove(image));
-    }
-}
-
 void TestStrangers::firstFrame_isMade_whenAspectIsNone()
 {
     AVFormatContext* context = nullptr;
@@ -265,13 +242,6 @@ void TestStrangers::firstFrame_isMade_whenAspectIsNone()
     avformat_close_input(&context);
 }
 
-void TestStrangers::tags_areFound_inOgg()
-{
-    for (const char* name : {"tagged.ogg", "tagged.opus"})
-        QCOMPARE(AudioPlayer::getAlbumInfo(media(name)),
-                 (QVariantMap{{"Album", "A"}, {"Name", "N"}, {"Artist", "B"}}));
-}
-
 /// FFmpeg compares each with all before it.
 void TestStrangers::tag_isRefused_ofTooManyEntries()
 {
@@ -282,13 +252,6 @@ void TestStrangers::tag_isRefused_ofTooManyEntries()
         const QString file = made("tag.mp3", tagOf(entry.repeated(count)) + sound());
         QCOMPARE(AudioPlayer::audioFormat(file, duration, format), count == 4000);
     }
-}
-
-void TestStrangers::gif_needsNoTrailer()
-{
-    const QString source = made("open.gif", GifWriter(40, 30).greys(3, 5).unfinished());
-    QVERIFY(GifHandler().compressGifSync("id", source, path("closed.gif"), 1, {}));
-    QCOMPARE(QImage(path("closed.gif")).size(), QSize(20, 15));
 }
 
 void TestStrangers::results_areWhole_orAsBefore()

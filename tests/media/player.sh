@@ -15,7 +15,7 @@ for name in plain.mp3 plain.aac plain.ogg plain.wav plain.flac plain.ac3 plain.w
     make -f lavfi -i "$(tone 1)" "$name"
 done
 make -f lavfi -i "$(tone 1)" -f ipod plain.m4r
-make -f lavfi -i "$(tone 1)" "${tags[@]}" tagged.ogg
+for kind in ogg opus; do make -f lavfi -i "$(tone 1)" "${tags[@]}" "tagged.$kind"; done
 make -f lavfi -i "$(tone 1)" -i cover.png -map 0 -map 1 -c:v copy -disposition:v attached_pic "${tags[@]}" covered.mp3
 make -f lavfi -i "$(tone 1)" -i cover.png -map 0 -map 1 -c:v copy -disposition:v attached_pic "${tags[@]}" covered.flac
 make -f lavfi -i "$(tone 1)" -i cover.png -map 0 -map 1 -c:v copy -disposition:v attached_pic "${tags[@]}" -f ipod covered.m4r

@@ -75,8 +75,6 @@ make -f lavfi -i color=black:s=16000x16000 -frames:v 1 -c:v flv huge.flv
 make -i silent.mp4 "${x264[@]}" -frames:v 1 one.mp4
 make -i silent.mp4 "${x264[@]}" -frames:v 2 two.mp4
 make -i sound.m4a plain.mp3
-make -i sound.m4a -metadata album=A -metadata title=N -metadata artist=B tagged.ogg
-make -i sound.m4a -metadata album=A -metadata title=N -metadata artist=B tagged.opus
 for kind in mp4 mkv; do make -i base.mp4 -t 2 -c:v copy -c:a mp3 "short.$kind"; done
 make -i base.avi -t 2 -c copy short.avi
 make -i base.mpg -t 2 -c copy short.mpg
