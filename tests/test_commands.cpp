@@ -61,7 +61,7 @@ struct Facade
 {
     std::vector<Command> commands;
     bool any_thread = false; ///< else all belong to the main thread
-    std::function<void()> rest;
+    std::function<void()> rest = [] {};
     std::function<bool()> rests = [] { return true; };
 };
 
@@ -285,7 +285,6 @@ Facade videoProvider()
                 provider->readVideoRotation(media("short.mp4"));
         },
     };
-    facade.rest = [] {};
     facade.rests = [pending] { return *pending == 0; };
     return facade;
 }
@@ -300,7 +299,6 @@ Facade devices()
         [manager](Dice&) { manager->audioOutputModel()->defaultDevice(); },
         [manager](Dice&) { manager->notifyAudioDeviceChangedObserver(); },
     };
-    facade.rest = [] {};
     return facade;
 }
 

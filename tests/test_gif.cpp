@@ -317,7 +317,6 @@ void TestGif::queue_runsInOrder_andRefusesAtOnce()
     const QString input = shortGif();
     const QString broken = write("broken.gif", "GIF89a");
     Handler handler;
-    Results& results = handler.results;
     handler.compressGif("a", input, path("a.gif"), 1, {});
     handler.compressGif("b", broken, path("b.gif"), 1, {});
     handler.compressGif("c", input, path("c.gif"), 0, {20, 15});
@@ -325,9 +324,9 @@ void TestGif::queue_runsInOrder_andRefusesAtOnce()
     handler.compressGif("", input, path("empty.gif"), 1, {});
     handler.compressGif("d", path("missing.gif"), path("d.gif"), 1, {});
     handler.compressGif("e", input, "", 1, {});
-    QCOMPARE(results, (Results{{"c", false}, {"", false}, {"d", false}, {"e", false}}));
-    results.clear();
-    QTRY_COMPARE(results, (Results{{"a", true}, {"b", false}, {"c", true}}));
+    QCOMPARE(handler.results, (Results{{"c", false}, {"", false}, {"d", false}, {"e", false}}));
+    handler.results.clear();
+    QTRY_COMPARE(handler.results, (Results{{"a", true}, {"b", false}, {"c", true}}));
     QVERIFY(!QFile::exists(path("twice.gif")));
     QCOMPARE(mediacheck::stream(mediacheck::probe(path("c.gif")), "video")["width"].toInt(), 20);
 
@@ -338,29 +337,28 @@ void TestGif::queue_runsInOrder_andRefusesAtOnce()
     ready->destFilePath = path("ready.mp4");
     ready->transcodeToMP4 = true;
     ready->sync = true;
-    results.clear();
+    handler.results.clear();
     handler.addCompressGif(nullptr);
     handler.addCompressGif(ready);
-    QTRY_COMPARE(results, (Results{{"a", true}}));
+    QTRY_COMPARE(handler.results, (Results{{"a", true}}));
     QVERIFY(QFileInfo(path("ready.mp4")).size() > 0);
 
     // Cancelled and given once more, it runs.
-    results.clear();
+    handler.results.clear();
     handler.addCompressGif(ready);
     handler.cancelCompressGif("a");
-    QTRY_COMPARE(results, (Results{{"a", false}}));
+    QTRY_COMPARE(handler.results, (Results{{"a", false}}));
     handler.addCompressGif(ready);
-    QTRY_COMPARE(results, (Results{{"a", false}, {"a", true}}));
+    QTRY_COMPARE(handler.results, (Results{{"a", false}, {"a", true}}));
 }
 
 void TestGif::batch_readsItsMaps()
 {
     const QString input = shortGif();
     Handler handler;
-    Results& results = handler.results;
     handler.compressBatchGifs({});
     handler.compressBatchGifs(QVariantList());
-    QCOMPARE(results.size(), 0);
+    QCOMPARE(handler.results.size(), 0);
     handler.compressBatchGifs(QVariantList{
         QVariantMap{{"compressId", "half"},
                     {"srcFilePath", input},
@@ -372,7 +370,7 @@ void TestGif::batch_readsItsMaps()
                     {"destFilePath", path("sized.gif")},
                     {"targetSize", QSize(80, 60)}},
         QVariantMap{{"srcFilePath", input}}, 7});
-    QTRY_COMPARE(results,
+    QTRY_COMPARE(handler.results,
                  (Results{{"", false}, {"", false}, {"half", true}, {"whole", true}, {"sized", true}}));
     const auto width = [this](const char* name) {
         return mediacheck::stream(mediacheck::probe(path(name)), "video")["width"].toInt();
@@ -387,7 +385,6 @@ void TestGif::cancel_endsTheHead_andDropsTheWaiting()
     const QString input = shortGif();
     const QString endless = longGif();
     Handler handler;
-    Results& results = handler.results;
     handler.cancelCompressGif("nothing");
     handler.compressGif("head", endless, path("head.gif"), 1, {});
     handler.compressGif("waiting", input, path("waiting.gif"), 1, {});
@@ -397,9 +394,9 @@ void TestGif::cancel_endsTheHead_andDropsTheWaiting()
     handler.cancelBatchGifs({"waiting", "also waiting", "unknown"});
     QTRY_VERIFY(isUnderWay(folder->path()));
     handler.cancelCompressGif("head");
-    QTRY_COMPARE(results, (Results{{"head", false}}));
+    QTRY_COMPARE(handler.results, (Results{{"head", false}}));
     handler.cancelCompressGif("next"); // posted, and perhaps not begun
-    QTRY_COMPARE(results, (Results{{"head", false}, {"next", false}, {"last", true}}));
+    QTRY_COMPARE(handler.results, (Results{{"head", false}, {"next", false}, {"last", true}}));
     QCOMPARE(QDir(folder->path()).entryList(QDir::Files | QDir::Hidden),
              (QStringList{"in.gif", "last.gif", "long.gif"}));
 }
@@ -410,7 +407,6 @@ void TestGif::cancelAll_keepsOldResultsFromNewRequests()
     const QString broken = write("broken.gif", "GIF89a");
     const QString endless = longGif();
     Handler handler;
-    Results& results = handler.results;
     handler.cancelAllCompressGifs();
     // Cancelled while it runs, before it has begun, and when its result is already on the way.
     handler.compressGif("runs", endless, path("runs.gif"), 1, {});
@@ -422,23 +418,23 @@ void TestGif::cancelAll_keepsOldResultsFromNewRequests()
     handler.compressGif("result on its way", input, path("way.gif"), 1, {});
     LogCapture log;
     handler.compressGif("fails", broken, path("fails.gif"), 1, {});
-    QTRY_COMPARE(results, (Results{{"result on its way", true}, {"fails", false}}));
+    QTRY_COMPARE(handler.results, (Results{{"result on its way", true}, {"fails", false}}));
 
-    results.clear();
+    handler.results.clear();
     handler.compressGif("done", broken, path("done.gif"), 1, {});
     // No events are handled here, so the result stays where it is.
     while (log.count("open input failure") < 2)
         QThread::yieldCurrentThread();
     handler.cancelAllCompressGifs();
     handler.compressGif("done", input, path("done.gif"), 1, {});
-    QTRY_COMPARE(results, (Results{{"done", true}}));
+    QTRY_COMPARE(handler.results, (Results{{"done", true}}));
 
     // What somebody else tells of the head is not told again of the next one.
-    results.clear();
+    handler.results.clear();
     handler.compressGif("told", broken, path("told.gif"), 1, {});
     handler.compressGif("next", input, path("next.gif"), 1, {});
     handler.slotCompressResult(true);
-    QTRY_COMPARE(results, (Results{{"told", true}, {"next", true}}));
+    QTRY_COMPARE(handler.results, (Results{{"told", true}, {"next", true}}));
 }
 
 void TestGif::report_mayChangeTheQueue()

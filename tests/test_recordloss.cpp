@@ -1,9 +1,9 @@
+#include "tests/support/files.h"
 #include "tests/support/filmclock.h"
 #include "tests/support/fulldisk.h"
 #include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
-#include "tests/support/paths.h"
 #include "tests/support/recorder.h"
 #include "tests/support/soundcheck.h"
 #include "tests/support/soundserver.h"
@@ -24,15 +24,12 @@ constexpr QRect kPart(0, 0, 640, 360);
 /// Types of the boxes at the top of an MP4, in order.
 QByteArray boxes(const QString& path)
 {
-    QFile file(path);
-    file.open(QIODevice::ReadOnly);
+    const QByteArray file = contentOf(path);
     QByteArray types;
     for (qint64 at = 0; at + 8 <= file.size();) {
-        file.seek(at);
-        const QByteArray head = file.read(8);
-        types += head.mid(4) + ' ';
-        const auto size = qFromBigEndian<quint32>(head.constData());
-        at += std::max<quint32>(size, 8);
+        const char* box = file.constData() + at;
+        types += QByteArray(box + 4, 4) + ' ';
+        at += std::max<quint32>(qFromBigEndian<quint32>(box), 8);
     }
     return types;
 }
@@ -62,9 +59,6 @@ struct Host
 
     void start(const QString& home, const QString& end, const QStringList& before = {})
     {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("TMPDIR", folder.path());
-        process.setProcessEnvironment(environment);
         QStringList command = before + QStringList{"env", "TMPDIR=" + folder.path(), kRecordHost, home, end};
         process.setStandardErrorFile(QProcess::nullDevice());
         process.start(command.takeFirst(), command);

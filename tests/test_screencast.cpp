@@ -1,8 +1,8 @@
 #include "tests/support/colour.h"
+#include "tests/support/files.h"
 #include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/mediacheck.h"
-#include "tests/support/paths.h"
 #include "tests/support/program.h"
 #include "tests/support/recorder.h"
 
@@ -33,19 +33,8 @@ QString tokenFile()
 /// Of the one screen.
 QString keptToken()
 {
-    QFile file(tokenFile());
-    const bool is_there = file.open(QIODevice::ReadOnly);
-    const QJsonObject tokens = is_there ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
+    const QJsonObject tokens = QJsonDocument::fromJson(contentOf(tokenFile())).object();
     return tokens.isEmpty() ? QString() : tokens.begin().value().toString();
-}
-
-void keepToken(const QString& token)
-{
-    const QFileInfo info(tokenFile());
-    QDir().mkpath(info.path());
-    QFile file(info.filePath());
-    file.open(QIODevice::WriteOnly);
-    file.write(QJsonDocument(QJsonObject{{QGuiApplication::primaryScreen()->name(), token}}).toJson());
 }
 
 } // namespace
@@ -243,14 +232,11 @@ void TestScreencast::token_isReplaced_andDropped()
     QVERIFY(record());
     QVERIFY(!QUuid(keptToken()).isNull());
     QVERIFY(keptToken() != first);
-    keepToken("what the portal does not know"); // the stub refuses it, and asks again
+    const QJsonObject unknown{{QGuiApplication::primaryScreen()->name(), QStringLiteral("not the portal's")}};
+    writeFile(tokenFile(), QJsonDocument(unknown).toJson()); // the stub refuses it, and asks again
     QVERIFY(record());
     QVERIFY(!QUuid(keptToken()).isNull());
-    {
-        QFile broken(tokenFile());
-        broken.open(QIODevice::WriteOnly);
-        broken.write("{ no JSON");
-    }
+    writeFile(tokenFile(), "{ no JSON");
     QVERIFY(record());
     QVERIFY(!QUuid(keptToken()).isNull());
 }

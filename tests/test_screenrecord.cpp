@@ -93,14 +93,9 @@ private Q_SLOTS:
 
 private:
     void change(ScreenRecord& recorder, void (ScreenRecord::*command)(), ScreenRecord::State end);
-    /// Path of the recording; the time that passed between start and stop is `recorded_s` afterwards.
-    QString record(Recorder& recorder, int duration_ms);
-    /// Lets time pass, and adds it to `recorded_s`.
-    void flow(int duration_ms);
 
     std::unique_ptr<TestScreen> picture;
     std::unique_ptr<Program> tone;
-    double recorded_s = 0;
 };
 
 void TestScreenRecord::initTestCase()
@@ -132,36 +127,18 @@ void TestScreenRecord::change(ScreenRecord& recorder, void (ScreenRecord::*comma
     QCOMPARE(recorder.getState(), end);
 }
 
-void TestScreenRecord::flow(int duration_ms)
-{
-    QElapsedTimer clock;
-    clock.start();
-    QTest::qWait(duration_ms);
-    recorded_s += double(clock.elapsed()) / 1000;
-}
-
-QString TestScreenRecord::record(Recorder& recorder, int duration_ms)
-{
-    QCoreApplication::sendPostedEvents(&recorder); // of a recording before this one
-    const int before = recorder.finished.size();
-    recorded_s = 0;
-    change(recorder, &ScreenRecord::start, ScreenRecord::Running);
-    flow(duration_ms);
-    change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
-    return recorder.finished.size() == before + 1 ? recorder.finished.back()[0].toString() : QString();
-}
-
 void TestScreenRecord::record_keepsPictureAndSound()
 {
     Recorder recorder({0, 0, 1920, 1080});
-    const QString file = record(recorder, 10'000);
+    const QString file = recorder.record(10'000);
     QCOMPARE(file, recorder.getFile());
     QCOMPARE(QFileInfo(file).absolutePath(), QDir::tempPath());
     QCOMPARE(QFileInfo(file).completeBaseName().size(), 32);
 
     QCOMPARE(mediacheck::decodeErrors(file), QString());
     const QJsonObject probed = mediacheck::probe(file);
-    QVERIFY(std::abs(mediacheck::seconds(probed["format"].toObject()) - recorded_s) < kLengthError_s);
+    QVERIFY(std::abs(mediacheck::seconds(probed["format"].toObject()) - recorder.recorded_s) <
+            kLengthError_s);
     const QJsonObject video = mediacheck::stream(probed, "video");
     QCOMPARE(video["codec_name"].toString(), QStringLiteral("h264"));
     QCOMPARE(video["pix_fmt"].toString(), QStringLiteral("yuv420p"));
@@ -171,7 +148,7 @@ void TestScreenRecord::record_keepsPictureAndSound()
     QCOMPARE(audio["codec_name"].toString(), QStringLiteral("aac"));
     QCOMPARE(audio["sample_rate"].toString(), QString("44100"));
     QCOMPARE(audio["channels"].toInt(), 2);
-    QVERIFY(std::abs(mediacheck::seconds(audio) - recorded_s) < kLengthError_s);
+    QVERIFY(std::abs(mediacheck::seconds(audio) - recorder.recorded_s) < kLengthError_s);
 
     const int frames = video["nb_read_frames"].toString().toInt();
     const int distinct = mediacheck::distinctFrames(file);
@@ -191,15 +168,19 @@ void TestScreenRecord::record_keepsPictureAndSound()
 void TestScreenRecord::pause_cutsTimeOut_andEndsTheSound()
 {
     Recorder recorder({0, 0, 640, 360});
-    change(recorder, &ScreenRecord::start, ScreenRecord::Running);
-    recorded_s = 0;
-    flow(2000);
-    change(recorder, &ScreenRecord::pause, ScreenRecord::Pausing);
+    double recorded_s = 0;
+    const auto run = [&] {
+        change(recorder, &ScreenRecord::start, ScreenRecord::Running);
+        QElapsedTimer clock;
+        clock.start();
+        QTest::qWait(2000);
+        recorded_s += double(clock.elapsed()) / 1000;
+        change(recorder, &ScreenRecord::pause, ScreenRecord::Pausing);
+    };
+    run();
     const double until_pause_s = recorded_s;
     QTest::qWait(1500); // long against what the comparison below forgives
-    change(recorder, &ScreenRecord::start, ScreenRecord::Running);
-    flow(2000);
-    change(recorder, &ScreenRecord::pause, ScreenRecord::Pausing);
+    run();
     change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
     const QString file = recorder.getFile();
     QCOMPARE(mediacheck::decodeErrors(file), QString());
@@ -213,7 +194,7 @@ void TestScreenRecord::pause_cutsTimeOut_andEndsTheSound()
 void TestScreenRecord::record_takesOddRectangle_withoutSound_whenMute()
 {
     Recorder recorder({300, 200, 101, 77}, true);
-    const QString file = record(recorder, 500);
+    const QString file = recorder.record(500);
     QCOMPARE(mediacheck::decodeErrors(file), QString());
     QVERIFY(mediacheck::stream(mediacheck::probe(file), "audio").isEmpty());
     const QImage shot = mediacheck::frameAt(file, 5);
@@ -226,7 +207,7 @@ void TestScreenRecord::record_writesGif_withoutSound()
 {
     Recorder recorder({64, 800, 320, 240}); // the moving rows are in it
     recorder.setIsGif(true);
-    const QString file = record(recorder, 2000);
+    const QString file = recorder.record(2000);
     QVERIFY(file.endsWith(".gif"));
     QCOMPARE(mediacheck::decodeErrors(file), QString());
     const QJsonObject probed = mediacheck::probe(file);
@@ -234,7 +215,8 @@ void TestScreenRecord::record_writesGif_withoutSound()
     QCOMPARE(video["codec_name"].toString(), QStringLiteral("gif"));
     QCOMPARE(video["r_frame_rate"].toString(), QStringLiteral("10/1"));
     QVERIFY(mediacheck::stream(probed, "audio").isEmpty());
-    QVERIFY(std::abs(mediacheck::seconds(probed["format"].toObject()) - recorded_s) < kLengthError_s);
+    QVERIFY(std::abs(mediacheck::seconds(probed["format"].toObject()) - recorder.recorded_s) <
+            kLengthError_s);
     QVERIFY(mediacheck::distinctFrames(file) >= 2);
     QVERIFY(!recorder.getIsMute());
 }
@@ -296,7 +278,7 @@ void TestScreenRecord::record_endsAtOnce_whenNothingCanCome()
         // The next recording is not the worse for it.
         recorder.setScreen(QGuiApplication::primaryScreen());
         recorder.setRect({0, 0, 320, 180});
-        QCOMPARE(mediacheck::decodeErrors(record(recorder, 300)), QString());
+        QCOMPARE(mediacheck::decodeErrors(recorder.record(300)), QString());
     }
 }
 
@@ -305,7 +287,7 @@ void TestScreenRecord::record_keepsColours()
     ColourCard card;
     QVERIFY(QTest::qWaitForWindowExposed(&card));
     Recorder recorder(card.geometry(), true);
-    const QString file = record(recorder, 1000);
+    const QString file = recorder.record(1000);
     const QJsonObject video = mediacheck::stream(mediacheck::probe(file), "video");
     for (const char* tag : {"color_space", "color_primaries", "color_transfer"})
         QCOMPARE(video[tag].toString(), QStringLiteral("bt709"));
@@ -370,12 +352,12 @@ void TestScreenRecord::commands_takenBack_endWhereTheyBegan()
 void TestScreenRecord::pause_beforeTheStart_keepsNoEarlierSound()
 {
     Recorder recorder({0, 0, 64, 64});
-    record(recorder, 500); // whatever it leaves behind must not outlive it
+    recorder.record(500); // whatever it leaves behind must not outlive it
     change(recorder, &ScreenRecord::pause, ScreenRecord::Pausing);
     QTest::qWait(1500); // the microphone hears the tone, and is not kept
     tone.reset();
     QTest::qWait(500);
-    const QString file = record(recorder, 1000);
+    const QString file = recorder.record(1000);
     QVERIFY(soundcheck::rms(mediacheck::decodeAudio(file, 44100)) < 1);
     tone = playTone(kTone_hz);
     QCOMPARE(mediacheck::decodeErrors(file), QString());
@@ -383,7 +365,7 @@ void TestScreenRecord::pause_beforeTheStart_keepsNoEarlierSound()
     for (const char* kind : {"video", "audio"}) {
         const QJsonObject track = mediacheck::stream(probed, kind);
         QVERIFY(std::abs(track["start_time"].toString().toDouble()) < 0.03);
-        QVERIFY2(std::abs(mediacheck::seconds(track) - recorded_s) < kLengthError_s,
+        QVERIFY2(std::abs(mediacheck::seconds(track) - recorder.recorded_s) < kLengthError_s,
                  qPrintable(QStringLiteral("%1: %2").arg(kind).arg(mediacheck::seconds(track))));
     }
 }
@@ -453,7 +435,7 @@ void TestScreenRecord::commands_fromManyThreads_endConsistently()
     QTRY_VERIFY_WITH_TIMEOUT(recorder.getState() != ScreenRecord::Processing, kStepTimeout_ms);
     if (recorder.getState() != ScreenRecord::Waiting)
         change(recorder, &ScreenRecord::stop, ScreenRecord::Waiting);
-    QCOMPARE(mediacheck::decodeErrors(record(recorder, 300)), QString());
+    QCOMPARE(mediacheck::decodeErrors(recorder.record(300)), QString());
 }
 
 void TestScreenRecord::cycles_leaveNothingBehind()
@@ -490,7 +472,7 @@ void TestScreenRecord::record_findsSecondScreen()
     for (int i = 0; i < 2; ++i) {
         Recorder recorder({200, 100, 640, 360}, true);
         recorder.setScreen(screens[i]);
-        const QImage shot = mediacheck::frameAt(record(recorder, 500), 5);
+        const QImage shot = mediacheck::frameAt(recorder.record(500), 5);
         QCOMPARE(shot.size(), QSize(640, 360));
         for (const QPoint at : {QPoint(10, 10), QPoint(400, 200), QPoint(630, 350)})
             QVERIFY(isNear(shot.pixelColor(at), TestScreen::colourAt(i, 200 + at.x(), 100 + at.y())));
@@ -503,7 +485,7 @@ void TestScreenRecord::record_isSilent_withoutMicrophone()
         QSKIP("needs a desktop without sound");
     Recorder recorder({0, 0, 320, 180});
     QSignalSpy mute(&recorder, &ScreenRecord::isMuteChanged);
-    const QString file = record(recorder, 500);
+    const QString file = recorder.record(500);
     QVERIFY(recorder.getIsMute());
     QCOMPARE(mute.size(), 0);
     QCOMPARE(mediacheck::decodeErrors(file), QString());
@@ -515,7 +497,7 @@ void TestScreenRecord::record_takesDevicePixels()
     if (QGuiApplication::primaryScreen()->devicePixelRatio() != 2)
         QSKIP("needs two device pixels to a logical one");
     Recorder recorder({100, 50, 320, 180}, true);
-    const QImage shot = mediacheck::frameAt(record(recorder, 500), 5);
+    const QImage shot = mediacheck::frameAt(recorder.record(500), 5);
     QCOMPARE(shot.size(), QSize(640, 360));
     for (const QPoint at : {QPoint(5, 5), QPoint(300, 170)})
         QVERIFY(isNear(shot.pixelColor(2 * at), TestScreen::colourAt(0, 100 + at.x(), 50 + at.y())));

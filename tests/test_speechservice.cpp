@@ -5,6 +5,7 @@
 #include "tests/support/incase.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/row.h"
+#include "tests/support/soundcheck.h"
 #include "tests/support/speechlistener.h"
 
 extern "C" {
@@ -47,15 +48,6 @@ std::unique_ptr<SpeechService> makeService(const QString& engine)
 std::string spoken(const std::string& name)
 {
     return std::string(kMediaFolder) + "/" TEST_MEDIA "/" + name;
-}
-
-/// The mono 16-bit samples of a WAV file made by FFmpeg at 16 kHz.
-std::vector<std::int16_t> samplesOf(const char* name)
-{
-    constexpr int kHeader = 78;
-    const QByteArray bytes = contentOf(media(name)).mid(kHeader);
-    const auto* first = reinterpret_cast<const std::int16_t*>(bytes.constData());
-    return {first, first + bytes.size() / 2};
 }
 
 template<typename Sample>
@@ -148,7 +140,7 @@ void TestSpeechService::file_isUnderstood()
 
 void TestSpeechService::buffer_isUnderstood()
 {
-    const auto mono = samplesOf("food.wav");
+    const auto mono = soundcheck::samplesOf(contentOf(media("food.wav")).mid(78)); // FFmpeg's header
     QVERIFY(mono.size() > 16000);
     std::vector<PcmAudio> audios = {pcm<std::int16_t>(mono, PcmAudio::Format::Int16, 1, 1),
                                     pcm<std::int32_t>(mono, PcmAudio::Format::Int32, 65536, 2),

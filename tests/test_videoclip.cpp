@@ -1,6 +1,7 @@
 #include "multimedia/videoeditor/videoclipthread.h"
 #include "multimedia/videoeditor/videoeditor.h"
 #include "tests/support/files.h"
+#include "tests/support/filmclock.h"
 #include "tests/support/incase.h"
 #include "tests/support/mediacheck.h"
 #include "tests/support/row.h"
@@ -54,25 +55,6 @@ int clipSync(const QString& source, const QString& target, qlonglong start_ms, q
     QSignalSpy finished(&thread, &VideoClipThread::clipFinish);
     thread.startClip(source, target, start_ms, end_ms, true);
     return finished.size() == 1 ? finished.first().at(1).toInt() : -1;
-}
-
-/// When the first beep begins that has silence before it, in seconds.
-double firstBeep(const QString& path)
-{
-    constexpr int kRate = 48000;
-    constexpr int kLoud = 3000;
-    int silent_samples = 0;
-    int index = 0;
-    for (const int16_t sample : mediacheck::decodeAudio(path, kRate)) {
-        if (std::abs(sample) < kLoud)
-            ++silent_samples;
-        else if (silent_samples > kRate / 4)
-            return double(index) / kRate;
-        else
-            silent_samples = 0;
-        ++index;
-    }
-    return -1;
 }
 
 /// Clips stop before they write a packet, while it is closed.
@@ -210,8 +192,10 @@ void TestVideoClip::clip_copiesSpan()
         return;
     const auto times = mediacheck::pictureTimes(path);
     QCOMPARE(times.size(), lumas.size());
-    const double beep = firstBeep(path);
-    const auto shown = size_t(std::upper_bound(times.begin(), times.end(), beep) - times.begin());
+    const auto beeps = filmclock::beeps(path);
+    const auto beep = std::find_if(beeps.begin(), beeps.end(), [](double at_s) { return at_s > 0.25; });
+    QVERIFY(beep != beeps.end());
+    const auto shown = size_t(std::upper_bound(times.begin(), times.end(), *beep) - times.begin());
     QVERIFY(shown > 0);
     const int picture = lumas[shown - 1] - kFirstLuma;
     const double off_by = std::remainder(double(picture), kPictures_per_s) / kPictures_per_s;

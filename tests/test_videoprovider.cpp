@@ -42,10 +42,8 @@ public:
 
 void killChildren()
 {
-    QFile children(QStringLiteral("/proc/self/task/%1/children").arg(QCoreApplication::applicationPid()));
-    if (!children.open(QIODevice::ReadOnly))
-        return;
-    for (const QByteArray& pid : children.readAll().split(' ')) {
+    const auto path = QStringLiteral("/proc/self/task/%1/children").arg(QCoreApplication::applicationPid());
+    for (const QByteArray& pid : contentOf(path).split(' ')) {
         if (pid.toInt() > 0)
             kill(pid.toInt(), SIGKILL);
     }

@@ -45,22 +45,6 @@ std::vector<Picture> pictures(const QString& recording)
     return moving;
 }
 
-std::vector<double> beeps(const QString& recording)
-{
-    const auto samples = mediacheck::decodeAudio(recording, kSampleRate);
-    std::vector<double> onsets;
-    double last_loud_s = -1;
-    for (size_t i = 0; i < samples.size(); ++i) {
-        if (std::abs(samples[i]) < kLoud)
-            continue;
-        const double at_s = double(i) / kSampleRate;
-        if (at_s - last_loud_s > kQuiet_s)
-            onsets.push_back(at_s);
-        last_loud_s = at_s;
-    }
-    return onsets;
-}
-
 } // namespace
 
 void Player::operator()(QProcess* process) const
@@ -96,6 +80,22 @@ std::vector<int> codes(const QString& recording, double pixel_ratio)
         shown.push_back(code);
     }
     return shown;
+}
+
+std::vector<double> beeps(const QString& recording)
+{
+    const auto samples = mediacheck::decodeAudio(recording, kSampleRate);
+    std::vector<double> onsets;
+    double last_loud_s = -1;
+    for (size_t i = 0; i < samples.size(); ++i) {
+        if (std::abs(samples[i]) < kLoud)
+            continue;
+        const double at_s = double(i) / kSampleRate;
+        if (at_s - last_loud_s > kQuiet_s)
+            onsets.push_back(at_s);
+        last_loud_s = at_s;
+    }
+    return onsets;
 }
 
 std::vector<Offset> offsets(const QString& recording)

@@ -33,6 +33,9 @@ PlayerPtr play();
 /// @param pixel_ratio  of the screen
 std::vector<int> codes(const QString& recording, double pixel_ratio = 1);
 
+/// When each beep begins, in seconds; the first one may have been cut.
+std::vector<double> beeps(const QString& recording);
+
 /// One entry for each beep near which the picture moves. The recording begins at the corner of the screen.
 std::vector<Offset> offsets(const QString& recording);
 

@@ -1,12 +1,12 @@
 #include "tests/support/mediacheck.h"
 
+#include "tests/support/soundcheck.h"
+
 #include <QtCore/QJsonArray>
 #include <QtCore/QJsonDocument>
 #include <QtCore/QProcess>
 #include <QtCore/QSet>
 #include <QtTest/QtTest>
-
-#include <cstring>
 
 namespace mediacheck {
 
@@ -105,11 +105,8 @@ std::vector<double> pictureTimes(const QString& path)
 
 std::vector<int16_t> decodeAudio(const QString& path, int sample_rate)
 {
-    const QByteArray bytes =
-        converted(path, {"-vn", "-ac", "1", "-ar", QString::number(sample_rate), "-f", "s16le"});
-    std::vector<int16_t> samples(size_t(bytes.size()) / sizeof(int16_t));
-    std::memcpy(samples.data(), bytes.constData(), samples.size() * sizeof(int16_t));
-    return samples;
+    return soundcheck::samplesOf(
+        converted(path, {"-vn", "-ac", "1", "-ar", QString::number(sample_rate), "-f", "s16le"}));
 }
 
 } // namespace mediacheck

@@ -13,12 +13,6 @@ inline qint64 memoryOf(const QByteArray& field)
     return text.mid(begin, text.indexOf("kB", begin) - begin).trimmed().toLongLong() * 1024;
 }
 
-/// The most address space that the process ever had.
-inline qint64 peakBytes()
-{
-    return memoryOf("VmPeak");
-}
-
 /// How many threads ("task") or open files ("fd") the process has.
 inline int countOf(const char* kind)
 {
