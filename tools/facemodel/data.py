@@ -9,16 +9,21 @@ from pathlib import Path
 import cv2
 import numpy as np
 
+import boxes
+
 # How often a source is drawn from, for pictures that show faces.
 SOURCE_WEIGHT = {
     "ilc": 6.0, "maskon": 5.0, "karan": 3.0, "covered": 3.0, "mtfl": 2.5, "udacity": 2.0, "utk": 2.0, "rwmfd": 2.0, "pose": 2.0, "wider": 1.6,
-    "f8k": 1.6, "bikes": 1.6, "imnet": 0.8, "bwface": 0.8, "bsds": 0.7, "street": 0.6,
+    "f8k": 1.6, "bikes": 1.6, "imnet": 0.8, "bwface": 0.8, "bsds": 0.7, "street": 0.6, "catdog": 0.1,
 }
 # How often a whole photo with several faces is drawn from a source.
 CROWD_WEIGHT = {
     "ilc": 5.0, "maskon": 4.5, "karan": 3.5, "wider": 2.5, "bikes": 2.5, "f8k": 2.0, "covered": 2.0, "rwmfd": 1.5, "pose": 1.5, "bsds": 1.0,
     "street": 1.0, "imnet": 0.7, "bwface": 0.5,
 }
+CORRECTIONS = Path(__file__).parent / "corrections.jsonl"
+SEEN = ("face", "ignored", "nothing")
+REPLACED = 0.5  # overlap above which a correction speaks of a label, and not of a face beside it
 LARGEST_EMPTY_PICTURE = 320  # pixels of the long side: pictures without faces serve as backgrounds only
 SMALLEST_FACE = 8.0  # pixels; a smaller face is neither face nor background
 LARGEST_FED = 480  # pixels of the long side: the library shrinks a larger picture
@@ -61,13 +66,45 @@ class Photo:
         return self
 
     @property
+    def name(self):
+        """source/file, as corrections call it."""
+        return f"{self.source}/{'/'.join(self.path.parts[-2:])}"
+
+    @property
     def wanted(self):
         return [face for face in self.faces if not face.ignored]
 
 
+def corrections():
+    """{photo's name: [(box, one of SEEN)]}: what a review of the labels saw."""
+    return {entry.pop("file"): [(np.array([x, y, x + w, y + h], np.float32), what) for what in entry for x, y, w, h in entry[what]]
+            for entry in map(json.loads, CORRECTIONS.read_text().splitlines())}
+
+
+def keep_corrections(seen):
+    """Writes what corrections() reads."""
+    lines = []
+    for name in sorted(name for name in seen if seen[name]):
+        entry = {"file": name}
+        for box, what in seen[name]:
+            entry.setdefault(what, []).append([round(float(value), 1) for value in (*box[:2], *(box[2:] - box[:2]))])
+        lines.append(json.dumps(entry, separators=(",", ":")) + "\n")
+    CORRECTIONS.write_text("".join(lines))
+
+
+def corrected(faces, correction):
+    """A picture's labels with what the review saw in place of those labels that it overlaps by more than half."""
+    if not correction:
+        return faces
+    seen = np.array([box for box, _ in correction])
+    kept = [face for face in faces if boxes.overlaps(face.box[None], seen).max() <= REPLACED]
+    return kept + [Face(box, None, what == "ignored") for box, what in correction if what != "nothing"]
+
+
 def load(folder, split):
-    """{source: [Photo]} of one split ("train" or "val") of the unpacked sources under folder."""
+    """{source: [Photo]} of one split ("train" or "val") of the unpacked sources under folder, with the corrections to their labels."""
     sources = {}
+    seen = corrections()
     for labels in sorted(Path(folder).glob("*/labels.jsonl")):
         photos = []
         for line in labels.read_text().splitlines():
@@ -79,7 +116,9 @@ def load(folder, split):
                 x, y, w, h = face["box"]
                 points = None if face["lm"] is None else np.array(face["lm"], np.float32).reshape(5, 2)
                 faces.append(Face(np.array([x, y, x + w, y + h], np.float32), points, bool(face["ignore"]), face.get("cls", "")))
-            photos.append(Photo(labels.parent.name, labels.parent / entry["file"], faces, origin=entry.get("src", "")))
+            photo = Photo(labels.parent.name, labels.parent / entry["file"], faces, origin=entry.get("src", ""))
+            photo.faces = corrected(faces, seen.get(photo.name))
+            photos.append(photo)
         if photos:
             sources[labels.parent.name] = photos
     return sources

@@ -7,6 +7,7 @@ import random
 import subprocess
 import tempfile
 import unittest
+import unittest.mock
 from pathlib import Path
 
 import cv2
@@ -20,6 +21,7 @@ import integer
 import judge
 import metrics
 import quantise
+import review
 import train
 from net import Net
 
@@ -105,6 +107,32 @@ class LookingOver(unittest.TestCase):
         self.assertEqual(look([face], (0.99, beside)), ((1, 1, 0), [True, True], 0))  # a label in the hair
         self.assertEqual(look([face], (0.99, face), (0.5, beside)), ((0, 0, 0), [False], 0))
         self.assertEqual(look([], (0.99, away)), ((0, 0, 1), [], 1))  # no people: whatever it says, it is none
+
+
+class Reviewing(unittest.TestCase):
+    def test_takes_what_was_seen_into_the_labels(self):
+        def ltwh(box):
+            return [float(v) for v in (*box[:2], *(box[2:] - box[:2]))]
+
+        labelled, aside, hand, loose, away = (square(x, 50, 40) for x in (50, 150, 250, 350, 450))
+        better, ear, double, unclear = square(358, 55, 28), square(65, 50, 12), square(52, 60, 40), square(450, 150, 30)
+        questions = [(1, away), (2, aside), (3, hand), (4, ear), (5, double), (6, unclear), (7, square(550, 50, 30))]
+        with tempfile.TemporaryDirectory() as name, unittest.mock.patch.object(data, "CORRECTIONS", Path(name) / "corrections.jsonl"):
+            folder, out = Path(name) / "some", Path(name) / "out"
+            folder.mkdir()
+            out.mkdir()
+            data.CORRECTIONS.write_text("")
+            faces = [{"box": ltwh(box), "lm": None, "ignore": box is aside or box is hand} for box in (labelled, aside, hand, loose)]
+            (folder / "labels.jsonl").write_text(json.dumps({"file": "img/a.jpg", "split": "train", "faces": faces}))
+            asked = [{"file": "some/img/a.jpg", "source": "some", "number": n, "box": box.tolist()} for n, box in questions]
+            asked.append({"file": "some/img/a.jpg", "label": loose.tolist(), "box": better.tolist()})
+            (out / "questions.jsonl").write_text("\n".join(map(json.dumps, asked)))
+            (out / "some-00.txt").write_text("face: 1 2 5\nignored: 4 6\nnothing: 3\n")
+            review.take(data.load(name, "train"), out)
+            after, = data.load(name, "train")["some"]
+        # An ear and a second box on a labelled face stay background, whatever was said of them.
+        self.assertEqual({(*ltwh(face.box), face.ignored) for face in after.faces},
+                         {(*ltwh(labelled), False), (*ltwh(better), False), (*ltwh(away), False), (*ltwh(aside), False), (*ltwh(unclear), True)})
 
 
 class Composing(unittest.TestCase):
