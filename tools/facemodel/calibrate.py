@@ -26,6 +26,7 @@ import metrics
 from quantise import SIZES, Calibration
 
 LEAST_ODDS = -3.1  # of a face before calibration; lower ones never pass
+MOST_ODDS = 7.6  # flatter than this, too little of the confidence head is left to round
 MOST_FALSE = 1 / 20  # patches a picture without faces
 MOST_IN_A_SWARM = 4  # so many are counted of one picture where a single one must not decide
 MARGIN = 0.01  # below the blur's bar, for what must stay clean
@@ -89,7 +90,7 @@ def worth(pictures, passing, sure):
     """What a calibration is worth: (the smaller the better, a line that says so)."""
     slope = math.log(19) / (sure - passing)
     shift = -slope * passing
-    large = unblurred = empty = patches = swarms = filled = single = dirty = 0
+    large = unblurred = peopled = beside = empty = patches = swarms = filled = single = dirty = 0
     recall = {sizes: [0, 0] for sizes in judge.SIZES}
     total = metrics.Tally()
     for scene in pictures:
@@ -107,6 +108,8 @@ def worth(pictures, passing, sure):
         if not scene.faces:
             false = np.count_nonzero(scores > bar)
             empty, patches, swarms = empty + 1, patches + false, swarms + min(false, MOST_IN_A_SWARM)
+        else:
+            peopled, beside = peopled + 1, beside + judge.false_patches(scene.faces, scores, found)
         for face, score in zip(scene.faces, best):
             if score is None:
                 continue
@@ -119,11 +122,11 @@ def worth(pictures, passing, sure):
                 unblurred += score <= bar
     share, precision = 100 * unblurred / large, total.average_precision()
     found = [some / max(every, 1) for some, every in recall.values()]
-    cost = (share + 80 * max(0, swarms / empty - 0.6 * MOST_FALSE) + 60 * max(0, patches / empty - MOST_FALSE) + 6 * patches / empty
-            + 100 * max(0, 0.984 - single / max(filled, 1)) + 10 * dirty
+    cost = (share + 80 * max(0, swarms / empty - 0.6 * MOST_FALSE) + 60 * max(0, patches / empty - MOST_FALSE)
+            + 6 * patches / empty + 6 * beside / peopled + 100 * max(0, 0.99 - single / max(filled, 1)) + 10 * dirty
             + 25 * max(0, 0.66 - found[0]) + 30 * max(0, 0.84 - found[1]) + 60 * max(0, 0.937 - found[2]) - 20 * precision)
-    return cost, (f"unblurred {share:.2f} %, {patches} false patches in {empty} pictures, {dirty} in clean ones, one box {single / max(filled, 1):.3f}, "
-                  f"AP {precision:.3f}, found by size " + " ".join(f"{value:.3f}" for value in found))
+    return cost, (f"unblurred {share:.2f} %, {patches} false patches in {empty} pictures, {beside} in {peopled} with faces, {dirty} in clean ones, "
+                  f"one box {single / max(filled, 1):.3f}, AP {precision:.3f}, found by size " + " ".join(f"{value:.3f}" for value in found))
 
 
 def search(cost_of, passing, sure, minutes, seed):
@@ -135,7 +138,7 @@ def search(cost_of, passing, sure, minutes, seed):
         low, high = here[1].copy(), here[2].copy()
         for place in random.integers(0, 2 * len(SIZES), random.integers(1, 4)):
             (low if place < len(SIZES) else high)[place % len(SIZES)] += random.normal(0, 0.1 + 0.4 * (1 - progress))
-        if (high - low < SMALLEST_GAP).any() or (low < LEAST_ODDS).any():
+        if (high - low < SMALLEST_GAP).any() or (low < LEAST_ODDS).any() or (high > MOST_ODDS).any():
             continue
         cost = cost_of(low, high)
         if cost < here[0] or random.random() < math.exp((here[0] - cost) / (0.15 * (1 - progress) + 1e-3)):
