@@ -144,6 +144,15 @@ def decode(coded, prior):
     return np.concatenate([centre - half, centre + half], 1), points
 
 
+def apart(box, overlap=0.3):
+    """Which of the boxes, best first, overlap none of those kept before them."""
+    kept = []
+    for i in range(len(box)):
+        if not kept or overlaps(box[i:i + 1], box[kept]).max() <= overlap:
+            kept.append(i)
+    return kept
+
+
 def detections(coded, score, width, height, threshold=0.5, overlap=0.3, top=1000, keep=100):
     """Faces of one picture by the library's rules: (scores, boxes clipped to the picture, landmarks), best first."""
     prior = priors(width, height)
@@ -151,9 +160,5 @@ def detections(coded, score, width, height, threshold=0.5, overlap=0.3, top=1000
     candidates = candidates[np.argsort(-score[candidates], kind="stable")][:top]
     box, points = decode(coded[candidates], prior[candidates])
     box = np.stack([np.maximum(box[:, 0], 0), np.maximum(box[:, 1], 0), np.minimum(box[:, 2], width), np.minimum(box[:, 3], height)], 1)
-    kept = []
-    for i in range(len(candidates)):
-        if not kept or overlaps(box[i:i + 1], box[kept]).max() <= overlap:
-            kept.append(i)
-    kept = kept[:keep]
+    kept = apart(box, overlap)[:keep]
     return score[candidates[kept]], box[kept], points[kept]

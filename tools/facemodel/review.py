@@ -11,8 +11,8 @@ yellow. Who looks at a sheet writes beside it OUT/SOURCE-00.txt, with the number
     ignored: 5 9       neither a clear yes nor a clear no; the box fits badly; a drawing, a statue
     nothing: 1 2       surely none; what stands in no line stays as it was
 
-The second form takes the answers into corrections.jsonl, which data.load() reads. Labels whose face a network finds surely, mirrored too,
-in a box that fits them badly are moved there without being asked about.
+The second form takes the answers into corrections.jsonl, which data.load() reads. In photos for training, labels whose face a network
+finds surely, mirrored too, in a box that fits them badly are moved there without being asked about; those for validation judge the network.
 """
 
 import argparse
@@ -33,6 +33,7 @@ from train import HARDLY_THE_SAME, SURE, detect
 
 LIKELY = 0.25  # the score, in the best view, from which a box is asked about
 MOVED_FROM = 0.15  # overlap below which a detection is not the label's face
+SAME = 0.6  # overlap from which the mirror image shows the same box
 ABUTTING = 0.2  # overlap from which an answer "face" may mean the labelled face beside it
 PART = 0.4  # share of a box in a labelled face, from which on it is the detector's mistake whatever it shows
 LARGEST_DOUBLED = 650  # pixels of the long side
@@ -76,12 +77,9 @@ def look(net, photos):
 def unlabelled(photo, views):
     """The best of the boxes found in any view that lie on no label."""
     scores, found = (np.concatenate(parts) for parts in zip(*views))
+    best_first = found[np.argsort(-scores)]
     labels = np.array([face.box for face in photo.faces], np.float32).reshape(-1, 4)
-    kept = np.empty((0, 4), np.float32)
-    for i in np.argsort(-scores):
-        if boxes.overlaps(found[i:i + 1], kept).max(initial=0) <= 0.3:
-            kept = np.r_[kept, found[i:i + 1]]
-    return [box for box in kept if boxes.overlaps(box[None], labels).max(initial=0) < HARDLY_THE_SAME]
+    return [box for box in best_first[boxes.apart(best_first)] if boxes.overlaps(box[None], labels).max(initial=0) < HARDLY_THE_SAME]
 
 
 def centred(a, b):
@@ -99,7 +97,7 @@ def moved(photo, views):
             continue
         for score, box, near, all_near in zip(scores, found, nearness, overlap):
             again = boxes.overlaps(box[None], mirrored)[0] * (mirrored_scores > SURE)
-            if score > SURE and near > MOVED_FROM and near == all_near.max() and centred(box, face.box) and again.max(initial=0) > 0.6:
+            if score > SURE and near > MOVED_FROM and near == all_near.max() and centred(box, face.box) and again.max(initial=0) > SAME:
                 yield face.box, (box + mirrored[again.argmax()]) / 2
                 break
 
@@ -126,8 +124,8 @@ def draw_sheets(out, source, questions):
         cv2.imwrite(str(out / f"{source}-{sheet:02d}.png"), page)
 
 
-def ask(net, sources, out):
-    """Draws the sheets; questions.jsonl keeps which crop shows what, and the labels moved."""
+def ask(net, sources, out, moving):
+    """Draws the sheets; questions.jsonl keeps which crop shows what, and the labels moved, if any may be."""
     seen = data.corrections()
     with open(out / "questions.jsonl", "w") as journal:
         for source, photos in sources.items():
@@ -139,7 +137,7 @@ def ask(net, sources, out):
                 aside = [face.box for face in photo.faces if face.ignored and face.size >= SMALLEST_ASKED
                          and boxes.overlaps(face.box[None], answered).max(initial=0) <= data.REPLACED]
                 questions += [(photo, box) for box in itertools.chain(unlabelled(photo, views), aside)]
-                for label, box in moved(photo, views):
+                for label, box in moved(photo, views) if moving else ():
                     journal.write(json.dumps({"file": photo.name, "label": label.tolist(), "box": box.tolist()}) + "\n")
             for number, (photo, box) in enumerate(questions):
                 journal.write(json.dumps({"file": photo.name, "source": source, "number": number, "box": box.tolist()}) + "\n")
@@ -159,13 +157,15 @@ def answers(out):
 
 
 def take(sources, out):
-    """Adds the answers to the corrections."""
+    """Adds the answers to the corrections; once, however often it is called."""
     photos = {photo.name: photo for photo in itertools.chain(*sources.values())}
     seen = collections.defaultdict(list, data.corrections())
     given = answers(out)
     for question in map(json.loads, (out / "questions.jsonl").read_text().splitlines()):
         photo, box = photos[question["file"]], np.array(question["box"], np.float32)
         seen_here = seen[photo.name]
+        if boxes.overlaps(box[None], np.array([other for other, _ in seen_here], np.float32).reshape(-1, 4)).max(initial=0) > data.REPLACED:
+            continue
         if "label" in question:
             seen_here += [(box, "face"), (np.array(question["label"], np.float32), "nothing")]
             continue
@@ -193,7 +193,7 @@ def main():
     arguments.out.mkdir(parents=True, exist_ok=True)
     net = Net(normalised=False)
     net.load_state_dict(torch.load(arguments.float))
-    ask(net.eval().to(memory_format=torch.channels_last), sources, arguments.out)
+    ask(net.eval().to(memory_format=torch.channels_last), sources, arguments.out, moving=arguments.split == "train")
 
 
 if __name__ == "__main__":

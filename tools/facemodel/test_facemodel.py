@@ -129,6 +129,9 @@ class Reviewing(unittest.TestCase):
             (out / "questions.jsonl").write_text("\n".join(map(json.dumps, asked)))
             (out / "some-00.txt").write_text("face: 1 2 5\nignored: 4 6\nnothing: 3\n")
             review.take(data.load(name, "train"), out)
+            once = data.CORRECTIONS.read_text()
+            review.take(data.load(name, "train"), out)
+            self.assertEqual(data.CORRECTIONS.read_text(), once)
             after, = data.load(name, "train")["some"]
         # An ear and a second box on a labelled face stay background, whatever was said of them.
         self.assertEqual({(*ltwh(face.box), face.ignored) for face in after.faces},
