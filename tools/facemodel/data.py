@@ -27,6 +27,7 @@ REPLACED = 0.5  # overlap above which a correction speaks of a label, and not of
 LARGEST_EMPTY_PICTURE = 320  # pixels of the long side: pictures without faces serve as backgrounds only
 SMALLEST_FACE = 8.0  # pixels; a smaller face is neither face nor background
 LARGEST_FED = 480  # pixels of the long side: the library shrinks a larger picture
+HARD_SHARE = 0.2  # of the faces drawn, where a network has looked
 LARGE_FACE = 100.0  # pixels; from here on a face may be blown up until it fills a picture
 MIRRORED_LANDMARKS = [1, 0, 2, 4, 3]
 
@@ -51,6 +52,7 @@ class Photo:
     faces: list = field(default_factory=list)
     _pixels: np.ndarray | None = None
     mistakes: list = field(default_factory=list)  # what a network took for faces: shown more often
+    hard: list = field(default_factory=list)  # the faces that it hardly found: likewise
     origin: str = ""  # where the source says that it was taken from
 
     def pixels(self):
@@ -155,10 +157,16 @@ class Composer:
         self.large = [photos for photos in large if photos]
         self.large_weights = [math.sqrt(len(photos)) for photos in self.large]
         self.mistaken = [photo for photos in sources.values() for photo in photos if photo.mistakes]
+        self.hard = [photo for photos in sources.values() for photo in photos if photo.hard]
         self.small = [photo for photos in self.by_source for photo in photos if max(photo.pixels().shape[:2]) <= 200]
 
-    def photo(self):
-        return random.choice(random.choices(self.by_source, self.weights)[0])
+    def draw(self, groups, weights):
+        """A photo of the groups, or a hard one, and which of its faces to show."""
+        if self.hard and random.random() < HARD_SHARE:
+            photo = random.choice(self.hard)
+            return photo, random.choice(photo.hard)
+        photo = random.choice(random.choices(groups, weights)[0])
+        return photo, random.choice(photo.wanted)
 
     def background(self, canvas, rect):
         """Fill rect (x0, y0, x1, y1) with a piece of a picture without faces."""
@@ -178,7 +186,8 @@ class Composer:
 
         cut is the chance that the face may stand across the border of rect.
         """
-        photo = photo or self.photo()
+        if photo is None:
+            photo, shown = self.draw(self.by_source, self.weights)
         face = shown or random.choice(photo.wanted)
         # Blown up too far, a face teaches blur.
         largest = max(smallest, min(largest, face.size * (3.0 if face.size < LARGE_FACE else 4.0)))
@@ -195,12 +204,12 @@ class Composer:
         self.place(canvas, faces, rect, photo, (face.box[:2] + face.box[2:]) / 2, size / face.size, angle,
                    np.array([centre(rect[0], rect[2]), centre(rect[1], rect[3])]), random.random() < 0.5)
 
-    def put_whole(self, canvas, faces, photo):
+    def put_whole(self, canvas, faces, photo, shown):
         """Draw a photo as large as the library sees it or somewhat smaller, as much of it as there is room for around one of its faces."""
         room = np.array(canvas.shape[1::-1], float)
         length = np.array(photo.pixels().shape[1::-1], float)
         scale = min(1, LARGEST_FED / length.max()) * random.uniform(*random.choices(((0.85, 1.2), (0.5, 0.85)), (0.65, 0.35))[0])
-        face = random.choice(photo.wanted).box.reshape(2, 2).mean(0)
+        face = shown.box.reshape(2, 2).mean(0)
         if mirrored := random.random() < 0.5:
             face[0] = length[0] - face[0]
         spare = room - length * scale
@@ -271,7 +280,7 @@ class Composer:
         height, width = canvas.shape[:2]
         self.background(canvas, (0, 0, width, height))
         short = min(height, width)
-        photo = random.choice(random.choices(self.large, self.large_weights)[0]) if short > 200 else self.photo()
+        photo = random.choice(random.choices(self.large, self.large_weights)[0]) if short > 200 else None
         self.put(canvas, faces, (0, 0, width, height), short * 0.5, max(height, width) * 1.0, photo)
 
     def mosaic(self, canvas, faces):
@@ -298,16 +307,16 @@ class Composer:
     def crowd(self, canvas, faces):
         height, width = canvas.shape[:2]
         self.background(canvas, (0, 0, width, height))
-        photo = random.choice(random.choices(self.crowds, self.crowd_weights)[0])
+        photo, shown = self.draw(self.crowds, self.crowd_weights)
         if self.plain:
-            self.put_whole(canvas, faces, photo)
+            self.put_whole(canvas, faces, photo, shown)
         elif random.random() < 0.7:
             # The whole photo, about as large as the picture, so that its faces keep the size they have in life.
             ratio = max(width, height) / max(photo.pixels().shape[:2]) * random.uniform(0.8, 1.4)
-            size = random.choice(photo.wanted).size * ratio
-            self.put(canvas, faces, (0, 0, width, height), max(8, size * 0.8), max(10, size * 1.2), photo)
+            size = shown.size * ratio
+            self.put(canvas, faces, (0, 0, width, height), max(8, size * 0.8), max(10, size * 1.2), photo, shown)
         else:
-            self.put(canvas, faces, (0, 0, width, height), 10, min(height, width) * 0.5, photo)
+            self.put(canvas, faces, (0, 0, width, height), 10, min(height, width) * 0.5, photo, shown)
 
     def scattered(self, canvas, faces):
         height, width = canvas.shape[:2]

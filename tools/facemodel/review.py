@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Has the labels reviewed by eye: what a network takes for faces where no label is, and boxes that a source sets aside.
+"""Has the labels reviewed by eye: what a network takes for faces where no label is, labels where it sees none, and boxes set aside.
 
     review.py DATA OUT --float float.pt [--split val]
     review.py DATA OUT
@@ -7,12 +7,13 @@
 The first form draws contact sheets, OUT/SOURCE-00.png and on: the box in question green, faces labelled already blue, boxes set aside
 yellow. Who looks at a sheet writes beside it OUT/SOURCE-00.txt, with the numbers of the crops:
 
-    face: 3 4 17       the face of a person, and the box fits it
+    face: 3 4 17       the face of a person, and the box fits it; of a label (green with no blue beneath): it is right
     ignored: 5 9       neither a clear yes nor a clear no; the box fits badly; a drawing, a statue
     nothing: 1 2       surely none; what stands in no line stays as it was
 
-The second form takes the answers into corrections.jsonl, which data.load() reads. In photos for training, labels whose face a network
-finds surely, mirrored too, in a box that fits them badly are moved there without being asked about; those for validation judge the network.
+The second form takes the answers into corrections.jsonl, which data.load() reads. In photos for training, labels are asked about where
+the network sees nothing, and those whose face it finds surely, mirrored too, in a box that fits them badly are moved there without being
+asked about; labels of photos for validation judge the network and stay.
 """
 
 import argparse
@@ -37,7 +38,8 @@ SAME = 0.6  # overlap from which the mirror image shows the same box
 ABUTTING = 0.2  # overlap from which an answer "face" may mean the labelled face beside it
 PART = 0.4  # share of a box in a labelled face, from which on it is the detector's mistake whatever it shows
 LARGEST_DOUBLED = 650  # pixels of the long side
-SMALLEST_ASKED = 9.5  # pixels
+SMALLEST_ASKED = 9.5  # pixels, of a box set aside
+SMALLEST_OVERLOOKED = 16.0  # pixels, of a label
 COLUMNS, ROWS, CROP, CAPTION = 10, 8, 126, 15
 
 
@@ -82,6 +84,13 @@ def unlabelled(photo, views):
     return [box for box in best_first[boxes.apart(best_first)] if boxes.overlaps(box[None], labels).max(initial=0) < HARDLY_THE_SAME]
 
 
+def overlooked(photo, views):
+    """The labels that were found in no view, not even by a box beside the face."""
+    found = np.concatenate([boxes_found for _, boxes_found in views])
+    return [face.box for face in photo.wanted
+            if face.size >= SMALLEST_OVERLOOKED and boxes.overlaps(face.box[None], found).max(initial=0) < HARDLY_THE_SAME]
+
+
 def centred(a, b):
     """Whether the middle of each box lies in the other."""
     return all((one[:2] < (other[:2] + other[2:]) / 2).all() and ((other[:2] + other[2:]) / 2 < one[2:]).all() for one, other in ((a, b), (b, a)))
@@ -124,20 +133,21 @@ def draw_sheets(out, source, questions):
         cv2.imwrite(str(out / f"{source}-{sheet:02d}.png"), page)
 
 
-def ask(net, sources, out, moving):
-    """Draws the sheets; questions.jsonl keeps which crop shows what, and the labels moved, if any may be."""
+def ask(net, sources, out, doubting):
+    """Draws the sheets; questions.jsonl keeps which crop shows what, and where labels may be doubted those that were moved."""
     seen = data.corrections()
     with open(out / "questions.jsonl", "w") as journal:
         for source, photos in sources.items():
-            if not any(photo.faces for photo in photos):
-                continue
             questions = []
             for photo, views in look(net, photos):
                 answered = np.array([box for box, _ in seen.get(photo.name, [])], np.float32).reshape(-1, 4)
                 aside = [face.box for face in photo.faces if face.ignored and face.size >= SMALLEST_ASKED
                          and boxes.overlaps(face.box[None], answered).max(initial=0) <= data.REPLACED]
                 questions += [(photo, box) for box in itertools.chain(unlabelled(photo, views), aside)]
-                for label, box in moved(photo, views) if moving else ():
+                if not doubting:
+                    continue
+                questions += [(photo, box) for box in overlooked(photo, views)]
+                for label, box in moved(photo, views):
                     journal.write(json.dumps({"file": photo.name, "label": label.tolist(), "box": box.tolist()}) + "\n")
             for number, (photo, box) in enumerate(questions):
                 journal.write(json.dumps({"file": photo.name, "source": source, "number": number, "box": box.tolist()}) + "\n")
@@ -156,21 +166,25 @@ def answers(out):
     return given
 
 
-def take(sources, out):
+def take(folder, out):
     """Adds the answers to the corrections; once, however often it is called."""
-    photos = {photo.name: photo for photo in itertools.chain(*sources.values())}
+    photos = {photo.name: photo for split in ("train", "val") for source in data.load(folder, split).values() for photo in source}
     seen = collections.defaultdict(list, data.corrections())
     given = answers(out)
     for question in map(json.loads, (out / "questions.jsonl").read_text().splitlines()):
         photo, box = photos[question["file"]], np.array(question["box"], np.float32)
         seen_here = seen[photo.name]
+        wanted = [face.box for face in photo.wanted]
         if boxes.overlaps(box[None], np.array([other for other, _ in seen_here], np.float32).reshape(-1, 4)).max(initial=0) > data.REPLACED:
             continue
         if "label" in question:
             seen_here += [(box, "face"), (np.array(question["label"], np.float32), "nothing")]
             continue
         what = given.get((question["source"], question["number"]))
-        labels = np.array([face.box for face in photo.wanted] + [other for other, kind in seen_here if kind == "face"], np.float32).reshape(-1, 4)
+        if any((box == label).all() for label in wanted):
+            seen_here += [(box, what)] if what in ("ignored", "nothing") else []
+            continue
+        labels = np.array(wanted + [other for other, kind in seen_here if kind == "face"], np.float32).reshape(-1, 4)
         if what == "face" and (boxes.overlaps(box[None], labels).max(initial=0) > ABUTTING or any(centred(box, label) for label in labels)):
             what = "ignored"
         part = what == "ignored" and (boxes.intersections(box[None], labels) > PART * boxes.area(box)).any()
@@ -186,14 +200,13 @@ def main():
     parser.add_argument("--float", type=Path, help="the folded network that looks")
     parser.add_argument("--split", default="train", choices=("train", "val"))
     arguments = parser.parse_args()
-    sources = data.load(arguments.data, arguments.split)
     if not arguments.float:
-        take(sources, arguments.out)
+        take(arguments.data, arguments.out)
         return
     arguments.out.mkdir(parents=True, exist_ok=True)
     net = Net(normalised=False)
     net.load_state_dict(torch.load(arguments.float))
-    ask(net.eval().to(memory_format=torch.channels_last), sources, arguments.out, moving=arguments.split == "train")
+    ask(net.eval().to(memory_format=torch.channels_last), data.load(arguments.data, arguments.split), arguments.out, doubting=arguments.split == "train")
 
 
 if __name__ == "__main__":

@@ -39,6 +39,7 @@ WARM_UP = 0.02
 AVERAGING = 0.998
 SURE = 0.9  # the score from which a face that nobody labelled is believed
 HARDLY_THE_SAME = 0.35  # overlap below which a detection is not the labelled face
+SMALLEST_HARD = 16.0  # pixels: smaller faces are hard because they are small
 
 
 def keep_memory():
@@ -136,7 +137,7 @@ def evaluate(net, sources, log, threshold=0.05):
 
 
 def look_over_photo(photo, scores, found):
-    """Marks in a photo what the faces found in it show: how many (faces set aside, labels set aside, mistakes)."""
+    """Marks in a photo what the faces found in it show: how many (faces set aside, labels set aside, mistakes, faces hardly found)."""
     labels = list(photo.faces)
     overlap = boxes.overlaps(found, np.array([face.box for face in labels], np.float32).reshape(-1, 4))
     unlabelled = misplaced = mistakes = 0
@@ -152,19 +153,24 @@ def look_over_photo(photo, scores, found):
         elif nearest == 0:
             photo.mistakes.append(data.Face(box, None, True))
             mistakes += 1
-    return unlabelled, misplaced, mistakes
+    surely = overlap[scores > SURE].max(0, initial=0)
+    photo.hard = [face for face, nearest in zip(labels, surely)
+                  if nearest < HARDLY_THE_SAME and not face.ignored and face.size >= SMALLEST_HARD]
+    return unlabelled, misplaced, mistakes, len(photo.hard)
 
 
 def look_over(net, sources, log, threshold=0.2):
     """Marks in photos for training what a network in hand shows of their labels and of itself.
 
     Where people are, faces that it is sure of and nobody labelled, and labels beside such a face (a box in the hair), are ignored
-    from now on. What else scores above threshold, away from all labels, becomes a mistake of the photo, to be shown more often.
+    from now on. What else scores above threshold, away from all labels, becomes a mistake of the photo, and what it is not sure of
+    though it is labelled, a hard face: both are shown more often.
     """
     for source, photos in sources.items():
         marks = [look_over_photo(photo, scores, found) for photo, (scores, found, _) in detect(net, photos, threshold)]
-        unlabelled, misplaced, mistakes = np.sum(marks, 0)
-        log(f"{source}: {unlabelled} faces that nobody labelled and {misplaced} labels beside them ignored, {mistakes} mistakes to show")
+        unlabelled, misplaced, mistakes, hard = np.sum(marks, 0)
+        log(f"{source}: {unlabelled} faces that nobody labelled and {misplaced} labels beside them ignored, "
+            f"{mistakes} mistakes and {hard} hard faces to show")
 
 
 def main():
