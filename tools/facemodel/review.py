@@ -13,7 +13,8 @@ yellow. Who looks at a sheet writes beside it OUT/SOURCE-00.txt, with the number
 
 The second form takes the answers into corrections.jsonl, which data.load() reads. In photos for training, labels are asked about where
 the network sees nothing, and those whose face it finds surely, mirrored too, in a box that fits them badly are moved there without being
-asked about; labels of photos for validation judge the network and stay.
+asked about. Photos for validation judge the network: their labels stay, a face that it found is left out and not added, and a picture
+that shows nobody stays one unless a face was seen in it.
 """
 
 import argparse
@@ -168,22 +169,26 @@ def answers(out):
 
 def take(folder, out):
     """Adds the answers to the corrections; once, however often it is called."""
-    photos = {photo.name: photo for split in ("train", "val") for source in data.load(folder, split).values() for photo in source}
+    training, judging = ({photo.name: photo for source in data.load(folder, split).values() for photo in source} for split in ("train", "val"))
+    photos = training | judging
     seen = collections.defaultdict(list, data.corrections())
     given = answers(out)
     for question in map(json.loads, (out / "questions.jsonl").read_text().splitlines()):
         photo, box = photos[question["file"]], np.array(question["box"], np.float32)
         seen_here = seen[photo.name]
         wanted = [face.box for face in photo.wanted]
+        what = given.get((question["source"], question["number"])) if "number" in question else None
+        if any((box == label).all() for label in wanted):
+            if what in ("ignored", "nothing"):
+                seen_here[:] = [(other, kind) for other, kind in seen_here if (other != box).any()] + [(box, what)]
+            continue
         if boxes.overlaps(box[None], np.array([other for other, _ in seen_here], np.float32).reshape(-1, 4)).max(initial=0) > data.REPLACED:
             continue
         if "label" in question:
             seen_here += [(box, "face"), (np.array(question["label"], np.float32), "nothing")]
             continue
-        what = given.get((question["source"], question["number"]))
-        if any((box == label).all() for label in wanted):
-            seen_here += [(box, what)] if what in ("ignored", "nothing") else []
-            continue
+        if photo.name in judging and what in ("face", "ignored"):
+            what = "ignored" if what == "face" or photo.faces else None
         labels = np.array(wanted + [other for other, kind in seen_here if kind == "face"], np.float32).reshape(-1, 4)
         if what == "face" and (boxes.overlaps(box[None], labels).max(initial=0) > ABUTTING or any(centred(box, label) for label in labels)):
             what = "ignored"
@@ -206,7 +211,8 @@ def main():
     arguments.out.mkdir(parents=True, exist_ok=True)
     net = Net(normalised=False)
     net.load_state_dict(torch.load(arguments.float))
-    ask(net.eval().to(memory_format=torch.channels_last), data.load(arguments.data, arguments.split), arguments.out, doubting=arguments.split == "train")
+    sources = data.load(arguments.data, arguments.split)
+    ask(net.eval().to(memory_format=torch.channels_last), sources, arguments.out, doubting=arguments.split == "train")
 
 
 if __name__ == "__main__":

@@ -117,28 +117,37 @@ class Reviewing(unittest.TestCase):
 
         labelled, aside, hand, loose, away = (square(x, 50, 40) for x in (50, 150, 250, 350, 450))
         better, ear, double, unclear = square(358, 55, 28), square(65, 50, 12), square(52, 60, 40), square(450, 150, 30)
-        doll, profile = square(550, 150, 40), square(650, 150, 40)  # labels that the network overlooks
-        questions = [(1, away), (2, aside), (3, hand), (4, ear), (5, double), (6, unclear), (7, square(550, 50, 30)), (8, doll), (9, profile)]
+        # Labels that the network overlooks; the statue's came of a former review.
+        doll, profile, statue = (square(x, 150, 40) for x in (550, 650, 750))
+        questions = [(1, away), (2, aside), (3, hand), (4, ear), (5, double), (6, unclear), (7, square(550, 50, 30)), (8, doll), (9, profile),
+                     (10, statue)]
         with tempfile.TemporaryDirectory() as name, unittest.mock.patch.object(data, "CORRECTIONS", Path(name) / "corrections.jsonl"):
             folder, out = Path(name) / "some", Path(name) / "out"
             folder.mkdir()
             out.mkdir()
-            data.CORRECTIONS.write_text("")
+            data.CORRECTIONS.write_text(json.dumps({"file": "some/img/a.jpg", "face": [ltwh(statue)]}))
             faces = [{"box": ltwh(box), "lm": None, "ignore": box is aside or box is hand} for box in (labelled, aside, hand, loose, doll, profile)]
-            (folder / "labels.jsonl").write_text(json.dumps({"file": "img/a.jpg", "split": "train", "faces": faces}))
+            photos = ("a", "train", faces), ("b", "val", faces), ("c", "val", [])
+            (folder / "labels.jsonl").write_text("\n".join(json.dumps({"file": f"img/{photo}.jpg", "split": split, "faces": labels})
+                                                           for photo, split, labels in photos))
             asked = [{"file": "some/img/a.jpg", "source": "some", "number": n, "box": box.tolist()} for n, box in questions]
             asked.append({"file": "some/img/a.jpg", "label": loose.tolist(), "box": better.tolist()})
+            asked += [{"file": f"some/img/{photo}.jpg", "source": "judging", "number": n, "box": away.tolist()} for n, photo in enumerate("bc")]
             (out / "questions.jsonl").write_text("\n".join(map(json.dumps, asked)))
-            (out / "some-00.txt").write_text("face: 1 2 5 9\nignored: 4 6\nnothing: 3 8\n")
+            (out / "some-00.txt").write_text("face: 1 2 5 9\nignored: 4 6\nnothing: 3 8 10\n")
+            (out / "judging-00.txt").write_text("face: 0\nignored: 1\n")
             review.take(name, out)
             once = data.CORRECTIONS.read_text()
             review.take(name, out)
             self.assertEqual(data.CORRECTIONS.read_text(), once)
             after, = data.load(name, "train")["some"]
+            judging, nobody = data.load(name, "val")["some"]
         # An ear and a second box on a labelled face stay background, whatever was said of them.
         self.assertEqual({(*ltwh(face.box), face.ignored) for face in after.faces},
                          {(*ltwh(labelled), False), (*ltwh(better), False), (*ltwh(away), False), (*ltwh(aside), False), (*ltwh(unclear), True),
                           (*ltwh(profile), False)})
+        # What a network found does not judge it, and no doubt makes people of an empty picture.
+        self.assertEqual(([face.ignored for face in judging.faces if (face.box == away).all()], nobody.faces), ([True], []))
 
 
 class Composing(unittest.TestCase):
